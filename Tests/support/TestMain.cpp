@@ -1,5 +1,5 @@
-// The main function of every test binary: a HOME and, where the kernel lets us, a /dev/shm of its own, so that
-// tests run side by side without sharing the registry table, its semaphore or an IPC endpoint.
+// The main function of every test binary: a HOME and, where the kernel lets us, a /dev/shm of its own, so
+// that tests run side by side without sharing the registry table, its semaphore or an IPC endpoint.
 
 #include <gmock/gmock.h>
 #include <sched.h>
@@ -20,6 +20,7 @@
 namespace {
 
 std::string g_home;
+bool g_ownsHome = true;
 
 void TakePrivateSharedMemory() {
     // Without the privilege the tests share /dev/shm: they still pass, unless two of them hurt the semaphore.
@@ -31,6 +32,12 @@ void TakePrivateSharedMemory() {
 }
 
 void TakePrivateHome() {
+    // A death test starts this binary again: the child dies without cleaning up, so it shares our directory.
+    if (char const* parent = ::getenv("VQ_TEST_PARENT_HOME"); parent != nullptr) {
+        g_home = parent;
+        g_ownsHome = false;
+        return;
+    }
     char path[] = "/tmp/vqXXXXXX";
     if (::mkdtemp(path) == nullptr) {
         std::perror("mkdtemp");
@@ -38,8 +45,10 @@ void TakePrivateHome() {
     }
     g_home = std::string(path) + "/";
     ::setenv("HOME", path, 1);
-    for (char const* name : {"VQ_VDS_ADDRESS", "VQ_VDS_NAME", "VQ_SERIAL", "VQ_DEBUG_VDS", "VQ_REMOTE_LOGFILE",
-                             "VDS_TESTS_DIR", "VDS_TEST_DIR", "VQSDK", "VQ_VDS_DATA", "VQ_VDS_TEST"}) {
+    ::setenv("VQ_TEST_PARENT_HOME", g_home.c_str(), 1);
+    for (char const* name :
+         {"VQ_VDS_ADDRESS", "VQ_VDS_NAME", "VQ_SERIAL", "VQ_DEBUG_VDS", "VQ_REMOTE_LOGFILE", "VDS_TESTS_DIR",
+          "VDS_TEST_DIR", "VQSDK", "VQ_VDS_DATA", "VQ_VDS_TEST"}) {
         ::unsetenv(name);
     }
     ::setenv("VQLOG_COLOR", "0", 1);
@@ -58,7 +67,9 @@ int main(int argc, char** argv) {
     TakePrivateSharedMemory();
     TakePrivateHome();
     int const result = RUN_ALL_TESTS();
-    std::error_code ignored;
-    std::filesystem::remove_all(g_home, ignored);
+    if (g_ownsHome) {
+        std::error_code ignored;
+        std::filesystem::remove_all(g_home, ignored);
+    }
     return result;
 }
