@@ -1,18 +1,19 @@
 /*
  * The profile of the signed-in user, as a device on this machine provides it. C99 and C++.
  *
- * Usual course: VQIdentityGetAttributeNames (or VQIdentityGetKnownAttributeNames), set is_requested in the records that
- * you want, VQIdentityRequestAttributeValues, read value and is_granted, VQIdentityReleaseUserProfile. The ...Async and
- * ...Wait pairs do the same in two steps each. Nothing has to be called first: the first call starts the library's
- * connection, and the first call after a release starts it anew.
+ * Usual course: VQIdentityGetAttributeNames (or VQIdentityGetKnownAttributeNames), set is_requested in the
+ * records that you want, VQIdentityRequestAttributeValues, read value and is_granted,
+ * VQIdentityReleaseUserProfile. The ...Async and
+ * ...Wait pairs do the same in two steps each. Nothing has to be called first: the first call starts the
+ * library's connection, and the first call after a release starts it anew.
  *
- * Threads: the functions may be called from any thread, but never two at once; the caller serialises its calls.
- * VQIdentityGetResultString alone is free of this rule.
+ * Threads: the functions may be called from any thread, but never two at once; the caller serialises its
+ * calls. VQIdentityGetResultString alone is free of this rule.
  *
  * Time: a call waits up to 15 s for the connection and then up to 5 s to send and 5 s more for the answer.
  *
- * Results: beside the codes that each function lists, a provider's own non-zero code is returned as it stands.
- *   VQResult_UnspecifiedFailure                           the library could not be initialised
+ * Results: beside the codes that each function lists, a provider's own non-zero code is returned as it
+ * stands. VQResult_UnspecifiedFailure                           the library could not be initialised
  *   VQIdentityResult_FailedToConnectToLocalService        no connection to the local server within 15 s
  * hold for every function but VQIdentityGetResultString.
  */
@@ -47,8 +48,8 @@ enum {
 
 /*
  * Which attribute a record holds. The meaning of a key is the provider's, who also names it: see
- * VQIdentityAttribute.name. Exactly the values 0 to 7 are valid; any other value, in a call or in a record, ends the
- * process.
+ * VQIdentityAttribute.name. Exactly the values 0 to 7 are valid; any other value, in a call or in a record,
+ * ends the process.
  */
 typedef enum VQIdentityAttributeKey {
     VQIdentityAttributeKey_0 = 0,
@@ -72,9 +73,9 @@ typedef struct VQIdentityAttribute {
 } VQIdentityAttribute;
 
 /*
- * The profile. The library owns it, its records and its texts; there is one in a process. The caller frees nothing, may
- * change is_requested in the records, and keeps no pointer to a record or a text beyond the next call that refreshes the
- * profile. The pointer to the profile itself stays good until the process ends.
+ * The profile. The library owns it, its records and its texts; there is one in a process. The caller frees
+ * nothing, may change is_requested in the records, and keeps no pointer to a record or a text beyond the next
+ * call that refreshes the profile. The pointer to the profile itself stays good until the process ends.
  */
 typedef struct VQIdentityProfile {
     uint32_t attribute_count;
@@ -82,12 +83,13 @@ typedef struct VQIdentityProfile {
 } VQIdentityProfile;
 
 /*
- * Asks the provider for every attribute that it knows, names without values. Empties the profile first, and stores its
- * pointer in *out_profile also when the call fails after that.
+ * Asks the provider for every attribute that it knows, names without values. Empties the profile first, and
+ * stores its pointer in *out_profile also when the call fails after that.
  *
  * out_profile: must not be null: it is not tested.
- * Returns VQResult_Ok, VQResult_UnspecifiedFailure when the provider could not be asked, or the provider's code.
- * A successful answer without any attribute ends the process; so does one that counts more attributes than it holds.
+ * Returns VQResult_Ok, VQResult_UnspecifiedFailure when the provider could not be asked, or the provider's
+ * code. A successful answer without any attribute ends the process; so does one that counts more attributes
+ * than it holds.
  */
 VQ_API VQResult VQIdentityGetAttributeNames(VQIdentityProfile** out_profile) VQ_NOEXCEPT;
 
@@ -101,30 +103,32 @@ VQ_API VQResult VQIdentityGetKnownAttributeNames(VQIdentityAttributeKey const* k
                                                  VQIdentityProfile** out_profile) VQ_NOEXCEPT;
 
 /*
- * Sends the profile, as its records stand at this moment, to the provider and refreshes it from the answer. Before any
- * call that fetched names an empty profile is sent.
+ * Sends the profile, as its records stand at this moment, to the provider and refreshes it from the answer.
+ * Before any call that fetched names an empty profile is sent.
  *
  * profile: not read: the library's own profile is sent.
- * Returns VQResult_Ok, VQResult_UnspecifiedFailure when the provider could not be asked, or the provider's code.
+ * Returns VQResult_Ok, VQResult_UnspecifiedFailure when the provider could not be asked, or the provider's
+ * code.
  */
 VQ_API VQResult VQIdentityRequestAttributeValues(VQIdentityProfile const* profile) VQ_NOEXCEPT;
 
 /*
- * Tells the provider that the profile is no longer used, then closes the connection and ends the library's threads. The
- * records stay readable until the next call that fetches names. The next call connects anew; futures stay valid.
+ * Tells the provider that the profile is no longer used, then closes the connection and ends the library's
+ * threads. The records stay readable until the next call that fetches names. The next call connects anew;
+ * futures stay valid.
  *
  * profile: not read.
- * Returns VQResult_Ok, or VQIdentityResult_FailedToConnectToCloudService when the provider could not be asked; the
- * connection then stays.
+ * Returns VQResult_Ok, or VQIdentityResult_FailedToConnectToCloudService when the provider could not be
+ * asked; the connection then stays.
  */
 VQ_API VQResult VQIdentityReleaseUserProfile(VQIdentityProfile* profile) VQ_NOEXCEPT;
 
 /*
  * Starts VQIdentityGetAttributeNames at the provider.
  *
- * out_future: receives a future, never 0, for VQIdentityGetAttributeNamesWait. A future can be waited on any number of
- *             times and is never given up. Null: VQResult_InvalidParam, at once.
- * Returns VQResult_Ok, or VQIdentityResult_FailedToConnectToCloudService when the provider could not be asked.
+ * out_future: receives a future, never 0, for VQIdentityGetAttributeNamesWait. A future can be waited on any
+ * number of times and is never given up. Null: VQResult_InvalidParam, at once. Returns VQResult_Ok, or
+ * VQIdentityResult_FailedToConnectToCloudService when the provider could not be asked.
  */
 VQ_API VQResult VQIdentityGetAttributeNamesAsync(uint64_t* out_future) VQ_NOEXCEPT;
 
@@ -132,10 +136,10 @@ VQ_API VQResult VQIdentityGetAttributeNamesAsync(uint64_t* out_future) VQ_NOEXCE
  * Fetches the answer to a future. Empties the profile first, also when the future turns out to be unknown.
  *
  * future: from either ...Async function. Unknown: VQResult_UnspecifiedFailure.
- * timeout: how long the provider may wait, in milliseconds; passed on to it. The call's own limits do not change.
- * out_profile: receives the profile. Null: VQResult_InvalidParam, at once.
- * Returns VQResult_Ok, VQIdentityResult_FailedToConnectToCloudService when the provider could not be asked, or the
- * provider's code. A successful answer without any attribute ends the process.
+ * timeout: how long the provider may wait, in milliseconds; passed on to it. The call's own limits do not
+ * change. out_profile: receives the profile. Null: VQResult_InvalidParam, at once. Returns VQResult_Ok,
+ * VQIdentityResult_FailedToConnectToCloudService when the provider could not be asked, or the provider's
+ * code. A successful answer without any attribute ends the process.
  */
 VQ_API VQResult VQIdentityGetAttributeNamesWait(uint64_t future, uint32_t timeout,
                                                 VQIdentityProfile** out_profile) VQ_NOEXCEPT;
@@ -144,25 +148,26 @@ VQ_API VQResult VQIdentityGetAttributeNamesWait(uint64_t future, uint32_t timeou
  * Starts VQIdentityRequestAttributeValues at the provider.
  *
  * profile: not read: the library's own profile is sent.
- * out_future: receives a future for VQIdentityRequestAttributeValuesWait, as above. Null: VQResult_InvalidParam, but
- *             only once there is a connection.
- * Returns VQResult_Ok, or VQIdentityResult_FailedToConnectToCloudService when the provider could not be asked.
+ * out_future: receives a future for VQIdentityRequestAttributeValuesWait, as above. Null:
+ * VQResult_InvalidParam, but only once there is a connection. Returns VQResult_Ok, or
+ * VQIdentityResult_FailedToConnectToCloudService when the provider could not be asked.
  */
-VQ_API VQResult VQIdentityRequestAttributeValuesAsync(VQIdentityProfile const* profile, uint64_t* out_future) VQ_NOEXCEPT;
+VQ_API VQResult VQIdentityRequestAttributeValuesAsync(VQIdentityProfile const* profile,
+                                                      uint64_t* out_future) VQ_NOEXCEPT;
 
 /*
  * Fetches the answer to a future and refreshes the profile from it.
  *
  * future: from either ...Async function. Unknown: VQResult_UnspecifiedFailure, and the profile stays.
- * timeout: how long the provider may wait, in milliseconds; passed on to it. The call's own limits do not change.
- * Returns VQResult_Ok, VQIdentityResult_FailedToConnectToCloudService when the provider could not be asked, or the
- * provider's code.
+ * timeout: how long the provider may wait, in milliseconds; passed on to it. The call's own limits do not
+ * change. Returns VQResult_Ok, VQIdentityResult_FailedToConnectToCloudService when the provider could not be
+ * asked, or the provider's code.
  */
 VQ_API VQResult VQIdentityRequestAttributeValuesWait(uint64_t future, uint32_t timeout) VQ_NOEXCEPT;
 
 /*
- * The name of a code of VQResult or VQIdentityResult, "Unknown" for any other. A static text, never null. Needs no
- * connection and may be called at any time from any thread.
+ * The name of a code of VQResult or VQIdentityResult, "Unknown" for any other. A static text, never null.
+ * Needs no connection and may be called at any time from any thread.
  */
 VQ_API char const* VQIdentityGetResultString(uint32_t code) VQ_NOEXCEPT;
 

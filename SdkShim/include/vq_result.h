@@ -15,8 +15,8 @@
 #endif
 
 /*
- * No exported function lets a C++ exception out: an error that has no result code (see the notes of each function)
- * ends the process.
+ * No exported function lets a C++ exception out: an error that has no result code (see the notes of each
+ * function) ends the process.
  */
 #if defined(__cplusplus) && __cplusplus >= 201103L
 #define VQ_NOEXCEPT noexcept
@@ -35,9 +35,9 @@
 VQ_EXTERN_C_BEGIN
 
 /*
- * Result of every function, and of the providers behind them: one 32-bit code space. The codes 0 to 8 below are common
- * to all interfaces; each interface adds a block of its own. A code that no header names can still arrive: it is
- * a provider's own, passed through unchanged.
+ * Result of every function, and of the providers behind them: one 32-bit code space. The codes 0 to 8 below
+ * are common to all interfaces; each interface adds a block of its own. A code that no header names can still
+ * arrive: it is a provider's own, passed through unchanged.
  */
 typedef uint32_t VQResult;
 

@@ -2,11 +2,11 @@
  * The token agent interface: client credentials of the signed-in user. C99 and C++.
  *
  * It is declared so that applications link, but not carried out on a desktop: every function but
- * VQTokenAgentGetResultString returns VQResult_NotImplemented at once, reads none of its arguments and writes to none of
- * them. The first call of each says so in one warning line. None of them needs a connection.
+ * VQTokenAgentGetResultString returns VQResult_NotImplemented at once, reads none of its arguments and writes
+ * to none of them. The first call of each says so in one warning line. None of them needs a connection.
  *
- * Threads: the functions may be called from any thread, but never two at once; VQTokenAgentGetResultString alone is free
- * of this rule.
+ * Threads: the functions may be called from any thread, but never two at once; VQTokenAgentGetResultString
+ * alone is free of this rule.
  */
 #ifndef VQ_TOKEN_AGENT_H
 #define VQ_TOKEN_AGENT_H
@@ -52,16 +52,17 @@ VQ_API VQResult VQTokenAgentGetClientCredentials(VQTokenAgentClientCredentials**
 /* Would start fetching the credentials. Returns VQResult_NotImplemented; *out_future is left alone. */
 VQ_API VQResult VQTokenAgentGetClientCredentialsAsync(uint64_t* out_future) VQ_NOEXCEPT;
 
-/* Would wait up to timeout milliseconds for a future. Returns VQResult_NotImplemented; *out_credentials is left alone. */
-VQ_API VQResult VQTokenAgentGetClientCredentialsWait(uint64_t future, uint32_t timeout,
-                                                     VQTokenAgentClientCredentials** out_credentials) VQ_NOEXCEPT;
+/* Would wait up to timeout milliseconds for a future. Returns VQResult_NotImplemented; *out_credentials is
+ * left alone. */
+VQ_API VQResult VQTokenAgentGetClientCredentialsWait(
+    uint64_t future, uint32_t timeout, VQTokenAgentClientCredentials** out_credentials) VQ_NOEXCEPT;
 
 /* Would give the credentials back. Returns VQResult_NotImplemented. */
 VQ_API VQResult VQTokenAgentReleaseClientCredentials(VQTokenAgentClientCredentials* credentials) VQ_NOEXCEPT;
 
 /*
- * The name of a code of VQResult or VQTokenAgentResult, "Unknown" for any other. A static text, never null. May be called
- * at any time from any thread.
+ * The name of a code of VQResult or VQTokenAgentResult, "Unknown" for any other. A static text, never null.
+ * May be called at any time from any thread.
  */
 VQ_API char const* VQTokenAgentGetResultString(uint32_t code) VQ_NOEXCEPT;
 

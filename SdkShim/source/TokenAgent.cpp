@@ -9,15 +9,16 @@
 
 namespace {
 
-/// Warns once for each function name, whatever the log level, so that an application that polls does not fill the log.
-/// No lock: callers of the interface serialise their calls.
+/// Warns once for each function name, whatever the log level, so that an application that polls does not fill
+/// the log. No lock: callers of the interface serialise their calls.
 VQResult ReportNotImplemented(char const* name) {
     static std::unordered_set<std::string> reported;
     if (reported.insert(name).second) {
-        LogInternal(true, nullptr, __FILE__, __LINE__, __func__, LogLevel::Warning,
-                    "The application called the function '%s', which is not implemented for Tessel (other API in its "
-                    "containing library is implemented, however).",
-                    name);
+        LogInternal(
+            true, nullptr, __FILE__, __LINE__, __func__, LogLevel::Warning,
+            "The application called the function '%s', which is not implemented for Tessel (other API in its "
+            "containing library is implemented, however).",
+            name);
     }
     return VQResult_NotImplemented;
 }

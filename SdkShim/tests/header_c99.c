@@ -12,5 +12,5 @@ VQResult vq_header_c99_uses_the_interface(void);
 VQResult vq_header_c99_uses_the_interface(void) {
     VQIdentityProfile profile = {0, 0};
     return VQIdentityRequestAttributeValues(&profile) == VQIdentityResult_NotLoggedIn ? VQResult_Ok
-                                                                                     : VQResult_InvalidParam;
+                                                                                      : VQResult_InvalidParam;
 }
