@@ -2,34 +2,36 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
-/// Owns one open file descriptor, or none (-1).
+/// Owns a POSIX file descriptor and closes it. Movable, not copyable; not for use from two threads at once.
 class FileDescriptor {
 public:
     FileDescriptor() = default;
-    /// Takes ownership.
-    explicit FileDescriptor(int descriptor) noexcept : m_descriptor(descriptor) {}
-    FileDescriptor(FileDescriptor&& other) noexcept : m_descriptor(std::exchange(other.m_descriptor, -1)) {}
+    /// Takes ownership of `descriptor`; a negative one means none.
+    explicit FileDescriptor(int descriptor) : m_descriptor(descriptor) {}
+    FileDescriptor(FileDescriptor&& other) noexcept : m_descriptor(other.Release()) {}
     FileDescriptor& operator=(FileDescriptor&& other) noexcept {
-        Reset(std::exchange(other.m_descriptor, -1));
+        Reset(other.Release());
         return *this;
     }
-    FileDescriptor(FileDescriptor const&) = delete;
-    FileDescriptor& operator=(FileDescriptor const&) = delete;
     ~FileDescriptor() { Reset(); }
 
-    int Get() const noexcept { return m_descriptor; }
-    bool IsOpen() const noexcept { return m_descriptor >= 0; }
+    int Get() const { return m_descriptor; }
+    bool IsOpen() const { return m_descriptor >= 0; }
+    explicit operator bool() const { return IsOpen(); }
 
-    /// Gives up ownership.
-    int Release() noexcept { return std::exchange(m_descriptor, -1); }
+    /// Gives the descriptor up without closing it; the caller owns it.
+    int Release() { return std::exchange(m_descriptor, -1); }
 
-    /// Closes what is held and takes the other instead.
-    void Reset(int descriptor = -1) noexcept {
+    /// Closes the present descriptor and takes ownership of another, if any. Leaves errno alone.
+    void Reset(int descriptor = -1) {
         int const old = std::exchange(m_descriptor, descriptor);
         if (old >= 0 && old != descriptor) {
+            int const error = errno;
             ::close(old);
+            errno = error;
         }
     }
 
