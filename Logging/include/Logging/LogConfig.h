@@ -1,0 +1,98 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "Logging/LogHandler.h"
+
+/// Sees every reported record before the handlers; false keeps it from them. Runs on the logging thread, for
+/// several threads at once, with no lock held.
+using LogCallback = std::function<bool(LogRecord const&)>;
+
+/// Level, callback and handlers of the log. Statements use the process-wide one. Any thread, but a handler
+/// may only be removed or the configuration reset while no other thread can be logging to it.
+class LogConfig {
+public:
+    /// The process-wide configuration: made at first use with both console handlers. At process exit its
+    /// handlers are deleted; the object itself stays valid, so that what logs later is merely not printed.
+    static LogConfig& Instance();
+
+    /// A private configuration, with a level of its own.
+    explicit LogConfig(bool withStdio);
+    ~LogConfig();
+    LogConfig(LogConfig const&) = delete;
+    LogConfig& operator=(LogConfig const&) = delete;
+
+    /// Level info, no callback, and no handlers but, when asked for, standard output and standard error.
+    void Reset(bool withStdio);
+
+    LogLevel GetLevel() const { return static_cast<LogLevel>(m_level.load(std::memory_order_relaxed)); }
+    /// @param level  the most verbose level that is reported; a negative one silences even fatal statements.
+    /// @return the previous level.
+    LogLevel SetLevel(LogLevel level);
+
+    /// Installs a callback, an empty one for none.
+    /// @return the previous one.
+    LogCallback SetLogCallback(LogCallback callback);
+    LogCallback GetLogCallback() const;
+
+    /// A copy of the list; the configuration keeps owning the handlers.
+    std::vector<LogHandler*> GetLogHandlers() const;
+
+    /// The handler of that target, made and added when missing. Null when it cannot be made or is of another
+    /// type.
+    template <typename Handler>
+    Handler* EnsureLogHandler(LogTarget target) {
+        return dynamic_cast<Handler*>(EnsureHandler(target));
+    }
+
+    /// Appends a handler and takes ownership of it. False, without taking it, for null or one already there.
+    bool AddLogHandler(LogHandler* handler);
+    /// Takes a handler out; the caller owns it then. False for null or one not there.
+    bool RemoveLogHandler(LogHandler* handler);
+
+    /// The first handler of that target, or null.
+    LogHandler* FindLogHandler(LogTarget target) const;
+    LogHandler* FindFileLogHandler() const { return FindLogHandler(LogTarget::File); }
+
+    /// Hands a record to the callback and the handlers on the calling thread, whatever its level. A fatal one
+    /// then deletes the handlers and aborts.
+    void Dispatch(LogRecord const& record);
+
+private:
+    /// The process-wide one: its level is the one that statements test.
+    explicit LogConfig(std::atomic<std::int32_t>& level);
+
+    LogHandler* EnsureHandler(LogTarget target);
+    LogHandler* FindLocked(LogTarget target) const;
+
+    mutable std::mutex m_mutex;
+    std::atomic<std::int32_t> m_ownLevel;
+    std::atomic<std::int32_t>& m_level;
+    LogCallback m_callback;
+    std::vector<LogHandler*> m_handlers;
+};
+
+/// While it lives, every record goes to standard error through a handler of its own, and not to the
+/// configured handlers: for phases in which a handler itself may fail. Restores the previous callback at its
+/// end.
+class LogToStderrRedirector {
+public:
+    explicit LogToStderrRedirector(LogConfig& config);
+    ~LogToStderrRedirector();
+    LogToStderrRedirector(LogToStderrRedirector const&) = delete;
+    LogToStderrRedirector& operator=(LogToStderrRedirector const&) = delete;
+
+private:
+    LogConfig& m_config;
+    std::shared_ptr<LogHandler> m_handler;
+    LogCallback m_previous;
+};
+
+/// Makes sure that the process-wide file log is open, for a process that logs to a file by default. Trouble
+/// shows on standard error. Does nothing when no file handler can be made.
+void ConfigureFileLogging();
