@@ -1,0 +1,1 @@
+vq_add_library(messaging INTERFACE PUBLIC vq::protobuf)
