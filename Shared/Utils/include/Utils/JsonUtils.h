@@ -1,0 +1,36 @@
+#pragma once
+
+#include <json/value.h>
+
+#include <iosfwd>
+#include <string>
+#include <string_view>
+
+// JSON text to documents, and safe looks into documents. No state; any thread.
+
+/// Parses a JSON text; comments in it are accepted and dropped.
+/// @param root    the document; unspecified on failure.
+/// @param errors  receives the reader's formatted messages on failure, including the one about a nesting that
+///                is too deep for the reader. Otherwise left alone.
+bool ParseJson(std::string_view text, Json::Value& root, std::string& errors);
+
+/// The member of that name, or null when `value` is no object or has no such member. Never throws, unlike the
+/// look-ups of Json::Value. The result lives as long as `value` is unchanged.
+Json::Value const* FindJsonMember(Json::Value const& value, std::string_view key);
+
+/// The text of a scalar: a string as it is, null as the empty text, a number or bool in decimal or word form.
+/// @return false, with `out` unchanged, for an array or an object, which have none.
+bool ConvertJsonToText(Json::Value const& value, std::string& out);
+
+/// The whole file as text. A file that won't open gives an error line and the empty text.
+std::string JsonFileToString(std::string const& path);
+
+/// Parses a text; a parse error writes the reader's formatted messages to `errors` and returns false.
+bool GetJsonRootOfString(std::string const& text, Json::Value& root, std::ostream& errors);
+
+/// Loads a file and expands its "Includes". An empty or missing file is false with nothing in `errors`.
+/// @param errors  receives every problem of the document's structure, a line each.
+bool GetJsonRootOfFile(std::string const& path, Json::Value& root, std::ostream& errors);
+
+/// The same; problems are logged in one error record instead.
+bool GetJsonRootOfFile(std::string const& path, Json::Value& root);

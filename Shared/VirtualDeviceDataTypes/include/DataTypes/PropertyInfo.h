@@ -1,0 +1,47 @@
+#pragma once
+
+#include "Config.pb.h"
+#include "DataTypes/SimpleRegistry.h"
+
+#include <string>
+
+/// The name of the enumerant that an enumeration starts from; empty when none is declared. It travels in the
+/// message's only free text.
+inline std::string const& DefaultOf(vq::cfg::Enumeration const& enumeration) {
+    return enumeration.label();
+}
+inline void SetDefaultOf(vq::cfg::Enumeration& enumeration, std::string const& name) {
+    enumeration.set_label(name);
+}
+
+/// The declared element count of an array type: an integer, or the name of a constant. Not set when the array
+/// has no fixed count. It travels in the message's only free value.
+inline vq::cfg::Variant const& ElementCountOf(vq::cfg::ArrayType const& type) {
+    return type.default_value();
+}
+inline bool HasElementCount(vq::cfg::ArrayType const& type) {
+    return type.has_default_value();
+}
+inline vq::cfg::Variant& MutableElementCountOf(vq::cfg::ArrayType& type) {
+    return *type.mutable_default_value();
+}
+
+/// The types that the properties of one device refer to. Copies are deep. No lock: one thread at a time.
+class PropertyInfo {
+public:
+    /// True for a declared enumeration, simple type or array type, and for every built-in name.
+    bool IsKnownType(std::string const& name) const;
+
+    /// True for the built-in type names, which every PropertyInfo has.
+    bool IsBuiltinType(std::string const& name) const;
+
+    /// The base type of a simple type, and any other name as it is. One step only: a simple type built on a
+    /// simple type yields the inner name.
+    std::string ConvertSimpleTypeToBaseType(std::string const& name) const;
+
+    SimpleRegistry<std::string, vq::cfg::Enumeration> enumerations;
+    SimpleRegistry<std::string, vq::cfg::Constant> constants;
+    SimpleRegistry<std::string, vq::cfg::SimpleType> simpleTypes;
+    SimpleRegistry<std::string, vq::cfg::ArrayType> arrayTypes;
+    SimpleRegistry<std::string, vq::cfg::PropertyCategory> categories;  ///< by path
+};
