@@ -1,6 +1,7 @@
 # Build rules shared by every target of the project.
 
 include(GNUInstallDirs)
+include(GoogleTest)
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
 pkg_check_modules(ZMQ REQUIRED IMPORTED_TARGET libzmq)
