@@ -67,14 +67,19 @@ private:
     /// The process-wide one: its level is the one that statements test.
     explicit LogConfig(std::atomic<std::int32_t>& level);
 
+    class InHandlers;
+
     LogHandler* EnsureHandler(LogTarget target);
     LogHandler* FindLocked(LogTarget target) const;
+    void CallHandlers(LogRecord const& record);
+    void DeleteHandlers(std::vector<LogHandler*> const& removed);
 
     mutable std::mutex m_mutex;
-    std::atomic<std::int32_t> m_ownLevel;
+    std::atomic<std::int32_t> m_ownLevel = 0;
     std::atomic<std::int32_t>& m_level;
     LogCallback m_callback;
     std::vector<LogHandler*> m_handlers;
+    std::atomic<int> m_inHandlers = 0;
 };
 
 /// While it lives, every record goes to standard error through a handler of its own, and not to the

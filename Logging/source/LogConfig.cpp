@@ -1,0 +1,186 @@
+#include "Logging/LogConfig.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+#include <thread>
+#include <utility>
+
+/// Marks a thread as being inside the handlers of a configuration.
+class LogConfig::InHandlers {
+public:
+    explicit InHandlers(LogConfig& config) : m_config(config), m_outer(std::exchange(t_innermost, this)) {
+        ++m_config.m_inHandlers;
+    }
+    ~InHandlers() {
+        --m_config.m_inHandlers;
+        t_innermost = m_outer;
+    }
+    InHandlers(InHandlers const&) = delete;
+    InHandlers& operator=(InHandlers const&) = delete;
+
+    /// How often the calling thread itself is inside.
+    static int CountOwn(LogConfig const& config) {
+        int count = 0;
+        for (InHandlers const* mark = t_innermost; mark != nullptr; mark = mark->m_outer) {
+            count += &mark->m_config == &config;
+        }
+        return count;
+    }
+
+private:
+    static thread_local InHandlers* t_innermost;
+
+    LogConfig& m_config;
+    InHandlers* const m_outer;
+};
+
+thread_local LogConfig::InHandlers* LogConfig::InHandlers::t_innermost = nullptr;
+
+LogConfig& LogConfig::Instance() {
+    // sGlobal empties the configuration at process exit but leaves the object itself alone: threads that end
+    // later still reach it through their log statements.
+    struct ProcessConfig {
+        ProcessConfig() : config(::new (static_cast<void*>(storage)) LogConfig(g_logLevel)) {}
+        ~ProcessConfig() { config->Reset(false); }
+        alignas(LogConfig) std::byte storage[sizeof(LogConfig)];
+        LogConfig* const config;
+    };
+    static ProcessConfig sGlobal;
+    return *sGlobal.config;
+}
+
+LogConfig::LogConfig(std::atomic<std::int32_t>& level) : m_level(level) {
+    Reset(true);
+}
+
+LogConfig::LogConfig(bool withStdio) : m_level(m_ownLevel) {
+    Reset(withStdio);
+}
+
+LogConfig::~LogConfig() {
+    Reset(false);
+}
+
+void LogConfig::Reset(bool withStdio) {
+    SetLevel(LogLevel::Info);
+    std::vector<LogHandler*> handlers;
+    LogCallback callback;
+    {
+        std::lock_guard lock(m_mutex);
+        callback.swap(m_callback);
+        handlers.swap(m_handlers);
+    }
+    DeleteHandlers(handlers);
+    if (withStdio) {
+        EnsureHandler(LogTarget::Stdout);
+        EnsureHandler(LogTarget::Stderr);
+    }
+}
+
+LogLevel LogConfig::SetLevel(LogLevel level) {
+    return static_cast<LogLevel>(m_level.exchange(static_cast<std::int32_t>(level)));
+}
+
+LogCallback LogConfig::SetLogCallback(LogCallback callback) {
+    std::lock_guard lock(m_mutex);
+    return std::exchange(m_callback, std::move(callback));
+}
+
+LogCallback LogConfig::GetLogCallback() const {
+    std::lock_guard lock(m_mutex);
+    return m_callback;
+}
+
+std::vector<LogHandler*> LogConfig::GetLogHandlers() const {
+    std::lock_guard lock(m_mutex);
+    return m_handlers;
+}
+
+LogHandler* LogConfig::FindLocked(LogTarget target) const {
+    auto const found = std::find_if(m_handlers.begin(), m_handlers.end(),
+                                    [target](LogHandler* handler) { return handler->GetTarget() == target; });
+    return found != m_handlers.end() ? *found : nullptr;
+}
+
+LogHandler* LogConfig::FindLogHandler(LogTarget target) const {
+    std::lock_guard lock(m_mutex);
+    return FindLocked(target);
+}
+
+LogHandler* LogConfig::EnsureHandler(LogTarget target) {
+    if (LogHandler* const present = FindLogHandler(target)) {
+        return present;
+    }
+    // Made outside the mutex: a handler may log, or look at the configuration, while it is made.
+    std::unique_ptr<LogHandler> made(LogFactory::CreateLogHandler(*this, target));
+    if (!made) {
+        return nullptr;
+    }
+    std::lock_guard lock(m_mutex);
+    if (LogHandler* const present = FindLocked(target)) {
+        return present;  // another thread was faster
+    }
+    m_handlers.push_back(made.get());
+    return made.release();
+}
+
+bool LogConfig::AddLogHandler(LogHandler* handler) {
+    std::lock_guard lock(m_mutex);
+    if (handler == nullptr || std::find(m_handlers.begin(), m_handlers.end(), handler) != m_handlers.end()) {
+        return false;
+    }
+    m_handlers.push_back(handler);
+    return true;
+}
+
+bool LogConfig::RemoveLogHandler(LogHandler* handler) {
+    std::lock_guard lock(m_mutex);
+    auto const found = std::find(m_handlers.begin(), m_handlers.end(), handler);
+    if (found == m_handlers.end()) {
+        return false;
+    }
+    m_handlers.erase(found);
+    return true;
+}
+
+void LogConfig::DeleteHandlers(std::vector<LogHandler*> const& removed) {
+    // Another thread may still be using them. One that stays, blocked in a write, keeps them for good.
+    constexpr auto limit = std::chrono::seconds(1);
+    auto const end = std::chrono::steady_clock::now() + limit;
+    while (m_inHandlers > InHandlers::CountOwn(*this)) {
+        if (std::chrono::steady_clock::now() > end) {
+            return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    for (LogHandler* handler : removed) {
+        delete handler;
+    }
+}
+
+void LogConfig::CallHandlers(LogRecord const& record) {
+    InHandlers const mark(*this);
+    for (LogHandler* handler : GetLogHandlers()) {
+        if (record.plain || !handler->IsSilenced()) {
+            handler->Log(record);
+        }
+    }
+}
+
+void LogConfig::Dispatch(LogRecord const& record) {
+    LogCallback const callback = GetLogCallback();
+    if (!callback || callback(record)) {
+        CallHandlers(record);
+    }
+    if (record.level == LogLevel::Fatal) {
+        // Deleting is what writes out a handler's buffer. When several threads die at once, one gets each
+        // handler.
+        std::vector<LogHandler*> removed = GetLogHandlers();
+        std::erase_if(removed, [this](LogHandler* handler) { return !RemoveLogHandler(handler); });
+        DeleteHandlers(removed);
+        std::abort();
+    }
+}

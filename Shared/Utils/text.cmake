@@ -1,0 +1,2 @@
+# Paths as text and string helpers: below the log, which uses them.
+vq_add_library(text SOURCES source/PathText.cpp source/TextUtils.cpp)
