@@ -45,7 +45,6 @@ public:
 private:
     std::string m_base;
     std::unordered_map<std::string, int> m_ports;
-    int m_port;
 };
 
 /// Local sockets in the file system: "path.name", with every slash of the name made an underscore.

@@ -4,12 +4,15 @@
 #include <memory>
 #include <string>
 
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wshadow"  // FILE, the C stream, stays visible: this one needs its scope
 /// What backs a block.
 enum class SharedMemoryType : std::int32_t {
     UNKNOWN = 0,
     FILE = 1,
     ANON = 2,
 };
+#pragma GCC diagnostic pop
 
 /// The value's name; "??? (number)" for any other value.
 std::string to_string(SharedMemoryType type);
@@ -53,7 +56,8 @@ public:
     /// How many bytes from the start of the mapping may be touched now: whole pages, and less than what is
     /// mapped when somebody cut the backing store. 0 while detached.
     virtual std::uint64_t GetTouchableSize() const = 0;
-    /// Makes the backing store of an open block as long as it was at opening, after somebody cut it.
+    /// Makes the backing store of an open block as long as it was at opening, if somebody cut it since.
+    /// @return false, with an error line, when there is no space; a closed block needs none.
     virtual bool Restore() = 0;
 
     std::string const& GetName() const { return m_name; }

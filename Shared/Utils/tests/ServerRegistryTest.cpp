@@ -1,0 +1,283 @@
+#include "Utils/ServerRegistry.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "TestSupport/LogCapture.h"
+#include "Utils/OSUtils.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using Transport = MessageAddress::Transport;
+
+constexpr char const* kGoodA =
+    "A\tSOCKET:localhost:1\t4242\tSOCKET:localhost:2\tSOCKET:localhost:3\t12\t11\n";
+constexpr char const* kGoodB = "B\tIPC:/b\t7\tIPC:/b.h\tIPC:/b.m\t12\t12\n";
+
+ServerDescriptor Server(std::string const& name, std::string const& location) {
+    ServerDescriptor server;
+    server.name = name;
+    server.address = {location, Transport::IPC, ""};
+    server.heartbeatAddress = {location + ".h", Transport::IPC, ""};
+    server.memoryEventAddress = {location + ".m", Transport::IPC, ""};
+    server.pid = 1;
+    server.protocol = 12;
+    server.minimumProtocol = 11;
+    return server;
+}
+
+class ServerRegistryTest : public testing::Test {
+protected:
+    ServerRegistryTest() : m_path(GetUserTempDirectory() + Name() + ".memory") {}
+    ~ServerRegistryTest() override {
+        SharedMutex(Name() + ".mutex").Delete();
+        RemoveFile(m_path);
+    }
+    static std::string Name() { return "testTLRegistry." + std::to_string(::getpid()); }
+
+    /// Puts the text where other processes would; the rest of the page is zero.
+    void SetTable(std::string const& text, std::size_t fileLength = 4096) const {
+        std::string page = text;
+        page.resize(fileLength, '\0');
+        std::fstream file(m_path, std::ios::in | std::ios::out | std::ios::binary);
+        file.write(page.data(), static_cast<std::streamsize>(page.size()));
+    }
+    std::string GetTable() const {
+        std::ifstream file(m_path, std::ios::binary);
+        std::string const page{std::istreambuf_iterator<char>(file), {}};
+        return page.substr(0, page.find('\0'));
+    }
+    /// Names in table order, after a "!" when the table was not read to its end.
+    std::string Read() {
+        ServerRegistry::Servers servers;
+        std::string names = m_registry->GetServers(servers, 5s, nullptr) ? "" : "!";
+        for (ServerDescriptor const& server : servers) {
+            names += server.name;
+        }
+        return names;
+    }
+
+    std::shared_ptr<ServerRegistry> m_registry = ServerRegistry::MakeTestInstance();
+    std::string m_path;
+};
+
+TEST_F(ServerRegistryTest, TheTextOfTheTableIsReadUpToItsFirstBadLine) {
+    struct Case {
+        std::string text;
+        char const* names;
+        char const* line;
+    };
+    std::string const a = kGoodA;
+    std::string const b = kGoodB;
+    std::string const unparseable = "unparseable line, ignoring: '";
+    std::string const syntax =
+        "unexpected syntax in line (expected seven or more entries separated by tabs), ignoring: '";
+    auto const withField = [&](std::string const& from, std::string const& to) {
+        std::string line = a;
+        return line.replace(line.find(from), from.size(), to);
+    };
+    Case const cases[] = {
+        {"", "", nullptr},
+        {a + b, "AB", nullptr},
+        {a + "\n" + b, "AB", nullptr},
+        {a + b.substr(0, b.size() - 1), "AB", nullptr},
+        {a + b + "C\tIPC:/c\t1\tIPC:/h\tIPC:/m\t1\n" + a, "!AB", syntax.c_str()},
+        {"C\tIPC:/c\t1\tIPC:/h\tIPC:/m\t1\t\n", "!", syntax.c_str()},
+        {"C\tIPC:/c\t1\tIPC:/h\tIPC:/m\t1\t2\t3\t4\n" + a, "CA", nullptr},
+        {"\t" + a, "!", unparseable.c_str()},
+        {b + withField("4242", "99999999999"), "BA", nullptr},
+        {b + withField("4242", ""), "!B", unparseable.c_str()},
+        {b + withField("4242", " +42abc"), "BA", nullptr},
+        {b + withField("12", "99999999999"), "!B", unparseable.c_str()},
+        {b + withField("11", "x"), "!B", unparseable.c_str()},
+        {b + withField("SOCKET:localhost:1", "NONE:"), "!B", unparseable.c_str()},
+        {b + withField("SOCKET:localhost:2", "word"), "!B", unparseable.c_str()},
+        {b + withField("SOCKET:localhost:3", "NONE:x"), "!B", unparseable.c_str()},
+        {"\n\n", "", nullptr},
+    };
+    for (Case const& c : cases) {
+        SetTable(c.text);
+        vq::test::LogCapture log;
+        EXPECT_EQ(Read(), c.names) << c.text;
+        EXPECT_EQ(Read(), c.names) << c.text;
+        EXPECT_EQ(log.Lines().size(), c.line != nullptr ? 1u : 0u) << c.text;  // told once, not once a read
+        EXPECT_TRUE(c.line == nullptr || log.Has(LogLevel::Error, c.line)) << c.text;
+        m_registry->RegisterServer(Server("fresh", "/fresh"), 5s, nullptr);  // a write lets it be told again
+    }
+}
+
+TEST_F(ServerRegistryTest, ServersReplaceTheirOwnLineAndKeepItsPlace) {
+    auto const add = [this](char const* name, char const* location) {
+        return m_registry->RegisterServer(Server(name, location), 5s, nullptr);
+    };
+    EXPECT_TRUE(add("A", "/a"));
+    EXPECT_TRUE(add("B", "/b"));
+    EXPECT_TRUE(add("C", "/c"));
+    EXPECT_TRUE(add("A", "/new"));
+    EXPECT_TRUE(add("D", "/b"));
+    EXPECT_EQ(Read(), "ADC");
+    EXPECT_EQ(GetTable(),
+              "A\tIPC:/new\t1\tIPC:/new.h\tIPC:/new.m\t12\t11\n"
+              "D\tIPC:/b\t1\tIPC:/b.h\tIPC:/b.m\t12\t11\n"
+              "C\tIPC:/c\t1\tIPC:/c.h\tIPC:/c.m\t12\t11\n");
+
+    ServerDescriptor found;
+    EXPECT_TRUE(m_registry->FindServer({"/b", Transport::IPC, ""}, found, 5s, nullptr));
+    EXPECT_EQ(found.name, "D");
+    EXPECT_FALSE(m_registry->FindServer({"/b", Transport::LOOPBACK, ""}, found, 5s, nullptr));
+    EXPECT_TRUE(m_registry->FindServerByName("C", found, 5s, nullptr));
+    std::ostringstream text;
+    text << found;
+    EXPECT_EQ(
+        text.str(),
+        "ServerDescriptor: address=IPC:/c; heartbeatAddress=IPC:/c.h; memoryEventAddress=IPC:/c.m; pid=1; "
+        "protocol=12; minimumProtocol=11");
+
+    EXPECT_FALSE(m_registry->RemoveServer(Server("X", "/x"), 5s, nullptr));
+    EXPECT_TRUE(m_registry->RemoveServer(Server("X", "/b"), 5s, nullptr));
+    EXPECT_TRUE(m_registry->RemoveServer(Server("A", "/x"), 5s, nullptr));
+    EXPECT_EQ(Read(), "C");
+}
+
+TEST_F(ServerRegistryTest, UnusableAddressesAreRefusedButForTheMemoryAddress) {
+    vq::test::LogCapture log;
+    ServerDescriptor server = Server("A", "/a");
+    server.heartbeatAddress = {};
+    EXPECT_FALSE(m_registry->RegisterServer(server, 5s, nullptr));
+    server = Server("A", "/a");
+    server.address.logicalName = "n";
+    EXPECT_FALSE(m_registry->RegisterServer(server, 5s, nullptr));
+    std::vector<std::string> const expected = {
+        "E Failed to use empty MessageAddress",
+        "E Failed to use logical MessageAddresses, must use AMessagePipeProvider::Resolve first on IPC:/a?n",
+    };
+    EXPECT_EQ(log.Lines(), expected);
+    EXPECT_EQ(GetTable(), "");
+    server = Server("A", "/a");
+    server.memoryEventAddress = {};
+    EXPECT_TRUE(m_registry->RegisterServer(server, 5s, nullptr));
+    EXPECT_EQ(Read(), "!");
+}
+
+TEST_F(ServerRegistryTest, ATableThatIsTooLongIsCutAndHealsAtTheNextRegistration) {
+    vq::test::LogCapture log;
+    EXPECT_TRUE(m_registry->RegisterServer(Server("A", "/a"), 5s, nullptr));
+    EXPECT_TRUE(m_registry->RegisterServer(Server("L", "/" + std::string(400, 'l')), 5s, nullptr));
+    EXPECT_EQ(GetTable().size(), 1024u);
+    EXPECT_TRUE(
+        log.Has(LogLevel::Error, "truncating Tessel Server registry (allocated = 1024; needed = 1268)"))
+        << testing::PrintToString(log.Lines());
+    EXPECT_EQ(Read(), "!A");
+    EXPECT_TRUE(m_registry->RegisterServer(Server("B", "/b"), 5s, nullptr));
+    EXPECT_EQ(
+        log.Count(LogLevel::Warning, "ServerRegistry: trying to rewrite registry that we couldn't read"), 1u);
+    EXPECT_EQ(Read(), "AB");
+}
+
+TEST_F(ServerRegistryTest, DamagedTablesAreReadInsideTheirPageAndHeal) {
+    vq::test::LogCapture const quiet;
+    std::string const whole = std::string(kGoodA) + kGoodB;
+    std::mt19937 random(7);
+    std::uniform_int_distribution<int> byte(1, 255);
+    for (std::size_t length = 0; length <= whole.size(); ++length) {
+        ASSERT_EQ(::truncate(m_path.c_str(), 0), 0);
+        SetTable(whole.substr(0, length), length);  // the file itself ends here, under the open block
+        Read();
+    }
+    std::string noise(3 * 4096, '\0');
+    for (char& c : noise) {
+        c = static_cast<char>(byte(random));
+    }
+    for (std::size_t const length : {0, 1, 1024, 4095, 4096, 3 * 4096}) {
+        ASSERT_EQ(::truncate(m_path.c_str(), 0), 0);
+        SetTable(noise.substr(0, length), length);
+        Read();
+        EXPECT_TRUE(m_registry->RegisterServer(Server("A", "/a"), 5s, nullptr));
+        EXPECT_EQ(Read(), "A") << length;
+        // Whoever comes later finds a whole file again.
+        EXPECT_GE(ServerRegistry(Name()).GetServerAddress().location.size(), 1u);
+    }
+    ASSERT_EQ(::unlink(m_path.c_str()), 0);
+    EXPECT_EQ(Read(), "");
+    EXPECT_FALSE(m_registry->RegisterServer(Server("A", "/a"), 5s, nullptr));
+}
+
+TEST_F(ServerRegistryTest, ADeadHolderOfTheMutexCostsTheTimeoutUntilItIsRecovered) {
+    ASSERT_TRUE(m_registry->RegisterServer(Server("A", "/a"), 5s, nullptr));
+    pid_t const child = ::fork();
+    if (child == 0) {
+        SharedMutex mutex("testTLRegistry." + std::to_string(::getppid()) + ".mutex");
+        ::_exit(mutex.Open() && mutex.Lock() ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_EQ(status, 0);
+    ServerRegistry::Servers servers{Server("old", "/old")};
+    bool timedOut = false;
+    EXPECT_FALSE(m_registry->GetServers(servers, 50ms, &timedOut));
+    EXPECT_TRUE(timedOut);
+    EXPECT_TRUE(servers.empty());
+    timedOut = false;
+    EXPECT_FALSE(m_registry->RemoveServer(Server("A", "/a"), 0ms, &timedOut));
+    EXPECT_TRUE(timedOut);
+    m_registry->Recover();
+    EXPECT_EQ(Read(), "A");
+}
+
+TEST_F(ServerRegistryTest, ATerminatedRegistryReadsAsEmptyAndComesBack) {
+    ASSERT_TRUE(m_registry->RegisterServer(Server("A", "/a"), 5s, nullptr));
+    m_registry->Terminate();
+    EXPECT_EQ(Read(), "");
+    m_registry->Initialize();
+    EXPECT_EQ(Read(), "A");
+}
+
+TEST(ServerSelectionTest, TheUserChoosesByAddressThenByNameThenTheTableDecides) {
+    struct Case {
+        int servers;
+        std::optional<std::string> address;
+        std::optional<std::string> name;
+        std::string expected;
+        std::string line;
+    };
+    std::string const two =
+        "W More than one Tessel server is running: set VQ_VDS_NAME or VQ_VDS_ADDRESS to select one";
+    Case const cases[] = {
+        {0, {}, {}, "SOCKET:localhost:17975", ""},
+        {0, "6000", "B", "SOCKET:localhost:6000", ""},
+        {0, "123abc", {}, "SOCKET:localhost:123abc", ""},
+        {0, "IPC:/x?n", {}, "IPC:/x?n", ""},
+        {1, "abc", {}, "IPC:/a", "E Invalid address or port for server: abc"},
+        {1, "NONE:1", {}, "IPC:/a", "E Invalid address or port for server: NONE:1"},
+        {1, "", {}, "IPC:/a", "E Invalid address or port for server: "},
+        {1, {}, "", "IPC:/a", ""},
+        {2, {}, {}, "IPC:/a", two},
+        {2, {}, "B", "IPC:/b", ""},
+        {2, {}, "C", "NONE:", "E No running Tessel server named 'C'"},
+    };
+    int registered = 0;
+    for (Case const& c : cases) {
+        for (; registered < c.servers; ++registered) {
+            ASSERT_TRUE(ServerRegistry::Instance().RegisterServer(
+                registered == 0 ? Server("A", "/a") : Server("B", "/b"), 5s, nullptr));
+        }
+        c.address ? ::setenv("VQ_VDS_ADDRESS", c.address->c_str(), 1) : ::unsetenv("VQ_VDS_ADDRESS");
+        c.name ? ::setenv("VQ_VDS_NAME", c.name->c_str(), 1) : ::unsetenv("VQ_VDS_NAME");
+        vq::test::LogCapture log;
+        EXPECT_EQ(ServerRegistry::GetServerAddress().ToString(), c.expected);
+        EXPECT_EQ(log.Lines(), c.line.empty() ? std::vector<std::string>{} : std::vector{c.line});
+    }
+}
+
+}  // namespace
