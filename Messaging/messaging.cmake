@@ -1,1 +1,21 @@
-vq_add_library(messaging INTERFACE PUBLIC vq::protobuf)
+# Pipes, contexts, typed exchange and events.
+vq_add_library(messaging
+    SOURCES
+        source/AMessage.cpp
+        source/AMessageContext.cpp
+        source/AMessagePipe.cpp
+        source/EventDispatcher.cpp
+        source/EventMonitor.cpp
+        source/EventQueue.cpp
+        source/MessageTypeName.cpp
+        source/MessageUtils.cpp
+        source/ZMQMessage.cpp
+        source/ZMQMessageContext.cpp
+        source/ZMQMessageManager.cpp
+        source/ZMQMessagePipeBase.cpp
+        source/ZMQMessagePipeEvents.cpp
+        source/ZMQMessagePipeProvider.cpp
+        source/ZMQMessagePipeProviderAddresses.cpp
+        source/ZMQMessagePipeRequestReply.cpp
+    PUBLIC vq::message_address vq::protobuf PkgConfig::ZMQ
+    PRIVATE vq::logging vq::platform vq::registry Threads::Threads)

@@ -67,8 +67,6 @@ protected:
 
     /// Once, by the constructor of the derived class: null is a fatal check.
     void SetPipeProvider(std::unique_ptr<AMessagePipeProvider> provider);
-    /// For derived classes whose own members must outlive the pipes.
-    void DeletePipeProvider();
 
 private:
     MessageAddress const m_address;

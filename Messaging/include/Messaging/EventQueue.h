@@ -5,7 +5,6 @@
 #include <mutex>
 #include <string>
 #include <unordered_map>
-#include <utility>
 
 #include "Messaging/AMessage.h"
 
@@ -28,11 +27,12 @@ public:
 
 private:
     using Events = std::list<std::shared_ptr<AMessage>>;
+    using EventMap = std::unordered_map<std::string, Events>;
 
-    /// The events that a take of this type is about, never an empty list; null when there are none. Needs
+    /// The entry that a take of this type is about, never one without events; end() when there is none. Needs
     /// m_mutex.
-    std::pair<std::string const, Events>* FindEvents(std::string const& type);
+    EventMap::iterator FindEvents(std::string const& type);
 
     std::mutex m_mutex;
-    std::unordered_map<std::string, Events> m_events;  // guarded by m_mutex
+    EventMap m_events;  // guarded by m_mutex
 };

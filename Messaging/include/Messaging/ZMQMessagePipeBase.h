@@ -1,0 +1,92 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <zmq.hpp>
+
+class AChannelMessage;
+class AMessage;
+
+/// The socket half of a pipe: waits, and whole multipart messages in and out under one mutex.
+///
+/// Threads: the operations lock the mutex, PollFor for its whole wait.
+class ZMQMessagePipeBase {
+public:
+    using Frames = std::initializer_list<zmq::message_t*>;
+
+    /// @param socket      the socket; when owned, it is told to drop unsent messages on close
+    /// @param ownsSocket  close and delete it with the pipe. It stays the caller's when this throws.
+    /// Throws zmq::error_t.
+    ZMQMessagePipeBase(zmq::socket_t* socket, bool ownsSocket);
+    ZMQMessagePipeBase(ZMQMessagePipeBase const&) = delete;
+    ZMQMessagePipeBase& operator=(ZMQMessagePipeBase const&) = delete;
+    virtual ~ZMQMessagePipeBase();
+
+    zmq::socket_t* GetSocket() const { return m_socket; }
+
+    static AMessage* DoNewMessage();
+    static AChannelMessage* DoNewChannelMessage();
+
+    /// Four bytes, little-endian; the cursor moves behind them.
+    static void WriteUInt32(std::uint8_t*& cursor, std::uint32_t value);
+    static std::uint32_t ReadUInt32(std::uint8_t const*& cursor);
+
+    /// Prepares a send or receive.
+    /// @param events    ZMQ_POLLIN or ZMQ_POLLOUT
+    /// @param flags     what must go to SendMessages or RecvMessages
+    /// @param timeout   0 (or less): no wait here, and the flags say not to wait there either; the maximum:
+    ///                  no wait here, but without limit there; else waits here until the socket is ready
+    /// @param timedOut  may be null; true when the wait ran out
+    /// @return false when it ran out or failed (logged)
+    bool PollFor(int events, int& flags, std::chrono::milliseconds timeout, bool* timedOut);
+
+    /// One multipart message, all of it or (on an error at the first frame) nothing. The content of the
+    /// frames is moved out. False when the socket would have to wait, or on an error (logged).
+    bool SendMessages(int flags, Frames frames);
+    /// One multipart message of at least so many frames. Frames behind them stay on the socket, see
+    /// DropExtraFrames; one of fewer frames is consumed and logged. False as in SendMessages.
+    bool RecvMessages(int flags, Frames frames);
+
+protected:
+    /// PollFor and SendMessages in one, without the wait: a poll costs more than a send that succeeds.
+    /// @return nothing when the ordinary way has to be taken: the socket is not ready, the timeout is none
+    /// that
+    ///         waits in PollFor, or the steps are to be traced. The frames are then untouched.
+    std::optional<bool> TrySend(Frames frames, std::chrono::milliseconds timeout, bool* timedOut);
+    /// SendMessages after PollFor: not ready when told not to wait counts as timed out.
+    bool FinishSend(int flags, Frames frames, bool* timedOut);
+    /// PollFor and RecvMessages in one, with the poll only where nothing is there yet.
+    bool Receive(Frames frames, std::chrono::milliseconds timeout, bool* timedOut);
+
+    /// Drops what RecvMessages left of the last message; true when there was anything.
+    bool DropExtraFrames();
+    /// True from a message of too few frames until the next one was received or sent.
+    bool ReceivedTooFewFrames() const;
+
+private:
+    /// How far a transfer came.
+    struct Progress {
+        std::size_t frames = 0;  ///< done
+        int error = 0;           ///< of the frame behind them; 0 when there was none
+        bool tooFew = false;     ///< received only: the message ended there
+    };
+    // All three need m_mutex.
+    Progress SendFrames(int flags, Frames frames);
+    Progress RecvFrames(int flags, Frames frames);
+    bool ReportSend(Progress const& progress);
+    static bool ReportReceive(Progress const& progress);
+    void NoteForeignThread() const;
+
+    mutable std::mutex m_mutex;
+    zmq::socket_t* m_socket;
+    std::thread::id const m_ownerThread = std::this_thread::get_id();
+    bool const m_ownsSocket;
+    bool m_extraFrames = false;   // guarded by m_mutex
+    bool m_tooFewFrames = false;  // guarded by m_mutex
+};

@@ -1,0 +1,7 @@
+#include "Messaging/AMessage.h"
+
+#include <ostream>
+
+std::ostream& operator<<(std::ostream& stream, AMessage const& message) {
+    return stream << message.Dump();
+}
