@@ -26,7 +26,7 @@ public:
             std::lock_guard lock(state->mutex);
             state->records.push_back(record);
             state->changed.notify_all();
-            return false;
+            return record.level == LogLevel::Fatal;  // its text is what a death test looks for
         });
         if (level) {
             m_level = config.SetLevel(*level);

@@ -1,0 +1,198 @@
+#include "Logging/LogConfig.h"
+
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// Counts its records, and raises a log line of its own for each when asked to.
+class CountingHandler : public LogHandler {
+public:
+    CountingHandler(LogConfig& config, LogTarget target) : LogHandler(config, target) {}
+    void Log(LogRecord const&) override { ++m_records; }
+    int m_records = 0;
+};
+
+LogRecord MakeRecord(LogLevel level, std::string text) {
+    LogRecord record;
+    record.file = "/src/Some.cpp";
+    record.line = 12;
+    record.function = "Run";
+    record.level = level;
+    record.toStderr = level < LogLevel::Info;
+    record.message = std::move(text);
+    return record;
+}
+
+TEST(LogConfigTest, KeepsHandlersInOrderAndOnce) {
+    LogConfig config(false);
+    auto* const file = new CountingHandler(config, LogTarget::File);
+    auto* const console = new CountingHandler(config, LogTarget::Stdout);
+    auto const second = std::make_unique<CountingHandler>(config, LogTarget::File);
+    EXPECT_TRUE(config.AddLogHandler(file));
+    EXPECT_TRUE(config.AddLogHandler(console));
+    EXPECT_TRUE(config.AddLogHandler(second.get()));
+    EXPECT_FALSE(config.AddLogHandler(file));
+    EXPECT_FALSE(config.AddLogHandler(nullptr));
+    EXPECT_EQ(config.FindFileLogHandler(), file);
+    EXPECT_EQ(config.EnsureLogHandler<CountingHandler>(LogTarget::File), file);
+    EXPECT_THAT(config.GetLogHandlers(), ElementsAre(file, console, second.get()));
+
+    EXPECT_TRUE(config.RemoveLogHandler(second.get()));
+    EXPECT_FALSE(config.RemoveLogHandler(second.get()));
+    EXPECT_FALSE(config.RemoveLogHandler(nullptr));
+    config.Dispatch(MakeRecord(LogLevel::Info, "one"));
+    EXPECT_EQ(file->m_records, 1);
+    EXPECT_EQ(second->m_records, 0);
+}
+
+TEST(LogConfigTest, ResetGoesBackToInfoWithTheTwoConsoleHandlers) {
+    LogConfig config(false);
+    EXPECT_THAT(config.GetLogHandlers(), IsEmpty());
+    config.AddLogHandler(new CountingHandler(config, LogTarget::File));
+    config.SetLevel(LogLevel::Trace);
+    config.SetLogCallback([](LogRecord const&) { return false; });
+    config.Reset(true);
+    EXPECT_EQ(config.SetLevel(LogLevel::Error), LogLevel::Info);
+    EXPECT_FALSE(config.SetLogCallback({}));
+    ASSERT_EQ(config.GetLogHandlers().size(), 2U);
+    EXPECT_EQ(config.GetLogHandlers()[0]->GetTarget(), LogTarget::Stdout);
+    EXPECT_EQ(config.GetLogHandlers()[1]->GetTarget(), LogTarget::Stderr);
+    EXPECT_TRUE(IsLogged(LogLevel::Info)) << "a private configuration has a level of its own";
+}
+
+TEST(LogConfigTest, RefusesAnUnknownTarget) {
+    LogConfig config(false);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(LogFactory::CreateLogHandler(config, static_cast<LogTarget>(9)), nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Unknown log target 9\n");
+}
+
+TEST(LogConfigTest, SaysThatThereIsNoFileLogOnlyToWhomAsksForOne) {
+    for (bool const asked : {false, true}) {
+        auto const configure = [asked] {
+            if (asked) {
+                ::setenv("VDS_TEST_DIR", "/tmp", 1);
+            }
+            ConfigureFileLogging();
+            ConfigureFileLogging();
+            std::_Exit(LogConfig::Instance().FindFileLogHandler() == nullptr ? 0 : 1);
+        };
+        EXPECT_EXIT(
+            configure(), testing::ExitedWithCode(0),
+            asked ? "^File logging is not available in this build: VDS_TEST_DIR has no effect\n$" : "^$");
+    }
+}
+
+TEST(LogConfigTest, TheRedirectorPrintsEveryRecordOnStandardErrorOnly) {
+    LogConfig config(false);
+    auto* const handler = new CountingHandler(config, LogTarget::File);
+    config.AddLogHandler(handler);
+    int seenBefore = 0;
+    config.SetLogCallback([&seenBefore](LogRecord const&) {
+        ++seenBefore;
+        return true;
+    });
+    testing::internal::CaptureStderr();
+    {
+        LogToStderrRedirector const redirector(config);
+        config.Dispatch(MakeRecord(LogLevel::Info, "first"));
+        config.Dispatch(MakeRecord(LogLevel::Error, "second"));
+    }
+    config.Dispatch(MakeRecord(LogLevel::Error, "third"));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "I [Run] first\nE [Some.cpp:12] second\n");
+    EXPECT_EQ(handler->m_records, 1);
+    EXPECT_EQ(seenBefore, 1);
+}
+
+TEST(LogConfigTest, RecordsRepeatByAddressOfTheStatement) {
+    static char const sameText[] = "/src/Some.cpp";
+    LogRecord const record = MakeRecord(LogLevel::Info, "text");
+    LogRecord later = record;
+    later.time += std::chrono::seconds(1);
+    later.plain = true;
+    EXPECT_TRUE(later.IsRepeatOf(record));
+    later.file = sameText;
+    EXPECT_FALSE(later.IsRepeatOf(record));
+}
+
+TEST(LogConfigTest, ThreadsLogWhileHandlersComeAndGo) {
+    LogConfig config(false);
+    std::atomic<int> seen = 0;
+    config.SetLogCallback([&seen](LogRecord const&) {
+        ++seen;
+        return true;
+    });
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 3; ++i) {
+        threads.emplace_back([&config] {
+            for (int line = 0; line < 500; ++line) {
+                config.Dispatch(MakeRecord(LogLevel::Info, ""));
+            }
+        });
+    }
+    class SlowHandler : public CountingHandler {
+    public:
+        using CountingHandler::CountingHandler;
+        void Log(LogRecord const& record) override {
+            std::lock_guard lock(m_mutex);
+            CountingHandler::Log(record);
+        }
+        std::mutex m_mutex;
+    };
+    for (int i = 0; i < 50; ++i) {
+        config.AddLogHandler(new SlowHandler(config, LogTarget::File));
+        config.Reset(false);
+        config.SetLogCallback([&seen](LogRecord const&) {
+            ++seen;
+            return true;
+        });
+    }
+    threads.clear();
+    EXPECT_GT(seen, 0);
+}
+
+TEST(LogConfigDeathTest, AProcessExitsWhileOtherThreadsStillLog) {
+    auto const leave = [] {
+        for (int i = 0; i < 3; ++i) {
+            std::thread([] {
+                for (;;) {
+                    LOG_V("busy");
+                    LOG_I("%s", "busy");
+                }
+            }).detach();
+        }
+        testing::internal::CaptureStdout();
+        LOG_I("leaving");
+        std::exit(3);
+    };
+    EXPECT_EXIT(leave(), testing::ExitedWithCode(3), "");
+}
+
+TEST(LogConfigDeathTest, AReaderThatGoesAwayMutesTheConsoleAndDoesNotKillTheProcess) {
+    auto const write = [] {
+        int ends[2];
+        if (::pipe(ends) != 0) {
+            std::_Exit(1);
+        }
+        ::dup2(ends[1], STDOUT_FILENO);
+        ::close(ends[0]);
+        ::close(ends[1]);
+        for (int i = 0; i < 3; ++i) {
+            LOG_I("nobody reads this");
+        }
+        LOG_E("still here");
+        std::_Exit(5);
+    };
+    EXPECT_EXIT(write(), testing::ExitedWithCode(5), "still here");
+}
+
+}  // namespace

@@ -1,0 +1,90 @@
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "Logging/Log.h"
+#include "Logging/LogConfig.h"
+#include "TestSupport/LogCapture.h"
+
+namespace {
+
+using testing::ElementsAre;
+using vq::test::LogCapture;
+
+class FlushReportingHandler : public LogHandler {
+public:
+    explicit FlushReportingHandler(LogConfig& config) : LogHandler(config, LogTarget::File) {}
+    ~FlushReportingHandler() override { std::fputs("handler flushed\n", stderr); }
+    void Log(LogRecord const& record) override {
+        std::fprintf(stderr, "handler got %s\n", record.message.c_str());
+    }
+};
+
+TEST(LogInternalTest, FormatsShortAndLongMessagesWhole) {
+    LogCapture const capture;
+    std::string const filler(10000, 'x');
+    for (int size : {0, 4093, 4094, 4095, 4096, 10000}) {
+        LOG_I("%d %.*s|%d", size, size, filler.c_str(), 7);
+        std::string const expected =
+            std::to_string(size) + " " + filler.substr(0, static_cast<std::size_t>(size)) + "|7";
+        EXPECT_EQ(capture.Records().back().message, expected);
+    }
+}
+
+TEST(LogInternalTest, PassesASingleTextThroughUnformatted) {
+    LogCapture const capture;
+    char const* volatile const none = nullptr;  // volatile: the compiler would warn of it
+    LogInternal(false, "", nullptr, 3, nullptr, LogLevel::Info, "%s", none);
+    VQ_LOG_STREAM(LogLevel::Info) << "100%s" << ' ' << std::string("%n") << 5;
+    EXPECT_THAT(capture.Lines(), ElementsAre("I (null)", "I 100%s %n5"));
+    LogRecord const first = capture.Records().front();
+    EXPECT_EQ(first.tag, nullptr);
+    EXPECT_STREQ(first.file, "");
+    EXPECT_STREQ(first.function, "");
+}
+
+TEST(LogInternalTest, KeepsTheFormatWhenTheFormatterRefusesTheText) {
+    LogCapture const capture;
+    wchar_t const unconvertible[] = {static_cast<wchar_t>(0x7ffffff0), 0};
+    testing::internal::CaptureStderr();
+    LOG_I("bad %ls", unconvertible);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "*** out of memory allocating log buffer");
+    EXPECT_THAT(capture.Lines(), ElementsAre("I bad %ls"));
+}
+
+TEST(LogInternalTest, StatementsBelowTheLevelEvaluateNothing) {
+    LogCapture const capture(LogLevel::Warning);
+    int evaluated = 0;
+    LOG_I("%d", ++evaluated);
+    VQ_LOG_STREAM(LogLevel::Verbose) << ++evaluated;
+    LOG_W("%d", ++evaluated);
+    EXPECT_THAT(capture.Lines(), ElementsAre("W 1"));
+}
+
+TEST(LogInternalDeathTest, AFatalRecordFlushesTheHandlersAndAbortsWhateverTheCallbackSays) {
+    auto const die = [] {
+        LogConfig::Instance().AddLogHandler(new FlushReportingHandler(LogConfig::Instance()));
+        LogConfig::Instance().SetLogCallback([](LogRecord const&) { return false; });
+        LOG_F("the end");
+    };
+    EXPECT_EXIT(die(), testing::KilledBySignal(SIGABRT), "^handler flushed\n$");
+}
+
+TEST(LogInternalDeathTest, AFailedCheckSaysItsConditionAndAborts) {
+    EXPECT_EXIT(VQ_CHECK(1 + 1 == 3), testing::KilledBySignal(SIGABRT),
+                "F \\[LogInternalTest.cpp:[0-9]+\\] \\*\\*\\*\\* CHECK FAILED \\(aborting\\) \\*\\*\\*\\* 1 "
+                "\\+ 1 == 3\n");
+}
+
+TEST(LogInternalDeathTest, ANullFormatAndANegativeLevelSilenceAFatalStatement) {
+    auto const survive = [] {
+        LogInternal(false, nullptr, __FILE__, __LINE__, __func__, LogLevel::Fatal, nullptr);
+        LogConfig::Instance().SetLevel(static_cast<LogLevel>(-1));
+        LOG_F("unheard");
+        std::_Exit(7);
+    };
+    EXPECT_EXIT(survive(), testing::ExitedWithCode(7), "^$");
+}
+
+}  // namespace
