@@ -27,7 +27,15 @@ AMessageContext* ZMQMessagePipeProvider::GetContext() const {
 }
 
 std::unique_ptr<zmq::socket_t> ZMQMessagePipeProvider::NewSocket(int type) {
-    return std::make_unique<zmq::socket_t>(*m_context->GetZMQContext(), type);
+    auto socket = std::make_unique<zmq::socket_t>(*m_context->GetZMQContext(), type);
+    // Before the socket is attached: its connections inherit what is set by then.
+    socket->set(zmq::sockopt::maxmsgsize, m_maximumMessageSize);
+    return socket;
+}
+
+void ZMQMessagePipeProvider::SetMaximumMessageSize(std::int64_t bytes) {
+    std::lock_guard const lock(m_mutex);
+    m_maximumMessageSize = bytes;
 }
 
 template <class Pipe>

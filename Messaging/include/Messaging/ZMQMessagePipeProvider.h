@@ -41,6 +41,11 @@ public:
     void DisposePipe(AMessagePipe* pipe) override;
     void DisposePipes() override;
 
+    /// Bounds what the sockets of pipes made from now on take in: a peer that sends a larger message is
+    /// disconnected. For servers, which do not choose their peers.
+    /// @param bytes  -1 for no bound, which is the default
+    void SetMaximumMessageSize(std::int64_t bytes);
+
     /// Cuts "host:port". No colon means the default server port, an empty host "localhost".
     /// @param host  set to hostPort where the port is bad
     /// @return false (logged) when the port is 0 or no number
@@ -98,6 +103,7 @@ private:
 
     // Guards all below. Two devices of one program may make pipes at the same time.
     std::recursive_mutex m_mutex;
+    std::int64_t m_maximumMessageSize = -1;
     std::map<std::pair<std::string, MessageAddress::Transport>, std::shared_ptr<TransportProvider>>
         m_providers;
     Pipes<ZMQMessagePipeRequestReply> m_reqRepServers;
