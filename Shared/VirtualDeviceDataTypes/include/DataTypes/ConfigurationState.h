@@ -69,6 +69,7 @@ public:
 
 private:
     vq::cfg::SimpleType const* FindSimpleTypeOf(std::string const& name) const;
-    template <typename Field, typename List>
-    void SetList(std::string const& name, Field field, List const& values);
+    vq::cfg::Variant& MutableValue(std::string const& name);
+    template <typename List, typename Values>
+    void SetList(std::string const& name, List* (vq::cfg::Variant::*field)(), Values const& values);
 };

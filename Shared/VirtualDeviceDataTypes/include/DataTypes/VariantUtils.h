@@ -45,6 +45,9 @@ bool ConvertStringToVariant(std::string const& typeName, std::string const& text
 ///         number in range. Callers treat it like false.
 bool CoerceVariantToType(vq::cfg::Variant& value, std::string const& typeName, PropertyInfo const& info);
 
+/// The same, with an exception taken for false.
+bool TryCoerceVariantToType(vq::cfg::Variant& value, std::string const& typeName, PropertyInfo const& info);
+
 /// The type name that fits the case, such as "integerList". Empty for an unset value or a number outside the
 /// cases.
 std::string ConvertVariantValueCaseToString(vq::cfg::Variant::ValueCase valueCase);

@@ -86,9 +86,10 @@ public:
     static bool ParseCustomChannel(Json::Value const& value, ChannelDescriptor* out);
 
 private:
+    bool ReadApplicationData(Json::Value const& root);
     bool ProcessDocument(Json::Value& root);
     bool ProcessMultipleManifests(Json::Value& manifests);
-    bool CheckNewDevice(Json::Value const& root, std::string& name) const;
+    bool ReadNames(Json::Value const& root, bool mayRepeat, ManifestData& data) const;
 
     ApplicationManifestData m_appData;
     mutable std::vector<ManifestData> m_datas;

@@ -1,0 +1,4 @@
+vq_add_library(manifest
+    SOURCES source/ManifestProcessor.cpp source/ManifestDatas.cpp
+    PUBLIC vq::device_data_types PkgConfig::JSONCPP
+    PRIVATE vq::json vq::logging vq::text)
