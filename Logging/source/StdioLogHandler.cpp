@@ -30,8 +30,7 @@ void StdioLogHandler::Log(LogRecord const& record) {
     if (record.toStderr != (GetTarget() == LogTarget::Stderr) || stream == nullptr || record.IsEmpty()) {
         return;
     }
-    std::string const line = FormatLine(record);
-    if (std::fwrite(line.data(), 1, line.size(), stream) != line.size()) {
+    if (std::fputs(FormatLine(record).c_str(), stream) == EOF) {
         m_stream = nullptr;
         return;
     }

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <google/protobuf/message_lite.h>
+
+#include <cstdint>
+#include <string>
+#include <utility>
+
+#include "Messaging/ChannelDataTypes.h"
+
+/// One sample of a channel's data: never changed once it is built, shared by shared_ptr between threads.
+class IData {
+public:
+    virtual ~IData() = default;
+
+    /// A new wire message that holds a copy of the sample; the caller owns it.
+    virtual google::protobuf::MessageLite* Serialize() const = 0;
+    /// Display text of the data type.
+    virtual std::string GetType() const = 0;
+    /// The same as GetType().
+    virtual std::string ToString() const { return GetType(); }
+};
+
+/// A sample that is a wire message.
+/// @tparam T  a message of the table of data types.
+template <class T>
+class ProtoMessageDataTemplate final : public IData {
+public:
+    /// Display text of the data type.
+    static constexpr char const* Type = ChannelDataTypeText<T>;
+
+    explicit ProtoMessageDataTemplate(T const& message) : m_message(message) {}
+    explicit ProtoMessageDataTemplate(T&& message) : m_message(std::move(message)) {}
+
+    google::protobuf::MessageLite* Serialize() const override { return new T(m_message); }
+    std::string GetType() const override { return Type; }
+
+    T const& GetMessage() const { return m_message; }
+
+private:
+    T m_message;
+};

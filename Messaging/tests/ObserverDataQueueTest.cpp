@@ -1,0 +1,173 @@
+#include "Messaging/ObserverDataQueue.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "TestSupport/LogCapture.h"
+
+namespace {
+
+using IntegerData = ProtoMessageDataTemplate<vq::ch::IntegerChannelDataEvent>;
+using Queue = ObserverDataQueueBase<CircularBufferDataQueue>;
+
+std::shared_ptr<IData> Sample(int value) {
+    vq::ch::IntegerChannelDataEvent event;
+    event.set_value(value);
+    return std::make_shared<IntegerData>(event);
+}
+
+int ValueOf(std::shared_ptr<IData> const& sample) {
+    return sample == nullptr ? -1 : static_cast<IntegerData const&>(*sample).GetMessage().value();
+}
+
+void Push(Queue& queue, int first, int last) {
+    for (int value = first; value <= last; ++value) {
+        queue.PushNewData(Sample(value));
+    }
+}
+
+std::string Drain(Queue& queue) {
+    std::vector<std::shared_ptr<IData>> list;
+    std::string text = queue.PopAllData(list) ? "" : "none";
+    for (auto const& sample : list) {
+        text += text.empty() ? "" : " ";
+        text += std::to_string(ValueOf(sample));
+    }
+    return text;
+}
+
+TEST(ObserverDataQueueTest, OnlyTheStatedSamplesAreLost) {
+    struct Case {
+        char const* what;
+        std::size_t capacity;
+        std::function<void(Queue&)> steps;
+        char const* left;
+    };
+    Case const cases[] = {
+        {"a full queue loses its oldest", 4, [](Queue& q) { Push(q, 1, 9); }, "6 7 8 9"},
+        {"the newest leaves the older ones", 4,
+         [](Queue& q) {
+             Push(q, 1, 3);
+             EXPECT_EQ(ValueOf(q.PopNewestData()), 3);
+         },
+         "1 2"},
+        {"the newest lies in the last slot", 4,
+         [](Queue& q) {
+             Push(q, 1, 4);
+             EXPECT_EQ(ValueOf(q.PopNewestData()), 4);
+             Push(q, 5, 6);
+         },
+         "2 3 5 6"},
+        {"the oldest across the end of the block", 3,
+         [](Queue& q) {
+             Push(q, 1, 5);
+             EXPECT_EQ(ValueOf(q.PopOldestData()), 3);
+             EXPECT_EQ(ValueOf(q.PopOldestData()), 4);
+             Push(q, 6, 7);
+         },
+         "5 6 7"},
+        {"nothing to pop", 2,
+         [](Queue& q) {
+             EXPECT_EQ(q.PopOldestData(), nullptr);
+             EXPECT_EQ(q.PopNewestData(), nullptr);
+         },
+         "none"},
+        {"shrinking keeps the newest, and the next push drops the oldest of them", 20,
+         [](Queue& q) {
+             Push(q, 1, 12);
+             q.ResizeCapacity(5);
+             Push(q, 13, 13);
+         },
+         "9 10 11 12 13"},
+        {"growing keeps all in order", 3,
+         [](Queue& q) {
+             Push(q, 1, 5);
+             q.ResizeCapacity(5);
+             Push(q, 6, 8);
+             EXPECT_EQ(ValueOf(q.PopNewestData()), 8);
+         },
+         "4 5 6 7"},
+        {"resized while empty, with the ring turned", 3,
+         [](Queue& q) {
+             Push(q, 1, 2);
+             Drain(q);
+             q.ResizeCapacity(2);
+             Push(q, 3, 5);
+         },
+         "4 5"},
+        {"cleared across the end of the block", 3,
+         [](Queue& q) {
+             Push(q, 1, 5);
+             q.ClearData();
+             Push(q, 6, 6);
+         },
+         "6"},
+    };
+    for (Case const& c : cases) {
+        Queue queue(c.capacity);
+        c.steps(queue);
+        EXPECT_EQ(Drain(queue), c.left) << c.what;
+        EXPECT_EQ(Drain(queue), "none") << c.what;
+    }
+}
+
+TEST(ObserverDataQueueTest, AResizeWithoutEffectSaysWhyAndALossIsOnlyVerbose) {
+    vq::test::LogCapture log(LogLevel::Verbose);
+    Queue queue(2);
+    queue.ResizeCapacity(0);
+    queue.ResizeCapacity(2);
+    Push(queue, 1, 3);
+    std::vector<std::string> const expected = {
+        "W Resize ignored. Reason: capacity is zero",
+        "W Resize ignored. Reason: new capacity is identical to current",
+        "V Observer buffer full - older data will be discarded.",
+    };
+    EXPECT_EQ(log.Lines(), expected);
+    EXPECT_EQ(Drain(queue), "2 3");
+}
+
+TEST(ObserverDataQueueTest, SamplesReleasedByTheRingAreFreed) {
+    std::weak_ptr<IData> overwritten;
+    std::weak_ptr<IData> cleared;
+    Queue queue(1);
+    auto const push = [&queue](std::weak_ptr<IData>& watch) {
+        auto sample = Sample(1);
+        watch = sample;
+        queue.PushNewData(std::move(sample));
+    };
+    push(overwritten);
+    push(cleared);
+    EXPECT_TRUE(overwritten.expired());
+    EXPECT_FALSE(cleared.expired());
+    queue.ClearData();
+    EXPECT_TRUE(cleared.expired());
+}
+
+TEST(ObserverDataQueueTest, AReaderSeesAnOrderedSubsetOfWhatAnotherThreadPushes) {
+    constexpr int kSamples = 5000;
+    Queue queue(20);
+    std::atomic<bool> done{false};
+    std::thread writer([&] {
+        Push(queue, 1, kSamples);
+        done = true;
+    });
+    int last = 0;
+    for (bool finished = false; !finished;) {
+        finished = done;
+        std::vector<std::shared_ptr<IData>> list;
+        queue.PopAllData(list);
+        for (auto const& sample : list) {
+            EXPECT_GT(ValueOf(sample), last);
+            last = ValueOf(sample);
+        }
+        std::this_thread::yield();
+    }
+    writer.join();
+    EXPECT_EQ(last, kSamples);
+}
+
+}  // namespace
