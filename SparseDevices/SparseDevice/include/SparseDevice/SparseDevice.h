@@ -17,6 +17,7 @@
 #include "SparseDevice/ASparseDevice.h"
 #include "SparseDevice/EventSender.h"
 #include "SparseDevice/ManifestProcessor.h"
+#include "SparseDevice/StatsCollector.h"
 
 class AMessage;
 class AMessagePipeEventListener;
@@ -30,9 +31,6 @@ class ChannelProducer;
 class EventDispatcher;
 class SparseDeviceApplication;
 
-namespace VirtualDeviceStats {
-class StatsCollector;
-}
 namespace google::protobuf {
 class MessageLite;
 }
@@ -126,7 +124,7 @@ public:
     void EnableAutoStats(bool enable) { m_autoStats = enable; }
     void EnableHelloDataEvents(bool enable) { m_sendHelloDataEvents = enable; }
     std::uint64_t EventsProcessed() const { return m_eventsProcessed; }
-    VirtualDeviceStats::StatsCollector& Stats() { return *m_stats; }
+    VirtualDeviceStats::StatsCollector& Stats() { return m_stats; }
     /// The live configuration. A change through SetValue is published as an event.
     ConfigurationState& Configuration() { return m_configurationState; }
     ManifestProcessor::ManifestData const& Manifest() const { return m_manifest; }
@@ -232,10 +230,10 @@ private:
     void AdoptConfiguration(ManifestProcessor::ManifestData const& data);
     void MakeManifestChannels();
     bool SetupComms();
-    bool ConnectToServer(AMessagePipeProvider* provider);
     bool OpenEventListeners(AMessagePipeProvider* provider);
     bool OpenDevicePipe(AMessagePipeProvider* provider);
     AMessagePipeEventListener* OpenEventListener(AMessagePipeProvider* provider, std::string const& address);
+    void MakeChannelFactory();
     void SetupCommandHandlers();
     void SetupDispatcher();
 
@@ -245,15 +243,24 @@ private:
     bool UpdateProducers();
     bool SendHelloEvents();
     bool DistributeEvents();
-    bool UpdateObserversIdle();
-    void ReportUnconsumed(std::list<AvailableReaderMessage>& messages);
+    void DropUnconsumed();
     bool DispatchEvents();
     bool ServeRequest(AMessage* message);
     bool RefuseRequest(std::string const& text);
-    void FinishPruning();
     bool OnDeviceUnregistered(AMessage* message);
     void OnAnyPropertyChangedEvent(std::string const& name);
-    void SendUnregister();
+
+    template <class C>
+    using ChannelMap = std::map<std::string, std::unique_ptr<C>>;
+    template <class C>
+    C* MakeChannel(ChannelMap<C> const& channels, std::string const& name);
+    template <class C>
+    C* MakeChannel(ChannelMap<C> const& channels, std::string const& name, std::string const& dataType);
+    template <class C>
+    C* EnterChannel(ChannelMap<C>& channels, C* channel);
+    template <class C>
+    bool RemoveChannel(ChannelMap<C>& channels, C* channel);
+    std::string const& StringSetting(std::string const& property);
 
     bool AutomapProducers() const;
     bool SendRegisterDeviceMessage(AMessagePipeProvider* provider);
@@ -262,11 +269,13 @@ private:
     bool SendRegisterDeviceChannelMessage(Channel* channel, bool automap);
     bool SendUnregisterDeviceChannelMessage(Channel* channel);
     bool SendReportDeviceInitializedMessage();
+    void SendUnregisterDeviceMessage();
     bool GetChannelMappings(std::string const& channel, vq::vds::GetChannelMappings_Reply& mappings);
 
-    std::map<std::string, std::unique_ptr<ChannelProducer>> m_producers;
-    std::map<std::string, std::unique_ptr<ChannelObserver>> m_observers;
+    /// Owns the descriptors of the channels, so it goes after them.
     std::unique_ptr<ChannelFactory> m_channelFactory;
+    ChannelMap<ChannelProducer> m_producers;
+    ChannelMap<ChannelObserver> m_observers;
     ManifestProcessor::ManifestData m_manifest;
     ConfigurationState m_configurationState;
     ManifestProcessor::ApplicationManifestData m_applicationData;
@@ -278,7 +287,7 @@ private:
     std::unique_ptr<EventDispatcher> m_eventDispatcher;
     std::unordered_map<std::string, int> m_commandMap;
     std::map<int, std::unique_ptr<ASparseDeviceCommandHandler>> m_commandHandlers;
-    std::unique_ptr<VirtualDeviceStats::StatsCollector> m_stats;
+    VirtualDeviceStats::StatsCollector m_stats;
     /// Type name and serialised bytes.
     std::vector<std::pair<std::string, std::string>> m_pendingEvents;
     std::mutex m_pendingEventsMutex;

@@ -138,6 +138,8 @@ private:
     struct ExitFlags;
     struct InputGate;
 
+    void EnterList();
+    void LeaveList();
     void RunLoop();
     void SleepUntilNextUpdate(float hertz);
     bool DrainHeartbeats();

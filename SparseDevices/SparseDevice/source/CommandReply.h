@@ -1,0 +1,19 @@
+#pragma once
+
+#include <chrono>
+
+#include "Messaging/MessageUtils.h"
+
+/// The request in a message; one that does not decode leaves what could be read of it.
+template <class Request>
+Request DecodeCommand(AMessagePipeRequestReply* pipe, AMessage const* message) {
+    Request request;
+    pipe->GetContext()->DecodeMessage(message, request);
+    return request;
+}
+
+/// Answers on a device's own pipe, waiting without limit.
+template <class Reply>
+bool SendReply(AMessagePipeRequestReply* pipe, Reply const& reply) {
+    return MessageUtils::Send(pipe, reply, std::chrono::milliseconds::max(), nullptr);
+}

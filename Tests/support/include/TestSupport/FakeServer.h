@@ -1,0 +1,155 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "Messaging/AMessagePipe.h"
+#include "Messaging/MessageAddress.h"
+#include "Messaging/MessageTypeName.h"
+#include "Messaging/ZMQMessageManager.h"
+#include "ServerRequests.pb.h"
+
+namespace vq::test {
+
+/// A Virtual Device Server inside the test process, on a thread and a message manager of its own: it records
+/// every request, answers as a friendly server would, and publishes what the test wants. It serves on an IPC
+/// address in the test's HOME and points VQ_VDS_ADDRESS there. A second one on the same address, after the
+/// first has gone, is a server that was restarted.
+///
+/// The test's thread makes all calls.
+class FakeServer {
+public:
+    struct Request {
+        std::string type;
+        std::string payload;
+    };
+    struct DataEvent {
+        std::string type;
+        std::string channel;
+        int channelId;
+        std::string payload;
+    };
+    using Reply = std::unique_ptr<google::protobuf::MessageLite>;
+
+    /// @param location      of the IPC address.
+    /// @param firstDeviceId what the first device to register gets.
+    explicit FakeServer(std::string const& location = "vds", std::int32_t firstDeviceId = 1);
+    ~FakeServer();
+    FakeServer(FakeServer const&) = delete;
+    FakeServer& operator=(FakeServer const&) = delete;
+
+    MessageAddress const& Address() const { return m_address; }
+
+    /// Replaces the answer to one type of request. Runs on the server's thread. A null answer makes the
+    /// server deaf and dumb from then on, as one that hangs.
+    template <class R>
+    void On(std::function<Reply(R const&)> answer) {
+        std::lock_guard const lock(m_mutex);
+        m_answers[MessageTypeName(R::default_instance())] = [answer](std::string const& payload) {
+            R request;
+            return request.ParseFromString(payload) ? answer(request) : Refuse("cannot read the request");
+        };
+    }
+    static Reply Refuse(std::string const& text);
+
+    /// Device and channel of each mapping in force.
+    void SetMappings(std::vector<std::pair<std::string, std::string>> mappings);
+    void SetAutoStats(bool enable);
+    /// What the server tells of its data directory and its protocol version.
+    void SetDataPath(std::string path);
+    void SetProtocolVersion(std::int32_t version);
+    /// Where requests for that device go; a device that registers enters its own.
+    void SetDeviceAddress(std::string const& device, std::string const& address);
+    std::string DeviceAddress(std::string const& device) const;
+
+    /// Everything so far, in order of arrival.
+    std::vector<Request> Requests() const;
+    /// The types alone, without their package.
+    std::vector<std::string> RequestTypes() const;
+    template <class R>
+    std::vector<R> Received() const {
+        std::vector<R> found;
+        for (Request const& request : Requests()) {
+            if (request.type == MessageTypeName(R::default_instance())) {
+                found.emplace_back().ParseFromString(request.payload);
+            }
+        }
+        return found;
+    }
+    void ClearRequests();
+    /// Waits until `count` requests of a type have come since the last ClearRequests.
+    template <class R>
+    bool WaitFor(std::size_t count = 1, std::chrono::milliseconds limit = std::chrono::seconds(30)) {
+        return WaitForType(MessageTypeName(R::default_instance()), count, limit);
+    }
+    /// Data events of registered devices, in order of arrival.
+    std::vector<DataEvent> DataEvents() const;
+
+    /// Sends a server event. Who has not subscribed yet does not get it.
+    void Publish(google::protobuf::MessageLite const& event);
+    /// Sends a data event on the broadcast address.
+    void PublishData(google::protobuf::MessageLite const& event, std::string const& channel, int channelId);
+
+private:
+    struct Outgoing {
+        std::unique_ptr<google::protobuf::MessageLite> event;
+        std::string channel;
+        int channelId;
+        bool isData;
+    };
+
+    bool WaitForType(std::string const& type, std::size_t count, std::chrono::milliseconds limit);
+    void QueueEvent(google::protobuf::MessageLite const& event, std::string channel, int channelId,
+                    bool isData);
+    void Run();
+    void OpenPipes();
+    void ServeOne(AMessage& message);
+    void SendQueued();
+    void ReadDataEvents();
+    void SetupAnswers();
+    void SetupDeviceAnswers();
+    void SetupApplicationAnswers();
+    Reply OpenDataListener(vq::vds::CreateServerDataEventListenerAddress const& request);
+
+    MessageAddress const m_address;
+    std::thread m_thread;
+
+    // Only the server's thread.
+    ZMQMessageManager m_manager;
+    AMessagePipeRequestReply* m_requests = nullptr;
+    AMessagePipeEventSender* m_events = nullptr;
+    AMessagePipeEventSender* m_data = nullptr;
+    AMessagePipeEventSender* m_heartbeat = nullptr;
+    std::vector<AMessagePipeEventListener*> m_dataListeners;
+    bool m_deaf = false;
+    std::int32_t m_nextDeviceId;
+    std::int32_t m_nextChannelId = 1;
+
+    // The rest by lock.
+    mutable std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_stop = false;
+    bool m_open = false;
+    std::map<std::string, std::function<Reply(std::string const&)>> m_answers;
+    std::deque<Outgoing> m_outgoing;
+    std::vector<Request> m_received;
+    std::vector<DataEvent> m_dataEvents;
+    std::vector<std::pair<std::string, std::string>> m_mappings;
+    std::map<std::string, std::string> m_deviceAddresses;
+    std::map<std::int32_t, vq::descriptors::data::SparseDeviceDescription> m_devices;
+    std::string m_dataPath;
+    std::int32_t m_protocolVersion = 12;
+    bool m_autoStats = false;
+};
+
+}  // namespace vq::test
