@@ -1,0 +1,70 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+
+#include "Messaging/AMessagePipe.h"
+#include "Messaging/ZMQMessagePipeProvider.h"
+#include "VirtualDeviceServer/ServerJournal.h"
+
+namespace google::protobuf {
+class MessageLite;
+}
+
+namespace vq::server {
+
+/// The sockets of the server itself: requests in, events out.
+///
+/// Threads: one.
+class ServerEndpoints {
+public:
+    /// No client has a reason to send more at once.
+    static constexpr std::int64_t kMaximumMessageSize = 64LL << 20;
+
+    ServerEndpoints() = default;
+    ServerEndpoints(ServerEndpoints const&) = delete;
+    ServerEndpoints& operator=(ServerEndpoints const&) = delete;
+    ~ServerEndpoints() { Close(); }
+
+    /// @param address  where requests are to be taken
+    /// @param former   where the last server under this address published: taken again where possible, since
+    ///                 listeners reconnect there
+    /// @return false, with an error line, when a socket cannot be had or the address is in use
+    bool Open(MessageAddress const& address, PublishingAddresses const& former);
+
+    /// Gives what was sent last a moment to leave, then closes all; the message manager's Cleanup waits for
+    /// it.
+    void Close();
+
+    ZMQMessagePipeProvider& Provider() const { return *m_provider; }
+    AMessagePipeRequestReply& Requests() const { return *m_requests; }
+    PublishingAddresses const& Addresses() const { return m_addresses; }
+
+    /// Publish on the event socket.
+    void Publish(google::protobuf::MessageLite const& event);
+    void PublishHeartbeat();
+    /// Publishes something on the sockets that may have been silent for long: a socket that sends nothing
+    /// keeps the remains of every listener that came and went.
+    void PublishHello();
+
+private:
+    bool OpenRequests(MessageAddress const& address);
+    bool OpenPublishers(MessageAddress const& server, PublishingAddresses const& former);
+    AMessagePipeEventSender* OpenSender(MessageAddress const& server, char const* logicalName,
+                                        MessageAddress const& former);
+    /// The former address, if it can be bound again, else the logical one.
+    static MessageAddress Choose(MessageAddress const& server, char const* logicalName,
+                                 MessageAddress const& former);
+
+    ZMQMessagePipeProvider* m_provider = nullptr;
+    AMessagePipeRequestReply* m_requests = nullptr;
+    AMessagePipeEventSender* m_events = nullptr;
+    AMessagePipeEventSender* m_dataEvents = nullptr;
+    AMessagePipeEventSender* m_heartbeat = nullptr;
+    /// Its address is part of the server's line in the registry. It listens to nothing as long as the server
+    /// keeps no shared memory, so that clients send nothing.
+    AMessagePipeEventListener* m_memoryEvents = nullptr;
+    PublishingAddresses m_addresses;
+};
+
+}  // namespace vq::server
