@@ -19,3 +19,11 @@ vq_add_library(messaging
         source/ZMQMessagePipeRequestReply.cpp
     PUBLIC vq::message_address vq::protobuf PkgConfig::ZMQ
     PRIVATE vq::logging vq::platform vq::registry Threads::Threads)
+
+vq_add_test(messaging_test
+    SOURCES
+        tests/EventsTest.cpp
+        tests/PipeFramesTest.cpp
+        tests/PipeProviderTest.cpp
+        tests/TypedExchangeTest.cpp
+    LIBS vq::messaging vq::registry vq::logging)

@@ -1,10 +1,12 @@
 #include "Logging/LogConfig.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdlib>
 #include <new>
+#include <span>
 #include <thread>
 #include <utility>
 
@@ -12,10 +14,10 @@
 class LogConfig::InHandlers {
 public:
     explicit InHandlers(LogConfig& config) : m_config(config), m_outer(std::exchange(t_innermost, this)) {
-        ++m_config.m_inHandlers;
+        m_config.m_inHandlers.fetch_add(1, std::memory_order_relaxed);
     }
     ~InHandlers() {
-        --m_config.m_inHandlers;
+        m_config.m_inHandlers.fetch_sub(1, std::memory_order_release);
         t_innermost = m_outer;
     }
     InHandlers(InHandlers const&) = delete;
@@ -150,7 +152,7 @@ void LogConfig::DeleteHandlers(std::vector<LogHandler*> const& removed) {
     // Another thread may still be using them. One that stays, blocked in a write, keeps them for good.
     constexpr auto limit = std::chrono::seconds(1);
     auto const end = std::chrono::steady_clock::now() + limit;
-    while (m_inHandlers > InHandlers::CountOwn(*this)) {
+    while (m_inHandlers.load(std::memory_order_acquire) > InHandlers::CountOwn(*this)) {
         if (std::chrono::steady_clock::now() > end) {
             return;
         }
@@ -161,9 +163,43 @@ void LogConfig::DeleteHandlers(std::vector<LogHandler*> const& removed) {
     }
 }
 
+/// The handlers as they were at one moment; a few fit without an allocation.
+class LogConfig::HandlerList {
+public:
+    void Assign(std::vector<LogHandler*> const& handlers) {
+        m_count = handlers.size();
+        if (m_count <= m_few.size()) {
+            std::copy(handlers.begin(), handlers.end(), m_few.begin());
+        } else {
+            m_many = handlers;
+        }
+    }
+    std::span<LogHandler* const> View() const {
+        return {m_count <= m_few.size() ? m_few.data() : m_many.data(), m_count};
+    }
+
+private:
+    std::size_t m_count = 0;
+    std::array<LogHandler*, 4> m_few;
+    std::vector<LogHandler*> m_many;
+};
+
 void LogConfig::CallHandlers(LogRecord const& record) {
     InHandlers const mark(*this);
-    for (LogHandler* handler : GetLogHandlers()) {
+    HandlerList handlers;
+    {
+        std::unique_lock lock(m_mutex);
+        if (m_callback) {
+            LogCallback const callback = m_callback;
+            lock.unlock();
+            if (!callback(record)) {
+                return;
+            }
+            lock.lock();
+        }
+        handlers.Assign(m_handlers);
+    }
+    for (LogHandler* handler : handlers.View()) {
         if (record.plain || !handler->IsSilenced()) {
             handler->Log(record);
         }
@@ -171,10 +207,7 @@ void LogConfig::CallHandlers(LogRecord const& record) {
 }
 
 void LogConfig::Dispatch(LogRecord const& record) {
-    LogCallback const callback = GetLogCallback();
-    if (!callback || callback(record)) {
-        CallHandlers(record);
-    }
+    CallHandlers(record);
     if (record.level == LogLevel::Fatal) {
         // Deleting is what writes out a handler's buffer. When several threads die at once, one gets each
         // handler.

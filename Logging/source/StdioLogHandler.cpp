@@ -30,7 +30,8 @@ void StdioLogHandler::Log(LogRecord const& record) {
     if (record.toStderr != (GetTarget() == LogTarget::Stderr) || stream == nullptr || record.IsEmpty()) {
         return;
     }
-    if (std::fputs(FormatLine(record).c_str(), stream) == EOF) {
+    std::string const line = FormatLine(record);
+    if (std::fwrite(line.data(), 1, line.size(), stream) != line.size()) {
         m_stream = nullptr;
         return;
     }

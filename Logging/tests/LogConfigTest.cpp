@@ -3,9 +3,13 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -13,12 +17,12 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// Counts its records, and raises a log line of its own for each when asked to.
+/// Counts its records.
 class CountingHandler : public LogHandler {
 public:
     CountingHandler(LogConfig& config, LogTarget target) : LogHandler(config, target) {}
     void Log(LogRecord const&) override { ++m_records; }
-    int m_records = 0;
+    std::atomic<int> m_records = 0;
 };
 
 LogRecord MakeRecord(LogLevel level, std::string text) {
@@ -139,17 +143,8 @@ TEST(LogConfigTest, ThreadsLogWhileHandlersComeAndGo) {
             }
         });
     }
-    class SlowHandler : public CountingHandler {
-    public:
-        using CountingHandler::CountingHandler;
-        void Log(LogRecord const& record) override {
-            std::lock_guard lock(m_mutex);
-            CountingHandler::Log(record);
-        }
-        std::mutex m_mutex;
-    };
     for (int i = 0; i < 50; ++i) {
-        config.AddLogHandler(new SlowHandler(config, LogTarget::File));
+        config.AddLogHandler(new CountingHandler(config, LogTarget::File));
         config.Reset(false);
         config.SetLogCallback([&seen](LogRecord const&) {
             ++seen;
@@ -158,6 +153,40 @@ TEST(LogConfigTest, ThreadsLogWhileHandlersComeAndGo) {
     }
     threads.clear();
     EXPECT_GT(seen, 0);
+}
+
+TEST(LogConfigTest, AHandlerIsNotDeletedWhileAThreadIsInIt) {
+    class BusyHandler : public LogHandler {
+    public:
+        BusyHandler(LogConfig& config, std::atomic<bool>& entered, std::atomic<bool>& deletedInside)
+            : LogHandler(config, LogTarget::File), m_entered(entered), m_deletedInside(deletedInside) {}
+        ~BusyHandler() override { m_deletedInside = m_inside.load(); }
+        void Log(LogRecord const&) override {
+            m_inside = true;
+            m_entered = true;
+            while (!GetConfig().GetLogHandlers().empty()) {
+                std::this_thread::yield();
+            }
+            // Taken out of the list: now it would be deleted, were it not waited for.
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            m_inside = false;
+        }
+
+    private:
+        std::atomic<bool>& m_entered;
+        std::atomic<bool>& m_deletedInside;
+        std::atomic<bool> m_inside = false;
+    };
+    LogConfig config(false);
+    std::atomic<bool> entered = false;
+    std::atomic<bool> deletedInside = false;
+    config.AddLogHandler(new BusyHandler(config, entered, deletedInside));
+    std::jthread const thread([&config] { config.Dispatch(MakeRecord(LogLevel::Info, "")); });
+    while (!entered) {
+        std::this_thread::yield();
+    }
+    config.Reset(false);
+    EXPECT_FALSE(deletedInside);
 }
 
 TEST(LogConfigDeathTest, AProcessExitsWhileOtherThreadsStillLog) {

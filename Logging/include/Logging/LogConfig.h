@@ -67,6 +67,7 @@ private:
     /// The process-wide one: its level is the one that statements test.
     explicit LogConfig(std::atomic<std::int32_t>& level);
 
+    class HandlerList;
     class InHandlers;
 
     LogHandler* EnsureHandler(LogTarget target);

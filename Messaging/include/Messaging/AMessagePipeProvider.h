@@ -49,7 +49,8 @@ public:
     virtual AMessagePipeEventListener* GetEventListener(MessageAddress const& address,
                                                         std::string const& name, SocketRole role) = 0;
 
-    /// Deletes one pipe of this provider; a pointer it does not know is a warning line.
+    /// Deletes one pipe of this provider; a pointer it does not know, such as that of a pipe already deleted,
+    /// is a warning line. (Converting a deleted pipe's pointer to AMessagePipe* is not allowed.)
     virtual void DisposePipe(AMessagePipe* pipe) = 0;
     /// Marks every pipe as disposed and deletes none, which ends the loops that wait on them.
     virtual void DisposePipes() = 0;
