@@ -21,3 +21,10 @@ vq_add_library(sparse_device
     PUBLIC vq::channels vq::device_data_types vq::device_stats vq::manifest vq::messaging vq::protobuf
            vq::sparse_device_mule_base
     PRIVATE vq::logging vq::platform vq::registry Threads::Threads)
+
+if(VQ_BUILD_TESTS)
+    vq_add_test(sparse_device_test
+        SOURCES tests/ApplicationTest.cpp tests/DeviceCommandTest.cpp tests/DeviceLifecycleTest.cpp
+                tests/DeviceServerTest.cpp
+        LIBS vq::sparse_device vq::fake_server vq::log_capture vq::registry PkgConfig::ZMQ Threads::Threads)
+endif()

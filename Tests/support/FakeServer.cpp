@@ -65,11 +65,13 @@ void FakeServer::Run() {
     }
     auto nextHeartbeat = std::chrono::steady_clock::now();
     for (;;) {
+        bool beats = false;
         {
             std::lock_guard const lock(m_mutex);
             if (m_stop) {
                 break;
             }
+            beats = m_beats;
         }
         if (m_deaf) {
             std::this_thread::sleep_for(kPass);
@@ -78,7 +80,7 @@ void FakeServer::Run() {
         }
         SendQueued();
         ReadDataEvents();
-        if (auto const now = std::chrono::steady_clock::now(); now >= nextHeartbeat) {
+        if (auto const now = std::chrono::steady_clock::now(); beats && now >= nextHeartbeat) {
             nextHeartbeat = now + kHeartbeatInterval;
             MessageUtils::SendEvent(m_heartbeat, 0, "", vq::vds::ServerHeartbeat(), kNoWait, nullptr);
         }
@@ -154,6 +156,11 @@ void FakeServer::SetMappings(std::vector<std::pair<std::string, std::string>> ma
 void FakeServer::SetAutoStats(bool enable) {
     std::lock_guard const lock(m_mutex);
     m_autoStats = enable;
+}
+
+void FakeServer::StopHeartbeat() {
+    std::lock_guard const lock(m_mutex);
+    m_beats = false;
 }
 
 void FakeServer::SetDataPath(std::string path) {

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -15,8 +14,6 @@ namespace {
 
 /// Nominal size of the table in bytes, its NUL included.
 constexpr std::uint64_t kTableSize = 1024;
-/// One page: what a table without NUL can give at most.
-constexpr std::size_t kReadLimit = 4096;
 constexpr char const* kRegistryName = "VQTLRegistry";
 constexpr char const* kTestRegistryName = "testTLRegistry.";
 
@@ -101,9 +98,11 @@ std::string ServerRegistry::ReadRegistry(std::chrono::milliseconds timeout, bool
     if (!m_initialized || !m_memory->Exists() || !m_mutex.Lock(timeout, timedOut)) {
         return text;
     }
-    // A whole text has its NUL well inside; a damaged one ends with the page, or with the file.
-    std::array<char, kReadLimit> table;
-    text.assign(table.data(), ::strnlen(table.data(), m_memory->CopyTo(table.data(), table.size())));
+    if (auto const* const table = static_cast<char const*>(m_memory->Attach(SharedMemory::Access::Read))) {
+        // A damaged table may lack its NUL, and a cut file has no bytes behind the mapping.
+        text.assign(table, ::strnlen(table, m_memory->GetTouchableSize()));
+        m_memory->Detach();
+    }
     m_mutex.Unlock();
     return text;
 }

@@ -65,6 +65,7 @@ public:
     /// Device and channel of each mapping in force.
     void SetMappings(std::vector<std::pair<std::string, std::string>> mappings);
     void SetAutoStats(bool enable);
+    void StopHeartbeat();
     /// What the server tells of its data directory and its protocol version.
     void SetDataPath(std::string path);
     void SetProtocolVersion(std::int32_t version);
@@ -150,6 +151,7 @@ private:
     std::string m_dataPath;
     std::int32_t m_protocolVersion = 12;
     bool m_autoStats = false;
+    bool m_beats = true;
 };
 
 }  // namespace vq::test

@@ -1,0 +1,228 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <thread>
+
+#include "Messaging/AMessageManager.h"
+#include "SparseDevice/SparseDevice.h"
+#include "SparseDevice/SparseDeviceApplication.h"
+#include "SparseDeviceHelpers/SparseDeviceMuleBase.h"
+#include "TestSupport/FakeServer.h"
+#include "TestSupport/LogCapture.h"
+#include "TestSupport/TestHome.h"
+#include "Utils/ServerRegistry.h"
+
+// The main loop of a stand-alone program, and all that ends it.
+
+namespace vq::test {
+
+using testing::ElementsAre;
+
+namespace {
+
+/// A device's thread as the application sees it, without thread and device.
+class FakeMule : public SparseDeviceMuleBase {
+public:
+    void StopDevice() override { running = false; }
+    bool IsRunning() override { return running; }
+    SparseDeviceDescriptor const* GetDeviceDescriptor() const override { return nullptr; }
+    bool IsRequestingExit() const override { return requestsExit; }
+    std::shared_ptr<SparseDevice> GetBaseDevice() const override { return nullptr; }
+
+    bool running = true;
+    bool requestsExit = false;
+};
+
+class LoopApplication : public SparseDeviceApplication {
+public:
+    bool RunDevices() override {
+        auto added = std::make_unique<FakeMule>();
+        mule = added.get();
+        AddMule(std::move(added));
+        return runDevices;
+    }
+    float GetUpdateHz() override { return 200; }
+    bool OnUpdate() override {
+        bool const result = SparseDeviceApplication::OnUpdate();
+        if (++passes == 3 && onThirdPass) {
+            onThirdPass();
+        }
+        return result;
+    }
+    bool OnShutdown() override {
+        if (onShutdown) {
+            onShutdown();
+        }
+        return SparseDeviceApplication::OnShutdown();
+    }
+
+    FakeMule* mule = nullptr;
+    bool runDevices = true;
+    int passes = 0;
+    std::function<void()> onThirdPass;
+    std::function<void()> onShutdown;
+};
+
+/// A fake server that is in the registry too.
+class RegisteredServer : public FakeServer {
+public:
+    RegisteredServer() {
+        ServerDescriptor descriptor;
+        descriptor.name = "fake";
+        descriptor.address = Address();
+        descriptor.heartbeatAddress = Address();
+        descriptor.memoryEventAddress = Address();
+        EXPECT_TRUE(ServerRegistry::Instance().RegisterServer(descriptor, std::chrono::seconds(30), nullptr));
+    }
+    ~RegisteredServer() { AMessageManager::Instance().Cleanup(); }
+};
+
+/// Standard input of this process from a pipe.
+class PipedInput {
+public:
+    PipedInput() {
+        EXPECT_EQ(pipe(m_ends), 0);
+        EXPECT_EQ(dup2(m_ends[0], STDIN_FILENO), STDIN_FILENO);
+    }
+    ~PipedInput() {
+        close(m_ends[0]);
+        close(m_ends[1]);
+    }
+    void Write(std::string const& text) {
+        EXPECT_EQ(write(m_ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+
+private:
+    int m_ends[2];
+};
+
+}  // namespace
+
+TEST(ApplicationTest, RunsUntilItsLastDeviceHasEnded) {
+    RegisteredServer server;
+    LoopApplication application;
+    application.GetManifestProcessor().GetMutableAppData().applicationName = "hockey";
+    application.GetManifestProcessor().GetMutableAppData().applicationLabel = "Table Hockey";
+    EXPECT_EQ(application.GetApplicationId(), getpid());
+    application.onThirdPass = [&] {
+        EXPECT_EQ(application.GetApplicationId(), 7);
+        EXPECT_TRUE(application.IsRunning());
+        application.mule->requestsExit = true;
+    };
+    ASSERT_TRUE(application.Run());
+    EXPECT_FALSE(application.mule->running);
+    EXPECT_FALSE(application.IsRunning());
+    EXPECT_THAT(server.RequestTypes(),
+                ElementsAre("RegisterDeviceApplication", "GetServerHeartbeatEventAddress",
+                            "ReportDeviceApplicationInitialized", "UnregisterDeviceApplication"));
+    auto const registration = server.Received<vq::vds::RegisterDeviceApplication>().at(0);
+    EXPECT_EQ(registration.name(), "hockey");
+    EXPECT_EQ(registration.second_name(), "Table Hockey");
+    EXPECT_EQ(registration.process_id(), getpid());
+    EXPECT_EQ(server.Received<vq::vds::UnregisterDeviceApplication>().at(0).application_id(), 7u);
+}
+
+TEST(ApplicationTest, ASignalEndsEveryApplication) {
+    RegisteredServer server;
+    LogCapture const log;
+    LoopApplication another;
+    LoopApplication application;
+    application.onThirdPass = [] { raise(SIGTERM); };
+    ASSERT_TRUE(application.Run());
+    EXPECT_TRUE(another.IsExitRequested());
+    EXPECT_FALSE(application.mule->running);
+    EXPECT_TRUE(log.Has(LogLevel::Info, "exiting from signal 15"));
+    EXPECT_EQ(server.RequestTypes().back(), "UnregisterDeviceApplication");
+}
+
+TEST(ApplicationTest, CommandsOnStandardInputEndIt) {
+    PipedInput input;
+    RegisteredServer server;
+    LogCapture const log;
+    LoopApplication application;
+    application.onThirdPass = [&] { input.Write("\nnonsense\nhelp\nquit\n"); };
+    testing::internal::CaptureStdout();
+    ASSERT_TRUE(application.Run());
+    std::string const output = testing::internal::GetCapturedStdout();
+    EXPECT_THAT(output, testing::HasSubstr("Enter Command (type help for command list): "));
+    EXPECT_THAT(output,
+                testing::HasSubstr("\nSparse Device Input Commands:\nh | help - this screen\nq | quit - "
+                                   "shuts the device down and unregisters it from the VDS\n"));
+    EXPECT_EQ(log.Count(LogLevel::Error, "invalid sparse device input command"), 1u);
+}
+
+TEST(ApplicationTest, ASilentServerEndsItUnlessItIsBeingDebugged) {
+    RegisteredServer server;
+    server.StopHeartbeat();
+    LogCapture const log;
+    LoopApplication application;
+    auto const start = std::chrono::steady_clock::now();
+    ASSERT_TRUE(application.Run());
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(9900));
+    EXPECT_TRUE(log.Has(LogLevel::Error, "Failed to observe heartbeat from Virtual Device Server, exiting"));
+    EXPECT_FALSE(application.mule->running);
+}
+
+TEST(ApplicationTest, DoesNotStartWithoutServerOrDevicesOrConsent) {
+    LogCapture const log;
+    LoopApplication application;
+    EXPECT_FALSE(application.Run());
+    EXPECT_TRUE(log.Has(LogLevel::Error, "Did not detect a running Virtual Device Server."));
+
+    RegisteredServer server;
+    application.runDevices = false;
+    EXPECT_FALSE(application.Run());
+    EXPECT_EQ(application.passes, 0);
+
+    server.On<vq::vds::RegisterDeviceApplication>([](vq::vds::RegisterDeviceApplication const&) {
+        auto error = std::make_unique<vq::vds::RegisterDeviceApplication::Error>();
+        error->set_message("full");
+        return error;
+    });
+    EXPECT_FALSE(application.Run());
+    EXPECT_TRUE(log.Has(LogLevel::Error, "Failed to register: full"));
+}
+
+TEST(ApplicationDeathTest, AHangingEndIsCutShort) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            RegisteredServer server;
+            LoopApplication application;
+            application.onThirdPass = [] { SparseDeviceApplication::RequestAllExit(); };
+            application.onShutdown = [] { std::this_thread::sleep_for(std::chrono::minutes(5)); };
+            application.Run();
+        },
+        testing::ExitedWithCode(1), "");
+}
+
+TEST(ApplicationTest, OptionsOverrideTheManifest) {
+    std::string const path = HomeDirectory() + "manifest.json";
+    std::ofstream(path) << R"({"ApplicationName": "app", "ApplicationLabel": "App",
+        "ManifestType": "SparseDevice", "DeviceName": "puck", "DeviceType": "Generic"})";
+    LoopApplication application;
+    SparseDeviceCLIOptions options;
+    options.disableAutomap = true;
+    ASSERT_TRUE(application.HandleCommonSparseDeviceCLIOptions(options, path));
+    auto const& data = application.GetManifestProcessor().GetAppData();
+    EXPECT_EQ(data.applicationName, "app");
+    EXPECT_FALSE(data.disableAutomap) << "counts with a label only";
+    options = {path, "Label", "name", "stick", true, false};
+    ASSERT_TRUE(application.HandleCommonSparseDeviceCLIOptions(options, "no such file"));
+    EXPECT_EQ(data.applicationName, "name");
+    EXPECT_EQ(data.applicationLabel, "Label");
+    EXPECT_TRUE(data.disableAutomap);
+    EXPECT_EQ(application.GetManifestProcessor().GetData().deviceName, "stick");
+    LogCapture const log;
+    EXPECT_FALSE(application.HandleCommonSparseDeviceCLIOptions({}, "no such file"));
+}
+
+}  // namespace vq::test

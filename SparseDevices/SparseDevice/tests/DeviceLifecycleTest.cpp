@@ -1,0 +1,218 @@
+#include "DeviceFixture.h"
+#include "Messaging/ChannelFactory.h"
+#include "Messaging/ChannelObserver.h"
+#include "Messaging/ChannelProducer.h"
+#include "ServerRequests.pb.h"
+
+// Registration, the server's dropping the device, and its end.
+
+namespace vq::test {
+
+using namespace vq::vds;
+using testing::ElementsAre;
+using testing::Lt;
+
+std::vector<std::string> const kRegistration = {"GetServerEventAddress",
+                                                "GetServerDataEventBroadcastAddress",
+                                                "RegisterSparseDevice",
+                                                "CreateServerDataEventListenerAddress",
+                                                "GetChannelInfos",
+                                                "RegisterSparseDeviceChannels",
+                                                "ReportSparseDeviceInitialized"};
+
+TEST_F(DeviceTest, RegistersInOrderDescribesItselfAndTakesItsLeave) {
+    TestApplication owner;
+    application = &owner;
+    ASSERT_TRUE(Start());
+    EXPECT_EQ(server->RequestTypes(), kRegistration);
+
+    RegisterSparseDevice const registration = server->Received<RegisterSparseDevice>().at(0);
+    EXPECT_EQ(registration.description().name(), "puck");
+    EXPECT_EQ(registration.description().display_name(), "Puck");
+    EXPECT_EQ(registration.description().type(), "Generic");
+    EXPECT_EQ(registration.description().process_id(), static_cast<unsigned>(getpid()));
+    EXPECT_EQ(registration.description().second_process_id(), 0u);
+    EXPECT_THAT(registration.address(), testing::HasSubstr("sparseDevice.puck"));
+
+    RegisterSparseDeviceChannels const channels = server->Received<RegisterSparseDeviceChannels>().at(0);
+    EXPECT_EQ(channels.device_id(), 1);
+    EXPECT_TRUE(channels.flag());
+    std::vector<std::string> described;
+    for (auto const& channel : channels.channels()) {
+        described.push_back(channel.name() + "/" + channel.data_type() + "/" + channel.third_text() +
+                            (channel.flag_4() ? "/resizable" : "") + (channel.flag_5() ? "/visible" : "") +
+                            "/" + std::to_string(channel.role()));
+    }
+    EXPECT_THAT(described, ElementsAre("count/Integer/puck/visible/0", "pose/Vec3/other/resizable/0",
+                                       "axis/Vec3//visible/1"));
+    EXPECT_EQ(device->Producers().at("count")->GetChannelId(), 1);
+    EXPECT_EQ(device->Producers().at("pose")->GetChannelId(), 2);
+    EXPECT_EQ(device->Observers().at("axis")->GetChannelId(), 3);
+
+    device.reset();
+    EXPECT_EQ(server->RequestTypes().back(), "UnregisterSparseDevice");
+    EXPECT_EQ(server->Received<UnregisterSparseDevice>().at(0).name(), "puck");
+    EXPECT_EQ(server->Received<UnregisterSparseDevice>().at(0).device_id(), 1);
+}
+
+TEST_F(DeviceTest, TypeManifestAndCommandLineDecideWhatTheServerIsTold) {
+    struct Case {
+        SparseDeviceType type;
+        char const* deviceType;
+        bool manifestAutomap, disableAutomap;
+        bool isShim, automap;
+    };
+    Case const cases[] = {
+        {SparseDeviceType::Identity, "Identity", true, false, false, true},
+        {SparseDeviceType::Shim, "Generic", true, true, true, false},
+        {SparseDeviceType::Generic, "Shim", false, false, true, false},
+    };
+    TestApplication owner;
+    application = &owner;
+    for (Case const& c : cases) {
+        server->ClearRequests();
+        owner.GetManifestProcessor().GetMutableAppData().disableAutomap = c.disableAutomap;
+        data.deviceType = c.deviceType;
+        data.automapProducerChannels = c.manifestAutomap;
+        device = std::make_unique<TestDevice>(c.type);
+        ASSERT_TRUE(Start());
+        auto const description = server->Received<RegisterSparseDevice>().at(0).description();
+        unsigned const self = static_cast<unsigned>(getpid());
+        EXPECT_EQ(description.process_id(), c.isShim ? 0 : self) << c.deviceType;
+        EXPECT_EQ(description.second_process_id(), c.isShim ? self : 0) << c.deviceType;
+        EXPECT_EQ(server->Received<RegisterSparseDeviceChannels>().at(0).flag(), c.automap) << c.deviceType;
+        device.reset();
+    }
+}
+
+TEST_F(DeviceTest, PacesItselfWithinLimits) {
+    struct Case {
+        float manifest, expected;
+    };
+    for (Case const c : {Case{0, 10}, Case{-3, 10}, Case{0.5f, 1}, Case{30, 30}}) {
+        data.updateHertz = c.manifest;
+        device = std::make_unique<TestDevice>();
+        ASSERT_TRUE(Start());
+        EXPECT_EQ(device->GetUpdateHertzMaximum(), c.expected) << c.manifest;
+    }
+}
+
+TEST_F(DeviceTest, ComesBackByItselfWhenTheServerHasDroppedIt) {
+    data.configurationState.SetValue("gain", 1);
+    ASSERT_TRUE(Start());
+    AwaitSubscription();
+    device->Configuration().SetValue("gain", 5);
+    // Ids and names of others leave it alone.
+    PublishUnregistered("puck", 99);
+    PublishUnregistered("other", 1);
+    ASSERT_TRUE(StepUntil([&] { return !device->gone.empty(); }));
+    EXPECT_EQ(device->GetState(), SparseDevice::State::Initialized);
+    EXPECT_THAT(device->gone, ElementsAre("other"));
+
+    server->ClearRequests();
+    PublishUnregistered("puck", 1);
+    ASSERT_TRUE(StepUntil([&] { return device->DeviceId() == 2 && device->postInits == 1; }));
+    EXPECT_EQ(server->RequestTypes(), kRegistration) << "no farewell, and the whole registration";
+    EXPECT_EQ(server->Received<RegisterSparseDeviceChannels>().at(0).channels_size(), 3)
+        << "the manifest's own channels are made again";
+    EXPECT_EQ(device->Configuration().GetValue("gain").integer_value(), 5) << "live settings stay";
+
+    server->ClearRequests();
+    device->Configuration().SetValue("gain", 6);
+    device->Update();
+    EXPECT_EQ(server->Received<SendSparseDeviceEvent>().size(), 1u) << "a change is published once";
+}
+
+TEST_F(DeviceTest, AFailingHandlerDoesNotKeepADroppedDeviceAway) {
+    ASSERT_TRUE(Start());
+    AwaitSubscription();
+    LogCapture const log;
+    device->Dispatcher()->RegisterEventHandler(
+        "vq.vds.DeviceUnregisteredEvent", std::make_shared<EventHandler>([](AMessage*) { return false; }));
+    PublishUnregistered("puck", 1);
+    ASSERT_TRUE(StepUntil([&] { return device->DeviceId() == 2; }));
+    EXPECT_TRUE(log.Has(LogLevel::Error, "Failed to process event message vq.vds.DeviceUnregisteredEvent"));
+    EXPECT_EQ(device->GetState(), SparseDevice::State::Initialized);
+}
+
+TEST_F(DeviceTest, AFailedReturnIsTriedAgainInTheNextStep) {
+    ASSERT_TRUE(Start());
+    AwaitSubscription();
+    LogCapture const log;
+    std::atomic<int> refusals{2};
+    server->On<RegisterSparseDeviceChannels>([&](RegisterSparseDeviceChannels const&) -> FakeServer::Reply {
+        if (refusals-- > 0) {
+            return FakeServer::Refuse("not now");
+        }
+        return std::make_unique<RegisterSparseDeviceChannels::Reply>();
+    });
+    PublishUnregistered("puck", 1);
+    ASSERT_TRUE(StepUntil([&] { return device->GetState() == SparseDevice::State::Uninitialized; }));
+    server->ClearRequests();
+    EXPECT_FALSE(device->Update());
+    EXPECT_EQ(device->GetState(), SparseDevice::State::Uninitialized);
+    EXPECT_EQ(server->RequestTypes().back(), "UnregisterSparseDevice") << "nothing half-registered stays";
+    EXPECT_FALSE(device->Update());
+    EXPECT_TRUE(device->Update());
+    EXPECT_EQ(device->GetState(), SparseDevice::State::Initialized);
+    EXPECT_EQ(device->DeviceId(), 4);
+}
+
+TEST_F(DeviceTest, InitFailsWhereverTheServerRefuses) {
+    auto const refuse = [](auto const&) { return FakeServer::Refuse("no"); };
+    struct Case {
+        std::function<void()> prepare;
+        char const* line;
+    };
+    Case const cases[] = {
+        {[&] { server->On<CreateServerDataEventListenerAddress>(refuse); },
+         "Failed to get server data event listener address"},
+        {[&] {
+             server->On<RegisterSparseDevice>([](RegisterSparseDevice const&) {
+                 auto reply = std::make_unique<RegisterSparseDevice::Reply>();
+                 reply->set_device_id(0);
+                 reply->set_auto_stats(false);
+                 return reply;
+             });
+         },
+         "Failed to setup communication channels"},
+        {[&] { server->On<GetServerDataEventBroadcastAddress>(refuse); },
+         "Failed to get server data event broadcast address"},
+        {[&] { server->On<GetServerEventAddress>(refuse); }, "Failed to get server event address"},
+    };
+    for (Case const& c : cases) {
+        LogCapture const log;
+        c.prepare();
+        EXPECT_FALSE(device->Init(data, nullptr)) << c.line;
+        EXPECT_TRUE(log.Has(LogLevel::Error, c.line)) << c.line;
+        EXPECT_FALSE(device->IsEnabled());
+        EXPECT_EQ(device->GetState(), SparseDevice::State::Uninitialized);
+    }
+    server->ClearRequests();
+    device.reset();
+    EXPECT_TRUE(server->Requests().empty()) << "who never registered takes no leave";
+}
+
+TEST_F(DeviceTest, LeavesAStoppingServerWithoutWaitingForIt) {
+    server->SetAutoStats(true);
+    server->On<UnregisterSparseDevice>([](UnregisterSparseDevice const&) { return nullptr; });
+    TestApplication owner;
+    application = &owner;
+    ASSERT_TRUE(Start());
+    AwaitSubscription();
+    ServerStoppingEvent event;
+    event.set_text("bye");
+    server->Publish(event);
+    ASSERT_TRUE(StepUntil([&] { return device->IsRequestingExit(); }));
+    EXPECT_TRUE(owner.IsExitRequested());
+    server->ClearRequests();
+    auto const start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(device->Update());
+    EXPECT_THAT(std::chrono::steady_clock::now() - start, Lt(std::chrono::seconds(10)));
+    EXPECT_EQ(device->GetState(), SparseDevice::State::Uninitialized);
+    ASSERT_TRUE(server->WaitFor<UnregisterSparseDevice>());
+    EXPECT_THAT(server->RequestTypes(), ElementsAre("UnregisterSparseDevice")) << "no statistics any more";
+    device.reset();
+}
+
+}  // namespace vq::test

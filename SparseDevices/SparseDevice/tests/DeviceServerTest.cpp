@@ -1,0 +1,223 @@
+#include <chrono>
+
+#include "ChannelData.pb.h"
+#include "DeviceEvents.pb.h"
+#include "DeviceFixture.h"
+#include "Messaging/ChannelData.h"
+#include "Messaging/ChannelDataTypes.h"
+#include "Messaging/ChannelFactory.h"
+#include "Messaging/ChannelObserver.h"
+#include "Messaging/ChannelProducer.h"
+#include "ServerRequests.pb.h"
+
+// What a registered device asks and tells the server, and what flows through its channels.
+
+namespace vq::test {
+
+using namespace vq::vds;
+using testing::ElementsAre;
+
+TEST_F(DeviceTest, ChoosesAProviderByPriorityAndFallsBack) {
+    ASSERT_TRUE(Start());
+    using Names = std::vector<std::string>;
+    struct Case {
+        std::vector<std::pair<std::string, std::string>> mappings;
+        Names priorities;
+        char const* first;
+        char const* byPriority;
+    };
+    Case const cases[] = {
+        {{}, {"a"}, "", ""},
+        {{{"a", "other"}}, {"a"}, "", ""},
+        {{{"a", "c"}, {"b", "c"}}, {}, "a", ""},
+        {{{"a", "c"}, {"b", "c"}}, {"b", "a"}, "a", "b"},
+        {{{"x", "c"}, {"b", "c"}}, {"a", "b"}, "x", "b"},
+        {{{"x", "c"}, {"y", "c"}, {"a", "other"}}, {"a"}, "x", "y"},
+    };
+    for (Case const& c : cases) {
+        server->SetMappings(c.mappings);
+        EXPECT_EQ(device->GetChannelProviderDeviceName("c"), c.first);
+        EXPECT_EQ(device->GetChannelProviderDeviceNameByPriority("c", c.priorities), c.byPriority);
+    }
+    server->SetDeviceAddress("y", "IPC:somewhere");
+    AMessagePipeRequestReply* const pipe =
+        device->GetChannelProviderDeviceRequestReplyPipe("c", {"a"}, "node");
+    ASSERT_NE(pipe, nullptr);
+    EXPECT_THAT(pipe->GetRemote().location, testing::EndsWith("somewhere"));
+    EXPECT_EQ(device->GetChannelProviderDeviceRequestReplyPipe("c", {}, ""), nullptr) << "x has no address";
+    GetDeviceRequestReplyAddress const request = server->Received<GetDeviceRequestReplyAddress>().at(0);
+    EXPECT_TRUE(request.has_flag() && !request.flag());
+    EXPECT_FALSE(request.has_node());
+}
+
+TEST_F(DeviceTest, GivesUpOnASilentServerAfterFourAttempts) {
+    ASSERT_TRUE(Start());
+    server->On<GetChannelMappings>([](GetChannelMappings const&) { return nullptr; });
+    LogCapture const log;
+    auto const start = std::chrono::steady_clock::now();
+    EXPECT_EQ(device->GetChannelProviderDeviceName("c"), "");
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(7900));
+    EXPECT_EQ(log.Count(LogLevel::Info, "puck: Retrying..."), 4u);
+    EXPECT_EQ(log.Count(LogLevel::Warning, "ZMQ_POLLOUT timed out"), 3u) << "the link stays stuck";
+    EXPECT_TRUE(log.Has(LogLevel::Error, "Failed to get channel mapping for c"));
+    device->OnServerStopping();
+}
+
+TEST_F(DeviceTest, AnnouncesAndWithdrawsChannelsAtOnceWhileInitialized) {
+    ASSERT_TRUE(Start());
+    server->ClearRequests();
+    ChannelProducer* const late = device->MakeProducerChannel("late", "Quat");
+    ASSERT_NE(late, nullptr);
+    auto const sent = server->Received<RegisterSparseDeviceChannels>();
+    ASSERT_EQ(sent.size(), 1u);
+    ASSERT_EQ(sent[0].channels_size(), 1);
+    EXPECT_EQ(sent[0].channels(0).name(), "late");
+    EXPECT_TRUE(sent[0].flag());
+    EXPECT_EQ(late->GetChannelId(), 4);
+
+    LogCapture const log;
+    EXPECT_EQ(device->MakeProducerChannel("late", "Quat"), late);
+    EXPECT_EQ(device->MakeProducerChannel("late", "Vec3"), nullptr) << "of another type";
+    EXPECT_EQ(device->MakeObserverChannel("nobody knows"), nullptr);
+    EXPECT_EQ(device->RegisterChannel(late), late);
+    EXPECT_TRUE(log.Has(LogLevel::Warning, "aleady registered producer channel for late"));
+    EXPECT_EQ(server->Received<RegisterSparseDeviceChannels>().size(), 1u);
+
+    EXPECT_TRUE(device->UnregisterChannel(late));
+    EXPECT_THAT(server->Received<UnregisterSparseDeviceChannels>().at(0).channel_ids(), ElementsAre(4));
+    EXPECT_FALSE(device->Producers().contains("late"));
+}
+
+TEST_F(DeviceTest, TakesAsManyChannelIdsAsTheServerGives) {
+    for (int const count : {0, 2, 7}) {
+        server->On<RegisterSparseDeviceChannels>([count](RegisterSparseDeviceChannels const&) {
+            auto reply = std::make_unique<RegisterSparseDeviceChannels::Reply>();
+            for (int i = 0; i < count; ++i) {
+                reply->add_channel_ids(10 + i);
+            }
+            return reply;
+        });
+        device = std::make_unique<TestDevice>();
+        ASSERT_TRUE(Start());
+        EXPECT_EQ(device->Producers().at("pose")->GetChannelId(), count > 1 ? 11 : 0);
+        EXPECT_EQ(device->Observers().at("axis")->GetChannelId(), count > 2 ? 12 : 0);
+        device.reset();
+    }
+}
+
+TEST_F(DeviceTest, StopsSendingStatisticsOnlyWhenTheServerRefusesThem) {
+    server->SetAutoStats(true);
+    server->On<SparseDeviceStatsUpdate>(
+        [](SparseDeviceStatsUpdate const&) { return FakeServer::Refuse("?"); });
+    LogCapture const log;
+    ASSERT_TRUE(Start());
+    device->Update();
+    EXPECT_TRUE(log.Has(LogLevel::Error, "Failed to send stats update"));
+    EXPECT_TRUE(device->IsAutoStatsEnabled()) << "a failed exchange is no refusal";
+
+    server->On<SparseDeviceStatsUpdate>([](SparseDeviceStatsUpdate const& update) {
+        auto error = std::make_unique<SparseDeviceStatsUpdate::Error>();
+        error->set_message(update.stats().counters_size() > 0 ? "enough" : "empty");
+        return error;
+    });
+    device->ConditionallySendStatsUpdate();
+    EXPECT_TRUE(log.Has(LogLevel::Error,
+                        "Received stats error from server: enough. Disabling automatic stats updates..."));
+    server->ClearRequests();
+    device->ConditionallySendStatsUpdate();
+    EXPECT_TRUE(server->Requests().empty());
+}
+
+TEST_F(DeviceTest, PublishesAChangedSettingWithAllOthers) {
+    data.configurationState.SetValue("gain", 1);
+    ASSERT_TRUE(Start());
+    server->ClearRequests();
+    device->Configuration().EnsureValue("unset");
+    device->Configuration().SetValue("gain", 2);
+    device->Configuration().RemoveValue("gain");
+    device->Update();
+    auto const sent = server->Received<SendSparseDeviceEvent>();
+    ASSERT_EQ(sent.size(), 2u);
+    EXPECT_EQ(sent[0].event_type(), "vq.sd.ConfigurationChangedEvent");
+    vq::sd::ConfigurationChangedEvent change;
+    ASSERT_TRUE(change.ParseFromString(sent[0].event_data())) << "a setting without a value is sent empty";
+    EXPECT_EQ(change.settings_size(), 2);
+    ASSERT_EQ(change.changed_size(), 1);
+    EXPECT_EQ(change.changed(0).value().integer_value(), 2);
+    ASSERT_TRUE(change.ParseFromString(sent[1].event_data()));
+    EXPECT_EQ(change.changed_size(), 0);
+    ASSERT_EQ(change.removed_size(), 1);
+    EXPECT_EQ(change.removed(0).name(), "gain");
+    EXPECT_TRUE(change.removed(0).value().has_integer_value());
+    EXPECT_EQ(change.settings_size(), 1);
+}
+
+TEST_F(DeviceTest, AnEventThatFailsIsDroppedAndTheRestStillGo) {
+    ASSERT_TRUE(Start());
+    LogCapture const log;
+    server->On<SendSparseDeviceEvent>([](SendSparseDeviceEvent const& event) -> FakeServer::Reply {
+        if (event.event_type() == "vq.sd.CancelUserMessageEvent") {
+            auto error = std::make_unique<SendSparseDeviceEvent::Error>();
+            error->set_message("unheard of");
+            return error;
+        }
+        return std::make_unique<SendSparseDeviceEvent::Reply>();
+    });
+    vq::sd::CancelUserMessageEvent cancel;
+    device->QueueSparseDeviceEvent(cancel);  // lacks its id
+    cancel.set_id(3);
+    device->QueueSparseDeviceEvent(cancel);
+    server->ClearRequests();
+    EXPECT_FALSE(device->SendSparseDeviceUserMessage(vq::sd::UserMessageCategory_2, "hi", 1, 2));
+    EXPECT_EQ(server->Received<SendSparseDeviceEvent>().size(), 2u);
+    EXPECT_TRUE(log.Has(LogLevel::Error,
+                        "Failed to issue sparse device event vq.sd.CancelUserMessageEvent : unheard of"));
+    server->ClearRequests();
+    EXPECT_TRUE(device->SendSparseDeviceEvents()) << "nothing is sent again";
+    EXPECT_TRUE(server->Requests().empty());
+}
+
+TEST_F(DeviceTest, GreetsOnEveryChannelAndForItself) {
+    ASSERT_TRUE(Start());
+    auto const greeted = [&] {
+        std::vector<std::string> seen;
+        for (FakeServer::DataEvent const& event : server->DataEvents()) {
+            vq::ch::HelloDataEvent hello;
+            EXPECT_TRUE(hello.ParseFromString(event.payload));
+            seen.push_back(event.channel + "#" + std::to_string(event.channelId) + "=" +
+                           (hello.has_number() ? std::to_string(hello.number()) : "none"));
+        }
+        return seen;
+    };
+    ASSERT_TRUE(StepUntil([&] { return greeted().size() >= 3; }));
+    std::vector<std::string> const seen = greeted();
+    EXPECT_THAT(std::vector<std::string>(seen.begin(), seen.begin() + 3),
+                ElementsAre("count#1=none", "pose#2=none", "#0=1"));
+}
+
+TEST_F(DeviceTest, HandsDataToItsObserverAndReportsStrayTypesOnce) {
+    ASSERT_TRUE(Start());
+    LogCapture const log(LogLevel::Verbose);
+    vq::ch::Vec3ChannelDataEvent sample;
+    sample.set_x(1);
+    sample.set_y(2);
+    sample.set_z(3);
+    std::shared_ptr<IData> received;
+    ASSERT_TRUE(StepUntil([&] {
+        server->PublishData(sample, "stray", 9);
+        server->PublishData(sample, "axis", 8);
+        received = device->Observers().at("axis")->PopNewestData();
+        return received != nullptr;
+    }));
+    EXPECT_EQ(received->GetType(), "Vec3");
+    // The next sample on the right channel comes behind a stray one.
+    ASSERT_TRUE(StepUntil([&] {
+        server->PublishData(sample, "stray", 9);
+        server->PublishData(sample, "axis", 8);
+        return device->Observers().at("axis")->PopNewestData() != nullptr;
+    }));
+    EXPECT_EQ(log.Count(LogLevel::Verbose, "Some messages were not consumed by observers!"), 1u);
+    EXPECT_EQ(log.Count(LogLevel::Verbose, "--> "), 1u);
+}
+
+}  // namespace vq::test
