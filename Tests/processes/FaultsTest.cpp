@@ -1,0 +1,160 @@
+// Processes that die, stop or come back while an application holds the library.
+
+#include <signal.h>
+
+#include "Rig.h"
+
+namespace vq::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+class Faults : public testing::Test {
+protected:
+    void StartAll() {
+        m_rig.StartServer();
+        m_rig.StartProvider();
+    }
+
+    // Calls until the code is there: events that heal a connection travel beside the calls.
+    CallResult CallUntil(Caller& caller, std::string const& command, std::uint32_t code,
+                         std::chrono::seconds limit) {
+        auto const deadline = std::chrono::steady_clock::now() + limit;
+        CallResult result = caller.Call(command);
+        while (result.code != code && std::chrono::steady_clock::now() < deadline) {
+            result = caller.Call(command);
+        }
+        return result;
+    }
+
+    Rig m_rig;
+};
+
+TEST_F(Faults, WithoutAServerACallGivesUpAfterFifteenSeconds) {
+    Caller caller;
+    CallResult const names = caller.Call("names");
+    EXPECT_EQ(names.code, kNoLocalService);
+    EXPECT_GE(names.duration, 14900ms);
+    EXPECT_LT(names.duration, 40s);
+}
+
+TEST_F(Faults, WithoutAProviderTheTwoGroupsOfCodesStayApart) {
+    m_rig.StartServer();
+    Caller caller;
+    for (auto const& [command, code] : {std::pair<char const*, std::uint32_t>{"names", kFailure},
+                                        {"known 1", kFailure},
+                                        {"values", kFailure},
+                                        {"names-async", kNoCloudService},
+                                        {"values-async", kNoCloudService},
+                                        {"release", kNoCloudService}}) {
+        EXPECT_EQ(caller.Call(command).code, code) << command;
+    }
+}
+
+TEST_F(Faults, AProviderThatComesLaterHealsTheFeature) {
+    m_rig.StartServer();
+    Caller caller;
+    ASSERT_EQ(caller.Call("names").code, kFailure);
+    m_rig.StartProvider();
+    EXPECT_EQ(CallUntil(caller, "names", kOk, 30s).code, kOk);
+}
+
+TEST_F(Faults, AProviderThatIsReplacedIsFollowed) {
+    StartAll();
+    Caller caller;
+    ASSERT_EQ(caller.Call("names").code, kOk);
+    m_rig.StopProvider();
+    EXPECT_EQ(CallUntil(caller, "names", kFailure, 30s).code, kFailure);
+    m_rig.StartProvider();
+    EXPECT_EQ(CallUntil(caller, "names", kOk, 60s).code, kOk);
+}
+
+TEST_F(Faults, AProviderSlowerThanTheExchangeFailsTheCallInsideItsLimit) {
+    m_rig.StartServer();
+    m_rig.StartProvider({"DelayMs=20000"});
+    Caller caller;
+    CallResult const names = caller.Call("names");
+    EXPECT_EQ(names.code, kFailure);
+    EXPECT_GE(names.duration, 4900ms);
+    EXPECT_LT(names.duration, 30s);
+}
+
+TEST_F(Faults, AServerThatIsKilledAndRestartedServesTheSameApplicationAgain) {
+    StartAll();
+    Caller caller;
+    ASSERT_EQ(caller.Call("names").code, kOk);
+    m_rig.KillServer();
+    m_rig.StartServer();
+    // Both devices are announced as unregistered by the new server and register anew by themselves.
+    EXPECT_EQ(CallUntil(caller, "names", kOk, 60s).code, kOk);
+    EXPECT_EQ(caller.Call("release").code, kOk);
+}
+
+TEST_F(Faults, AServerThatStopsInOrderEndsTheProviderAndFailsTheCalls) {
+    StartAll();
+    Caller caller;
+    ASSERT_EQ(caller.Call("names").code, kOk);
+    m_rig.StopServer();
+    EXPECT_EQ(m_rig.Provider().WaitForExit(kStartLimit), 0) << m_rig.Provider().DrainOutput();
+    CallResult const names = caller.Call("names");
+    EXPECT_EQ(names.code, kFailure);
+    EXPECT_LT(names.duration, 40s);
+}
+
+TEST_F(Faults, AServerOfANewerProtocolIsRefused) {
+    m_rig.StartServer({"--protocol-version", "13"});
+    Caller caller;
+    CallResult const names = caller.Call("names");
+    EXPECT_EQ(names.code, kFailure);
+    EXPECT_NE(caller.Process().DrainOutput().find("protocol version is too new"), std::string::npos)
+        << caller.Process().Output();
+}
+
+struct ExitCase {
+    char const* name;
+    char const* command;
+    bool connectFirst;
+};
+
+class ProcessExit : public Faults, public testing::WithParamInterface<ExitCase> {};
+
+TEST_P(ProcessExit, IsCleanWithALivingServer) {
+    StartAll();
+    Caller caller;
+    if (GetParam().connectFirst) {
+        ASSERT_EQ(caller.Call("names").code, kOk);
+    }
+    caller.Begin(GetParam().command);
+    EXPECT_EQ(caller.Process().WaitForExit(kCallLimit), 0) << caller.Process().DrainOutput();
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, ProcessExit,
+                         testing::Values(ExitCase{"AtOnce", "exit", false},
+                                         ExitCase{"Connected", "exit", true},
+                                         ExitCase{"FromAnotherThread", "exit-from-thread", true},
+                                         ExitCase{"DuringBringUp", "names-and-exit-meanwhile", false}),
+                         [](auto const& each) { return std::string(each.param.name); });
+
+TEST_F(Faults, AnExitUnregistersTheDevice) {
+    StartAll();
+    Caller first;
+    ASSERT_EQ(first.Call("names").code, kOk);
+    first.Process().CloseInput();  // main returns
+    ASSERT_EQ(first.Process().WaitForExit(kCallLimit), 0);
+    // A second application of the same device name finds the place free and works.
+    Caller second;
+    EXPECT_EQ(second.Call("names").code, kOk);
+}
+
+TEST_F(Faults, ExitAfterTheServerDiedOrHangsIsBounded) {
+    StartAll();
+    Caller orphan;
+    Caller waiting;
+    ASSERT_EQ(orphan.Call("names").code, kOk);
+    m_rig.Server().Signal(SIGSTOP);
+    orphan.Begin("exit");
+    EXPECT_EQ(orphan.Process().WaitForExit(60s), 0) << orphan.Process().DrainOutput();
+}
+
+}  // namespace
+}  // namespace vq::test
