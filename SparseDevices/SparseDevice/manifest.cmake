@@ -2,3 +2,7 @@ vq_add_library(manifest
     SOURCES source/ManifestProcessor.cpp source/ManifestDatas.cpp
     PUBLIC vq::device_data_types PkgConfig::JSONCPP
     PRIVATE vq::json vq::logging vq::text)
+
+vq_add_test(manifest_test
+    SOURCES tests/ManifestProcessorTest.cpp
+    LIBS vq::manifest vq::json vq::log_capture)

@@ -1,0 +1,219 @@
+#include "DataTypes/ConfigurationState.h"
+
+#include "DataTypes/ConfigurationUtils.h"
+#include "DataTypes/PropertyUtils.h"
+#include "DataTypes/VariantUtils.h"
+#include "JsonText.h"
+#include "TestSupport/LogCapture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using vq::cfg::Variant;
+using vq::test::LogCapture;
+
+void Declare(ConfigurationState& state, std::string const& properties) {
+    ASSERT_TRUE(ParseProperties("Test", Parse("{\"P\": " + properties + "}"), "P", state,
+                                [&state](Json::Value const&, vq::cfg::CommonProperty& common) {
+                                    auto property = std::make_unique<vq::cfg::ConfigurationProperty>();
+                                    *property->mutable_common() = common;
+                                    state.properties.Add(common.name(), std::move(property));
+                                    return true;
+                                }));
+}
+
+/// A state with limits of each number kind.
+ConfigurationState MakeState() {
+    ConfigurationState state;
+    Declare(state, R"({ "x": { "Type": "integer", "Default": 7, "LowerLimit": 0, "UpperLimit": 100,
+                               "OutOfRangeHandling": "wrap" },
+                        "f": { "Type": "float", "LowerLimit": 0.5 },
+                        "key": { "Type": "keyOrButton" } })");
+    return state;
+}
+
+std::string TextOf(ConfigurationState const& state, std::string const& name) {
+    return ConvertVariantToString(state.GetValue(name), true);
+}
+
+TEST(Settings, AreClampedWhenSetWhateverTheTypeSaysOfWrapping) {
+    ConfigurationState state = MakeState();
+    Variant variant;
+    struct Case {
+        char const* name;
+        std::function<void()> set;
+        char const* text;
+        std::vector<std::string> lines;
+    };
+    auto const setVariant = [&](char const* json, char const* name) {
+        Variant value;
+        ASSERT_TRUE(ConvertJsonToVariant("v", Parse(json), value));
+        state.SetValue(name, value);
+    };
+    std::string const lower = "E Lower limit type does not match property type for setting x";
+    std::string const upper = "E Upper limit type does not match property type for setting x";
+    for (Case const& row : std::vector<Case>{
+             {"x", [&] { state.SetValue("x", 150); }, "100", {}},
+             {"x", [&] { state.SetValue("x", -5LL); }, "0", {}},
+             {"x", [&] { state.SetValue("x", 4294967295U); }, "100", {}},
+             {"x", [&] { state.SetValue("x", 1.5F); }, "0", {}},
+             {"x", [&] { setVariant("150", "x"); }, "100", {}},
+             {"x", [&] { setVariant("1.5", "x"); }, "1.5", {lower, upper}},
+             {"x", [&] { setVariant("\"s\"", "x"); }, "\"s\"", {lower, upper}},
+             {"x", [&] { state.SetValue("x", "s"); }, "\"s\"", {}},
+             {"x", [&] { state.SetValue("x", true); }, "true", {}},
+             {"x",
+              [&] {
+                  state.SetValue("x", std::vector<int>{500, -1});
+              },
+              "[500, -1]",
+              {}},
+             {"f", [&] { state.SetValue("f", 0.25F); }, "0.5", {}},
+             {"f", [&] { state.SetValue("f", -5); }, "0", {}},
+             {"f", [&] { setVariant("0.25", "f"); }, "0.5", {}},
+             {"new",
+              [&] {
+                  state.SetValue("new", {"a", "b"});
+              },
+              "[a, b]",
+              {}},
+             {"new", [&] { state.SetValue("new", std::vector<std::string>{"c"}); }, "[c]", {}},
+             {"new", [&] { state.SetValue("new", std::vector<float>{1.5F}); }, "[1.5]", {}},
+             {"new",
+              [&] {
+                  state.SetValue("new", std::vector<bool>{true, false});
+              },
+              "[true, false]",
+              {}},
+         }) {
+        LogCapture log;
+        row.set();
+        EXPECT_EQ(TextOf(state, row.name), row.text);
+        EXPECT_EQ(log.Lines(), row.lines) << row.text;
+    }
+}
+
+TEST(Settings, ComeIntoBeingWhenRead) {
+    ConfigurationState state = MakeState();
+    LogCapture log(LogLevel::Verbose);
+    EXPECT_EQ(state.GetValue("x").integer_value(), 7);
+    ConfigurationState const& readOnly = state;
+    EXPECT_EQ(readOnly.GetValue("unknown").value_case(), Variant::VALUE_NOT_SET);
+    EXPECT_FALSE(state.settings.Find("unknown")->has_value());
+    EXPECT_FALSE(state.EnsureValue("key")->has_value()) << "declared, but its type has no default";
+    readOnly.GetValue("unknown");
+    state.GetValue("unknown").set_integer_value(1);
+    EXPECT_EQ(TextOf(state, "unknown"), "1");
+    EXPECT_THAT(log.Lines(),
+                ElementsAre("V Configuration setting unknown does not exist, creating empty setting"));
+}
+
+TEST(Settings, TellTheirHandlersInOrder) {
+    ConfigurationState state = MakeState();
+    std::string heard;
+    state.RegisterAnyPropertyChangedHandler([&](std::string const& name) { heard += "any:" + name + ' '; });
+    state.RegisterPropertyChangedHandler("x", [&] { heard += "1:" + TextOf(state, "x") + ' '; });
+    state.RegisterPropertyChangedHandler("x", [&] { heard += "2 "; });
+    EXPECT_EQ(heard, "1:7 2 ") << "each starts from the present value";
+    heard.clear();
+    state.SetValue("x", 7);
+    state.SetValue("f", 1.0F);
+    EXPECT_EQ(heard, "1:7 2 any:x any:f ") << "also when nothing changed";
+    heard.clear();
+    EXPECT_TRUE(state.RemoveValue(state.settings.Find("x")->name())) << "the name may be the setting's own";
+    EXPECT_EQ(heard, "1:7 2 any:x ");
+    EXPECT_FALSE(state.RemoveValue("nothing"));
+}
+
+TEST(Settings, LetHandlersRegisterMoreHandlers) {
+    ConfigurationState state;
+    int late = 0;
+    state.RegisterPropertyChangedHandler("x", [&] {
+        for (int count = 0; count < 20; ++count) {
+            state.propertyHandlers["x"].push_back([&] { ++late; });
+        }
+    });
+    EXPECT_EQ(late, 0);
+    state.IssuePropertyChangedEvent("x");
+    EXPECT_EQ(late, 20);
+    EXPECT_THROW(state.RegisterPropertyChangedHandler("y", {}), std::bad_function_call);
+}
+
+TEST(States, CopyDeeplyWithTheirHandlers) {
+    ConfigurationState first = MakeState();
+    int calls = 0;
+    first.RegisterPropertyChangedHandler("x", [&] { ++calls; });
+    ConfigurationState second = first;
+    second.SetValue("x", 9);
+    EXPECT_EQ(calls, 2);
+    EXPECT_EQ(first.GetValue("x").integer_value(), 7);
+    ConfigurationState& alias = second;
+    second = alias;
+    EXPECT_EQ(second.GetValue("x").integer_value(), 9);
+    ConfigurationState const third = std::move(second);
+    EXPECT_EQ(third.GetValue("x").integer_value(), 9);
+}
+
+TEST(SettingsFromJson, AreCoercedButNeitherClampedNorAnnounced) {
+    ConfigurationState state = MakeState();
+    int calls = 0;
+    state.RegisterAnyPropertyChangedHandler([&](std::string const&) { ++calls; });
+    ASSERT_TRUE(ParseConfigurationSettings(
+        Parse(R"({"S": {"x": "150", "f": 3, "extra": [1, 2], "empty": {}}})"), "S", state));
+    EXPECT_EQ(TextOf(state, "x"), "150");
+    EXPECT_EQ(state.GetValue("f").float_value(), 3);
+    EXPECT_EQ(calls, 0);
+    vq::cfg::CommonProperty const& hidden = state.properties.Find("extra")->common();
+    EXPECT_EQ(hidden.type(), "integerList");
+    EXPECT_FALSE(hidden.user_visible());
+    EXPECT_EQ(ConvertVariantToString(hidden.default_value(), false), "[1, 2]");
+    EXPECT_EQ(state.properties.Find("empty")->common().type(), "");
+    ASSERT_TRUE(ParseConfigurationSettings(Parse(R"({"S": {"extra": [3]}})"), "S", state));
+    EXPECT_EQ(ConvertConfigurationSettingToString(*state.settings.Find("extra")), "[3]");
+}
+
+TEST(SettingsFromJson, ThatDoNotFitEndWithALine) {
+    struct Case {
+        char const* json;
+        std::vector<std::string> lines;
+    };
+    for (Case const& row : std::vector<Case>{
+             {R"({"S": null})", {}},
+             {R"({"S": 1})", {"E S is expected to be an object"}},
+             {R"({"S": {"x": null}})", {"E Configuration setting 'x' cannot contain null value"}},
+             {R"({"S": {"x": 1.5}})",
+              {"E Configuration setting 'x' has defined Type xSimpleType but value 1.5"}},
+             {R"({"S": {"x": "abc"}})",
+              {"E Configuration setting 'x' has defined Type xSimpleType but value abc"}},
+         }) {
+        ConfigurationState state = MakeState();
+        LogCapture log;
+        EXPECT_EQ(ParseConfigurationSettings(Parse(row.json), "S", state), row.lines.empty()) << row.json;
+        EXPECT_EQ(log.Lines(), row.lines);
+    }
+}
+
+TEST(SettingsFromJson, OfAChangeMessageKeepWhatCameBeforeAFailure) {
+    LogCapture log;
+    std::map<std::string, vq::cfg::ConfigurationSetting> out;
+    EXPECT_FALSE(ConvertJsonObjectToConfigurationSettings("n", Parse("[1]"), out));
+    EXPECT_FALSE(ConvertJsonObjectToConfigurationSettings("n", Parse(R"({"a": 1, "b": null, "c": 2})"), out));
+    ASSERT_EQ(out.size(), 1U);
+    EXPECT_EQ(out["a"].value().integer_value(), 1);
+    EXPECT_FALSE(out["a"].has_name());
+    EXPECT_THAT(log.Lines(), ElementsAre("E setting contains unexpected n type (expected object)",
+                                         "E Configuaration setting 'b' cannot contain null value"));
+}
+
+}  // namespace

@@ -1,0 +1,134 @@
+#include "DataTypes/ChannelDescriptor.h"
+#include "DataTypes/SimpleRegistry.h"
+#include "DataTypes/SparseDeviceDescriptor.h"
+#include "DataTypes/SparseDeviceType.h"
+#include "Descriptors.pb.h"
+#include "ServerRequests.pb.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace {
+
+TEST(DeviceTypes, TranslateBothWaysAndFallBackToGeneric) {
+    EXPECT_EQ(DeviceTypeToString(static_cast<SparseDeviceType>(17)), "Identity");
+    EXPECT_EQ(DeviceTypeToString(static_cast<SparseDeviceType>(20)), "VirtualRoomPeripheral");
+    for (int number = 0; number <= 20; ++number) {
+        auto const type = static_cast<SparseDeviceType>(number);
+        EXPECT_EQ(DeviceTypeFromString(DeviceTypeToString(type)), type);
+    }
+    for (int const number : {-1, 21}) {
+        EXPECT_EQ(DeviceTypeToString(static_cast<SparseDeviceType>(number)), "Generic");
+    }
+    for (char const* const text : {"generic", "identity", "Toaster", ""}) {
+        EXPECT_EQ(DeviceTypeFromString(text), SparseDeviceType::Generic) << text;
+    }
+}
+
+TEST(DeviceDescriptors, DifferByNameAndProcessOnly) {
+    SparseDeviceDescriptor const device{"a", SparseDeviceType::Audio, "A", 1, 2};
+    EXPECT_EQ(device, (SparseDeviceDescriptor{"a", SparseDeviceType::Input, "B", 1, 2}));
+    EXPECT_NE(device, (SparseDeviceDescriptor{"b", SparseDeviceType::Audio, "A", 1, 2}));
+    EXPECT_NE(device, (SparseDeviceDescriptor{"a", SparseDeviceType::Audio, "A", 3, 2}));
+    EXPECT_NE(device, (SparseDeviceDescriptor{"a", SparseDeviceType::Audio, "A", 1, 3}));
+    EXPECT_EQ(SparseDeviceDescriptor().name, "unknown device");
+}
+
+TEST(ChannelDescriptors, TakeTheirFieldsFromBothMessages) {
+    vq::vds::ChannelInfo info;
+    info.set_name("n");
+    info.set_text_3("label");
+    info.set_text_4("Vec3");
+    info.set_text_5("producer");
+    info.set_flag_6(true);
+    info.set_flag_7(false);
+    ChannelDescriptor const fromInfo(info);
+    EXPECT_EQ(fromInfo.label, "label");
+    EXPECT_EQ(fromInfo.defaultProducer, "producer");
+    EXPECT_TRUE(fromInfo.resizable);
+    EXPECT_FALSE(fromInfo.userVisible);
+
+    vq::descriptors::data::ChannelDescription description;
+    description.set_name("n");
+    description.set_data_type("Vec3");
+    description.set_third_text("other");
+    description.set_flag_4(false);
+    description.set_flag_5(true);
+    ChannelDescriptor const fromDescription(description);
+    EXPECT_EQ(fromDescription.label, "n");
+    EXPECT_EQ(fromDescription.defaultProducer, "other");
+    EXPECT_FALSE(fromDescription.resizable);
+    EXPECT_TRUE(fromDescription.userVisible);
+
+    EXPECT_EQ(fromInfo, fromDescription) << "name and data type decide";
+    ChannelDescriptor changed = fromInfo;
+    changed.dataType = "Quat";
+    EXPECT_NE(fromInfo, changed);
+}
+
+/// Counts what is alive, and keeps items whose text is "fixed" against redefinition.
+struct Item {
+    explicit Item(std::string itemText) : text(std::move(itemText)) { ++alive; }
+    Item(Item const& other) : text(other.text) { ++alive; }
+    Item& operator=(Item const&) = delete;
+    ~Item() { --alive; }
+
+    std::string text;
+    static inline int alive = 0;
+};
+
+class FixedRegistry : public SimpleRegistry<std::string, Item> {
+public:
+    bool OverrideItem(Item* existing, Item* incoming) override {
+        last = incoming->text;
+        return existing->text == "fixed";
+    }
+    void HandleRegisteredItem(Item* item) override { handled += item->text; }
+
+    std::string last;
+    std::string handled;
+};
+
+TEST(Registries, HandBackTheOldItemAndNeverLoseOne) {
+    {
+        FixedRegistry registry;
+        EXPECT_EQ(registry.Add("k", std::make_unique<Item>("one")), nullptr);
+        std::unique_ptr<Item> const old = registry.Add("k", std::make_unique<Item>("fixed"));
+        ASSERT_NE(old, nullptr);
+        EXPECT_EQ(old->text, "one");
+        EXPECT_EQ(registry.Add("k", std::make_unique<Item>("late")), nullptr) << "refused, not new";
+        EXPECT_EQ(registry.last, "late");
+        EXPECT_EQ(registry.Find("k")->text, "fixed");
+        EXPECT_EQ(registry.handled, "onefixed") << "not told of the refused one";
+        EXPECT_EQ(Item::alive, 2);
+        auto refused = std::make_unique<Item>("raw");
+        EXPECT_EQ(registry.Register("k", refused.get()), nullptr);
+        EXPECT_EQ(refused->text, "raw") << "still the caller's";
+    }
+    EXPECT_EQ(Item::alive, 0);
+}
+
+TEST(Registries, CopyDeeplyAndMoveEmpty) {
+    {
+        SimpleRegistry<std::string, Item> first;
+        first.Add("k", std::make_unique<Item>("one"));
+        SimpleRegistry<std::string, Item> second(first);
+        second.Find("k")->text = "two";
+        EXPECT_EQ(first.Find("k")->text, "one");
+        SimpleRegistry<std::string, Item>& alias = first;
+        first = alias;
+        EXPECT_EQ(first.Find("k")->text, "one");
+        first = std::move(second);
+        EXPECT_EQ(first.Find("k")->text, "two");
+        EXPECT_EQ(second.Size(), 0U);  // NOLINT(bugprone-use-after-move): emptied by contract
+        EXPECT_EQ(Item::alive, 1);
+        EXPECT_EQ(first.Take("k")->text, "two");
+        EXPECT_EQ(first.Take("k"), nullptr);
+    }
+    EXPECT_EQ(Item::alive, 0);
+}
+
+}  // namespace

@@ -1,0 +1,287 @@
+#include "SparseDevice/ManifestProcessor.h"
+
+#include "DataTypes/VariantUtils.h"
+#include "TestSupport/LogCapture.h"
+#include "TestSupport/TestHome.h"
+#include "Utils/JsonUtils.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+using vq::test::LogCapture;
+
+char const* const PuckTracker = R"({
+  "ApplicationName": "tablehockey", "ApplicationLabel": "Table Hockey",
+  "ManifestType": "SparseDevice", "Version": 2,
+  "DeviceName": "puck_tracker", "DeviceLabel": "Puck tracker", "DeviceType": "Generic",
+  "UpdateHertz": "RealTime",
+  "ProducerChannels": [ "puck_pose" ], "ObserverChannels": [ "table_pose" ],
+  "CustomChannels": [
+    { "ChannelName": "puck_state", "ChannelLabel": "Puck state", "ChannelType": "Integer",
+      "DefaultProducer": "puck_tracker", "Resizable": true, "UserVisible": false },
+    { "ChannelName": "bare", "ChannelType": "Vec3" } ],
+  "AutomapProducerChannels": false,
+  "Constants": { "MaxChannels": 8 },
+  "SimpleTypes": [ { "Name": "Percent", "BaseType": "float" } ],
+  "ConfigurationProperties": {
+    "Gain": { "Type": "Percent", "Default": 50, "Description": "output gain" } },
+  "ConfigurationSettings": { "Gain": 75 }
+})";
+
+std::string Device(std::string const& name, std::string const& more = "") {
+    return R"({ "DeviceName": ")" + name + R"(", "DeviceType": "Generic")" + more + " }";
+}
+
+std::string Single(std::string const& name, std::string const& more = "") {
+    return Device(name, R"(, "ManifestType": "SparseDevice")" + more);
+}
+
+std::vector<std::string> NamesOf(ManifestProcessor const& processor) {
+    std::vector<std::string> names;
+    LogCapture quiet;
+    for (ManifestProcessor::ManifestData const& data : processor.GetDatas()) {
+        names.push_back(data.deviceName);
+    }
+    return names;
+}
+
+TEST(Manifests, OfOneDeviceAreReadWhole) {
+    ManifestProcessor processor;
+    LogCapture log;
+    ASSERT_TRUE(processor.ProcessManifestString(PuckTracker));
+    EXPECT_THAT(log.Lines(), IsEmpty());
+    EXPECT_EQ(processor.GetAppData().applicationName, "tablehockey");
+    EXPECT_EQ(processor.GetAppData().applicationLabel, "Table Hockey");
+    EXPECT_FALSE(processor.GetAppData().disableAutomap);
+
+    ManifestProcessor::ManifestData const& data = processor.GetData();
+    EXPECT_EQ(data.deviceName, "puck_tracker");
+    EXPECT_EQ(data.deviceLabel, "Puck tracker");
+    EXPECT_EQ(data.deviceType, "Generic");
+    EXPECT_EQ(data.updateHertz, 30);
+    EXPECT_THAT(data.producerChannels, ElementsAre("puck_pose"));
+    EXPECT_THAT(data.observerChannels, ElementsAre("table_pose"));
+    EXPECT_FALSE(data.automapProducerChannels);
+    ASSERT_EQ(data.customChannels.size(), 2U);
+    ChannelDescriptor const& state = data.customChannels[0];
+    EXPECT_EQ(state, ChannelDescriptor("puck_state", "", "Integer", "", false, false));
+    EXPECT_EQ(state.label, "Puck state");
+    EXPECT_EQ(state.defaultProducer, "puck_tracker");
+    EXPECT_TRUE(state.resizable);
+    EXPECT_FALSE(state.userVisible);
+    ChannelDescriptor const& bare = data.customChannels[1];
+    EXPECT_EQ(bare.label, "bare");
+    EXPECT_EQ(bare.defaultProducer, "undefined");
+    EXPECT_FALSE(bare.resizable);
+    EXPECT_TRUE(bare.userVisible);
+    EXPECT_EQ(data.configurationState.GetValue("Gain").float_value(), 75);
+    EXPECT_EQ(data.configurationState.properties.Find("Gain")->common().default_value().float_value(), 50);
+}
+
+struct WrongCase {
+    std::string text;
+    std::vector<std::string> lines;
+};
+
+void PrintTo(WrongCase const& row, std::ostream* out) {
+    *out << row.text;
+}
+
+class WrongManifests : public testing::TestWithParam<WrongCase> {};
+
+TEST_P(WrongManifests, SayWhyAndLeaveNothing) {
+    ManifestProcessor processor;
+    ASSERT_TRUE(processor.ProcessManifestString(Single("earlier")));
+    LogCapture log;
+    EXPECT_FALSE(processor.ProcessManifestString(GetParam().text));
+    EXPECT_EQ(log.Lines(), GetParam().lines);
+    EXPECT_THAT(NamesOf(processor), IsEmpty()) << "earlier documents go too";
+}
+
+std::string const NoType = "E Manifest does not contain a ManifestType field which is required";
+std::string const NoName = "E Manifest does not contain a DeviceName field which is required";
+
+INSTANTIATE_TEST_SUITE_P(
+    Manifests, WrongManifests,
+    testing::Values(
+        WrongCase{"[]", {NoType, "E Invalid Manifest type"}},
+        WrongCase{"7", {NoType, "E Invalid Manifest type"}},
+        WrongCase{R"({"ManifestType": "Toaster"})", {"E Invalid Manifest type"}},
+        WrongCase{R"({"ApplicationName": []})", {"E expected string for ApplicationName field"}},
+        WrongCase{R"({"ManifestType": "SparseDevice"})", {NoName}},
+        WrongCase{R"({"ManifestType": "Configuration"})", {NoName}},
+        WrongCase{R"({"ManifestType": "SparseDevice", "DeviceName": "a"})",
+                  {"E Manifest does not contain a DeviceType field which is required"}},
+        WrongCase{Single("earlier"),
+                  {"E Found duplicate entry for device earlier in multi-manifest, which is forbidden"}},
+        WrongCase{R"({"ManifestType": "Configuration", "DeviceName": "earlier"})",
+                  {"E Found duplicate entry for device earlier in multi-manifest, which is forbidden"}},
+        WrongCase{Single("a", R"(, "Constants": 1)"), {"E Constants is not an object"}},
+        WrongCase{Single("a", R"(, "ConfigurationProperties": {"p": {}})"),
+                  {"E ConfigurationProperties for 'a' 'p' should have a Type or Default"}},
+        WrongCase{Single("a", R"(, "ConfigurationSettings": 1)"),
+                  {"E ConfigurationSettings is expected to be an object"}},
+        WrongCase{Single("a", R"(, "UpdateHertz": true)"), {"E UpdateHertz should be a numeric or a string"}},
+        WrongCase{Single("a", R"(, "UpdateHertz": "often")"),
+                  {"E UpdateHertz should be standard, realtime, or unlimited"}},
+        WrongCase{Single("a", R"(, "ProducerChannels": "x")"), {"E Producer Channels should be an array"}},
+        WrongCase{Single("a", R"(, "ObserverChannels": [[]])"), {"E Observer Channels should be an array"}},
+        WrongCase{Single("a", R"(, "CustomChannels": [{}])"),
+                  {"E Custom Channel does not have a ChannelName field which is required"}},
+        WrongCase{Single("a", R"(, "CustomChannels": [{"ChannelName": "c", "ChannelType": "Integer"},
+                                                      {"ChannelName": "d"}])"),
+                  {"E Custom Channel does not have a ChannelType field which is required"}},
+        WrongCase{R"({"Manifests": {}})",
+                  {"E Found Manifests entry for multiple manifests, but not expected array type"}},
+        WrongCase{R"({"Manifests": [)" + Device("a") + "," + Device("b") + "," + Device("a") + ",7]}",
+                  {"E Found duplicate entry for device a in multi-manifest, which is forbidden"}},
+        WrongCase{R"({"Manifests": [7]})", {NoName}}));
+
+TEST(Manifests, ThatAreNoJsonKeepWhatIsThere) {
+    ManifestProcessor processor;
+    ASSERT_TRUE(processor.ProcessManifestString(Single("earlier")));
+    LogCapture log;
+    EXPECT_FALSE(processor.ProcessManifestString("{"));
+    EXPECT_FALSE(processor.ProcessManifestString(std::string(1500, '[')));
+    EXPECT_THAT(log.Lines(), ElementsAre(StartsWith("E Failed to parse manifest JSON data\n* Line 1"),
+                                         HasSubstr("stackLimit")));
+    EXPECT_THAT(NamesOf(processor), ElementsAre("earlier"));
+}
+
+TEST(Manifests, OfSeveralDevicesAreSortedAndEndAtANull) {
+    ManifestProcessor processor;
+    ASSERT_TRUE(processor.ProcessManifestString(
+        R"({"ApplicationName": "app", "Manifests": [)" + Device("b") + "," + Device("C") + "," +
+        Device("a", R"(, "UpdateHertz": 1001)") + ", null, " + Device("never") + "]}"));
+    EXPECT_THAT(NamesOf(processor), ElementsAre("C", "a", "b"));
+    EXPECT_EQ(processor.GetAppData().applicationLabel, "Unknown Application");
+    ASSERT_NE(processor.GetDataForDevice("a"), nullptr);
+    EXPECT_EQ(processor.GetDataForDevice("a")->updateHertz, 1001);
+    EXPECT_EQ(processor.GetDataForDevice("never"), nullptr);
+
+    LogCapture log;
+    EXPECT_EQ(processor.GetData("aa").deviceName, "aa");
+    EXPECT_EQ(processor.GetMutableData("a").updateHertz, 1001);
+    EXPECT_EQ(processor.GetData().deviceName, "C");
+    EXPECT_THAT(log.Lines(),
+                ElementsAre("W Unable to find manifest entry for aa, creating empty data...",
+                            "W More than one manifest data entry found, returning first data entry"));
+    EXPECT_THAT(NamesOf(processor), ElementsAre("C", "a", "aa", "b"));
+}
+
+TEST(Manifests, MayHoldADeviceAndItsConfiguration) {
+    ManifestProcessor processor;
+    std::string const configuration = R"(, "ManifestType": "Configuration", "UpdateHertz": 5)";
+    ASSERT_TRUE(processor.ProcessManifestString(R"({"Manifests": [)" + Device("a") + "," +
+                                                Device("a", configuration) + "]}"));
+    EXPECT_THAT(NamesOf(processor), ElementsAre("a", "a"));
+    EXPECT_EQ(processor.GetDataForDevice("a")->updateHertz, 0) << "the one declared first";
+    LogCapture log;
+    EXPECT_FALSE(processor.ProcessManifestString(
+        R"({"Manifests": [{ "DeviceName": "c", "ManifestType": "Configuration" }]})"));
+    EXPECT_THAT(log.Lines(), ElementsAre("E Manifest does not contain a DeviceType field which is required"));
+}
+
+TEST(Manifests, IgnoreLenientlyWhatIsOfAnotherKind) {
+    ManifestProcessor processor;
+    LogCapture log;
+    ASSERT_TRUE(processor.ProcessManifestString(Single(
+        "a",
+        R"(, "AutomapProducerChannels": "no", "CustomChannels": {}, "ProducerChannels": [ 7, null, true ],
+                 "ArrayTypes": [ { "Name": "L", "ElementType": "Later" } ])")));
+    EXPECT_TRUE(processor.GetData().automapProducerChannels);
+    EXPECT_THAT(processor.GetData().customChannels, IsEmpty());
+    EXPECT_THAT(processor.GetData().producerChannels, ElementsAre("7", "", "true"));
+    EXPECT_THAT(log.Lines(), ElementsAre("W a.L has undefined element type 'Later'"));
+}
+
+TEST(Manifests, OfFilesMayIncludeOthers) {
+    std::string const home = vq::test::HomeDirectory();
+    std::ofstream(home + "base.json") << R"({ "DeviceType": "Audio", "UpdateHertz": 5 })";
+    std::ofstream(home + "device.json") << Single("a", R"(, "Includes": [ "base.json" ])");
+    std::ofstream(home + "bad.json") << R"({ "Includes": [ "gone.json" ] })";
+    ManifestProcessor processor;
+    ASSERT_TRUE(processor.ProcessManifest(home + "device.json"));
+    EXPECT_EQ(processor.GetData().deviceType, "Generic") << "the including file wins";
+    EXPECT_EQ(processor.GetData().updateHertz, 5);
+    LogCapture log;
+    EXPECT_FALSE(processor.ProcessManifest(home + "bad.json"));
+    EXPECT_THAT(log.Lines(), ElementsAre("E Failed to parse manifest JSON data from " + home +
+                                         "bad.json\nCould not locate 'gone.json' for \"Includes\" key in " +
+                                         home + "bad.json\n"));
+}
+
+TEST(Manifests, MayBeMissing) {
+    ManifestProcessor processor;
+    LogCapture log;
+    EXPECT_TRUE(processor.ProcessManifest(std::string()));
+    EXPECT_TRUE(processor.GetDatas().empty());
+    EXPECT_EQ(processor.GetData().deviceName, "");
+    EXPECT_THAT(log.Lines(),
+                ElementsAre("W Empty path passed to ManifestProcessor::ProcessManifest",
+                            "W Manifest datas empty", "W No manifest data found, creating empty data..."));
+}
+
+TEST(ManifestDatas, CopyDeeplyAndSurviveSelfAssignment) {
+    ManifestProcessor processor;
+    ASSERT_TRUE(processor.ProcessManifestString(PuckTracker));
+    ManifestProcessor::ManifestData& original = processor.GetMutableData();
+    ManifestProcessor::ManifestData copy = original;
+    copy.customChannels[0].name = "changed";
+    copy.configurationState.SetValue("Gain", 1.0F);
+    ManifestProcessor::ManifestData& alias = copy;
+    copy = alias;
+    EXPECT_EQ(copy.customChannels[0].name, "changed");
+    EXPECT_EQ(original.customChannels[0].name, "puck_state");
+    EXPECT_EQ(original.configurationState.GetValue("Gain").float_value(), 75);
+    ManifestProcessor::ManifestData const moved = std::move(copy);
+    EXPECT_EQ(moved.customChannels.size(), 2U);
+    EXPECT_EQ(moved.configurationState.GetValue("Gain").float_value(), 1);
+}
+
+TEST(ConfigurationManifests, AreWrittenAndReadBack) {
+    ManifestProcessor processor;
+    ASSERT_TRUE(processor.ProcessManifestString(PuckTracker));
+    ManifestProcessor::ManifestData& data = processor.GetMutableData();
+    data.configurationState.SetValue("names", {"a", "b"});
+    data.configurationState.EnsureValue("unset");
+    std::string const text = ManifestProcessor::BuildConfigurationJsonString(data);
+    EXPECT_EQ(text, R"({
+   "ConfigurationSettings" : {
+      "Gain" : 75.0,
+      "names" : [ "a", "b" ]
+   },
+   "DeviceLabel" : "Puck tracker",
+   "DeviceName" : "puck_tracker",
+   "DeviceType" : "Generic",
+   "ManifestType" : "Configuration"
+}
+)");
+    ManifestProcessor back;
+    ASSERT_TRUE(back.ProcessManifestString(text));
+    EXPECT_EQ(back.GetData().configurationState.GetValue("Gain").float_value(), 75);
+    EXPECT_EQ(ConvertVariantToString(back.GetData().configurationState.GetValue("names"), false), "[a, b]");
+
+    std::string const several = ManifestProcessor::BuildMultiConfigurationJsonString({data, data});
+    ManifestProcessor both;
+    ASSERT_TRUE(both.ProcessManifestString(several));
+    EXPECT_THAT(NamesOf(both), ElementsAre("puck_tracker", "puck_tracker"));
+    Json::Value root;
+    std::string errors;
+    ASSERT_TRUE(ParseJson(several, root, errors));
+    EXPECT_EQ(root["Version"].asInt(), 2);
+}
+
+}  // namespace
