@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -14,6 +15,8 @@ namespace {
 
 /// Nominal size of the table in bytes, its NUL included.
 constexpr std::uint64_t kTableSize = 1024;
+/// One page: what a table without NUL can give at most.
+constexpr std::size_t kReadLimit = 4096;
 constexpr char const* kRegistryName = "VQTLRegistry";
 constexpr char const* kTestRegistryName = "testTLRegistry.";
 
@@ -98,11 +101,9 @@ std::string ServerRegistry::ReadRegistry(std::chrono::milliseconds timeout, bool
     if (!m_initialized || !m_memory->Exists() || !m_mutex.Lock(timeout, timedOut)) {
         return text;
     }
-    if (auto const* const table = static_cast<char const*>(m_memory->Attach(SharedMemory::Access::Read))) {
-        // A damaged table may lack its NUL, and a cut file has no bytes behind the mapping.
-        text.assign(table, ::strnlen(table, m_memory->GetTouchableSize()));
-        m_memory->Detach();
-    }
+    // A whole text has its NUL well inside; a damaged one ends with the page, or with the file.
+    std::array<char, kReadLimit> table;
+    text.assign(table.data(), ::strnlen(table.data(), m_memory->CopyTo(table.data(), table.size())));
     m_mutex.Unlock();
     return text;
 }

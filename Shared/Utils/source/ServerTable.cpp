@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <stdexcept>
+#include <string>
+#include <system_error>
 
 namespace {
 
@@ -32,8 +35,13 @@ MessageAddress ReadAddress(std::string_view field, char const* complaint) {
     return address;
 }
 
-std::int32_t ReadInt(std::string_view field) {
-    return std::stoi(std::string(field));
+/// Reads as the standard text conversions do: blanks and a sign before the digits, anything behind them.
+/// Those conversions take the odd texts, and throw for what is no number.
+template <class Number>
+Number ReadNumber(std::string_view field, Number (*convert)(std::string const&, std::size_t*, int)) {
+    Number number = 0;
+    auto const plain = std::from_chars(field.data(), field.data() + field.size(), number);
+    return plain.ec == std::errc() ? number : convert(std::string(field), nullptr, 10);
 }
 
 /// Fields are tested in their order in the line, which decides what else is logged about a line with two
@@ -44,11 +52,11 @@ void ReadServer(Fields const& fields, ServerDescriptor& server) {
     }
     server.name = fields[0];
     server.address = ReadAddress(fields[1], "bad server address");
-    server.pid = static_cast<std::int32_t>(std::stol(std::string(fields[2])));
+    server.pid = static_cast<std::int32_t>(ReadNumber<long>(fields[2], &std::stol));
     server.heartbeatAddress = ReadAddress(fields[3], "bad heartbeat address");
     server.memoryEventAddress = ReadAddress(fields[4], "bad memory address");
-    server.protocol = ReadInt(fields[5]);
-    server.minimumProtocol = ReadInt(fields[6]);
+    server.protocol = ReadNumber<int>(fields[5], &std::stoi);
+    server.minimumProtocol = ReadNumber<int>(fields[6], &std::stoi);
 }
 
 }  // namespace

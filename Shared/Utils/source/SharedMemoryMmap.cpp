@@ -217,7 +217,7 @@ void* SharedMemoryMmap::Attach(Access access) {
     }
     void* const mapped = ::mmap(nullptr, m_size, ProtectionOf(access), MAP_SHARED, m_file.Get(), 0);
     if (mapped == MAP_FAILED) {
-        std::perror(("Failed to map shared memory " + m_name).c_str());
+        ReportUnmappable();
         m_pointer = nullptr;
         return nullptr;
     }
@@ -234,6 +234,19 @@ bool SharedMemoryMmap::Detach() {
     m_pointer = nullptr;
     m_access = Access::None;
     return true;
+}
+
+void SharedMemoryMmap::ReportUnmappable() const {
+    std::perror(("Failed to map shared memory " + m_name).c_str());
+}
+
+std::uint64_t SharedMemoryMmap::CopyTo(void* buffer, std::uint64_t size) const {
+    ssize_t const copied = ::pread(m_file.Get(), buffer, size, 0);
+    if (copied < 0) {
+        ReportUnmappable();
+        return 0;
+    }
+    return static_cast<std::uint64_t>(copied);
 }
 
 std::uint64_t SharedMemoryMmap::GetTouchableSize() const {

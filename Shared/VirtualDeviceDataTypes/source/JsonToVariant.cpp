@@ -10,13 +10,9 @@ using vq::cfg::Variant;
 
 namespace {
 
-std::int64_t IntegerOf(Json::Value const& value) {
+std::int64_t IntegerOf(Json::Value const& value, Json::ValueType type) {
     // asInt64 throws for unsigned values above the signed range, which wrap here.
-    return value.type() == Json::intValue ? value.asInt64() : static_cast<std::int64_t>(value.asUInt64());
-}
-
-bool IsInteger(Json::Value const& value) {
-    return value.type() == Json::intValue || value.type() == Json::uintValue;
+    return type == Json::intValue ? value.asInt64() : static_cast<std::int64_t>(value.asUInt64());
 }
 
 void SetString(Json::Value const& value, Variant& out) {
@@ -44,61 +40,98 @@ bool ConvertObject(JsonPath const& path, Json::Value const& object, Variant& out
     return true;
 }
 
-/// Fills a list from an array whose elements all pass the test; false at the first that doesn't.
-template <typename List, typename Test, typename Read>
-bool FillList(Json::Value const& array, List& list, Test test, Read read) {
-    list.Clear();
-    list.mutable_values()->Reserve(static_cast<int>(array.size()));
-    auto const end = array.end();
-    for (auto element = array.begin(); element != end; ++element) {
+/// The elements of an array, asked for once.
+struct Elements {
+    explicit Elements(Json::Value const& array)
+        : begin(array.begin()), end(array.end()), count(array.size()) {}
+
+    Json::Value::const_iterator const begin;
+    Json::Value::const_iterator const end;
+    Json::ArrayIndex const count;  // no less than there are
+};
+
+/// Fills a list in one walk; false at the first element that `read` refuses.
+/// @param read  takes an element and its type, and stores it in the slot; the type is asked for only once.
+template <typename Read>
+bool FillList(Elements const& elements, vq::cfg::StringList& list, Read read) {
+    auto& values = *list.mutable_values();
+    values.Clear();
+    values.Reserve(static_cast<int>(elements.count));
+    for (auto element = elements.begin; element != elements.end; ++element) {
         Json::Value const& value = *element;
-        if (!test(value)) {
+        if (!read(value, value.type(), *values.Add())) {
             return false;
         }
-        list.add_values(read(value));
     }
     return true;
 }
 
-bool FillStrings(Json::Value const& array, vq::cfg::StringList& list) {
-    list.Clear();
-    list.mutable_values()->Reserve(static_cast<int>(array.size()));
-    auto const end = array.end();
-    for (auto element = array.begin(); element != end; ++element) {
+/// The same for the lists of numbers and bools, whose slots lie side by side.
+template <typename List, typename Read>
+bool FillList(Elements const& elements, List& list, Read read) {
+    auto& values = *list.mutable_values();
+    values.Clear();
+    values.Reserve(static_cast<int>(elements.count));
+    auto* const first = values.AddNAlreadyReserved(static_cast<int>(elements.count));
+    auto* slot = first;
+    for (auto element = elements.begin; element != elements.end; ++element, ++slot) {
         Json::Value const& value = *element;
-        if (!value.isString()) {
+        if (!read(value, value.type(), *slot)) {
             return false;
         }
-        std::string_view const text = StringViewOf(value);
-        list.add_values(text.data(), text.size());
     }
+    values.Truncate(static_cast<int>(slot - first));
     return true;
 }
 
-bool IsNumber(Json::Value const& value) {
-    return IsInteger(value) || value.type() == Json::realValue;
+bool ReadInteger(Json::Value const& value, Json::ValueType type, std::int64_t& slot) {
+    if (type != Json::intValue && type != Json::uintValue) {
+        return false;
+    }
+    slot = IntegerOf(value, type);
+    return true;
 }
 
-float FloatOf(Json::Value const& value) {
-    return IsInteger(value) ? static_cast<float>(IntegerOf(value)) : value.asFloat();
+bool ReadFloat(Json::Value const& value, Json::ValueType type, float& slot) {
+    if (type == Json::realValue) {
+        slot = value.asFloat();
+        return true;
+    }
+    std::int64_t integer = 0;
+    if (!ReadInteger(value, type, integer)) {
+        return false;
+    }
+    slot = static_cast<float>(integer);
+    return true;
+}
+
+bool ReadString(Json::Value const& value, Json::ValueType type, std::string& slot) {
+    if (type != Json::stringValue) {
+        return false;
+    }
+    slot = StringViewOf(value);
+    return true;
+}
+
+bool ReadBool(Json::Value const& value, Json::ValueType type, bool& slot) {
+    slot = type == Json::booleanValue && value.asBool();
+    return type == Json::booleanValue;
 }
 
 /// Converts an array of scalars of one kind, as nearly all arrays are, without temporaries. False for any
 /// other; `out` is then partly built.
-bool ConvertScalars(Json::Value const& array, Variant& out) {
-    switch ((*array.begin()).type()) {
+bool ConvertScalars(Elements const& elements, Variant& out) {
+    switch ((*elements.begin).type()) {
         case Json::intValue:
         case Json::uintValue:
-            return FillList(array, *out.mutable_integer_list(), IsInteger, IntegerOf) ||
-                   FillList(array, *out.mutable_float_list(), IsNumber, FloatOf);
+            return FillList(elements, *out.mutable_integer_list(), ReadInteger) ||
+                   FillList(elements, *out.mutable_float_list(), ReadFloat);
         case Json::realValue:
-            return FillList(array, *out.mutable_float_list(), IsNumber, FloatOf);
+            return FillList(elements, *out.mutable_float_list(), ReadFloat);
         case Json::stringValue:
-            return FillStrings(array, *out.mutable_string_list());
+            return FillList(elements, *out.mutable_string_list(), ReadString);
         case Json::booleanValue:
-            return FillList(
-                array, *out.mutable_boolean_list(), [](Json::Value const& value) { return value.isBool(); },
-                [](Json::Value const& value) { return value.asBool(); });
+            return FillList(elements, *out.mutable_boolean_list(), ReadBool);
         default:
             return false;
     }
@@ -159,23 +192,25 @@ bool ConvertElements(JsonPath const& path, Json::Value const& array, Variant& ou
 }
 
 bool ConvertArray(JsonPath const& path, Json::Value const& array, Variant& out) {
-    if (array.empty()) {
+    Elements const elements(array);
+    if (elements.begin == elements.end) {
         out.mutable_string_list()->Clear();
         return true;
     }
-    return ConvertScalars(array, out) || ConvertElements(path, array, out);
+    return ConvertScalars(elements, out) || ConvertElements(path, array, out);
 }
 
 }  // namespace
 
 bool ConvertJsonAt(JsonPath const& path, Json::Value const& value, Variant& out) {
-    switch (value.type()) {
+    Json::ValueType const type = value.type();
+    switch (type) {
         case Json::nullValue:
             LOG_E("%s cannot contain null value", path.Text().c_str());
             return false;
         case Json::intValue:
         case Json::uintValue:
-            out.set_integer_value(IntegerOf(value));
+            out.set_integer_value(IntegerOf(value, type));
             return true;
         case Json::realValue:
             out.set_float_value(value.asFloat());

@@ -2,6 +2,7 @@
 
 #include "Config.pb.h"
 #include "JsonPath.h"
+#include "Utils/JsonUtils.h"
 
 #include <json/value.h>
 
@@ -9,13 +10,6 @@
 
 /// ConvertJsonToVariant with a path that costs nothing unless there is something to say.
 bool ConvertJsonAt(JsonPath const& path, Json::Value const& value, vq::cfg::Variant& out);
-
-/// The name of the member that an iterator stands at, without a copy.
-inline std::string_view MemberNameOf(Json::Value::const_iterator const& member) {
-    char const* end = nullptr;
-    char const* const begin = member.memberName(&end);
-    return {begin, static_cast<std::size_t>(end - begin)};
-}
 
 /// The text of a string value, without a copy. Lives as long as the value.
 inline std::string_view StringViewOf(Json::Value const& value) {

@@ -11,17 +11,17 @@
 
 using vq::cfg::Variant;
 
-bool ReadStringAt(JsonPath const& path, Json::Value const& object, std::string const& key, bool optional,
+bool ReadStringAt(JsonPath const& path, Json::Value const* member, char const* key, bool optional,
                   std::string& out) {
-    Json::Value const* const member = FindJsonMember(object, key);
-    if (member != nullptr && member->isString()) {
-        out = StringViewOf(*member);
-        return true;
-    }
     if (member == nullptr && optional) {
         return true;
     }
-    return TryGetStringField(path.Text(), object, key, out, optional, out);
+    if (member == nullptr || !member->isString()) {
+        LOG_E("expected string for %s.%s field", path.Text().c_str(), key);
+        return false;
+    }
+    out = StringViewOf(*member);
+    return true;
 }
 
 namespace {
@@ -97,16 +97,17 @@ bool ParseEnumerationValues(JsonPath const& path, Json::Value const& values,
 
 bool ParseEnumerant(JsonPath const& path, JsonPath const& enumerantPath, Json::Value const& value,
                     vq::cfg::Enumeration& enumeration) {
+    auto const [nameMember, labelMember, visible] =
+        FindJsonMembers<3>(value, {"Name", "Label", "UserVisible"});
     std::string name;
     std::string label;
-    if (!ReadStringAt(enumerantPath, value, "Name", false, name) ||
-        !ReadStringAt(enumerantPath, value, "Label", true, label)) {
+    if (!ReadStringAt(enumerantPath, nameMember, "Name", false, name) ||
+        !ReadStringAt(enumerantPath, labelMember, "Label", true, label)) {
         return false;
     }
     if (label.empty()) {
         label = SynthesizeLabel(name);
     }
-    Json::Value const* const visible = FindJsonMember(value, "UserVisible");
     bool const userVisible = visible == nullptr || GetBoolFieldWithDefault(*visible, "UserVisible", true);
     if (HasEnumerant(enumeration, name)) {
         LOG_PLAIN_E("%s reused Name %s", path.Text().c_str(), name.c_str());
@@ -186,27 +187,28 @@ bool ParseEnumerationTypes(Json::Value const& root, PropertyInfo& info) {
 }
 
 bool ParseSimpleType(std::string const& key, Json::Value const& value, PropertyInfo& info) {
+    auto const [nameMember, baseType, defaultValue, lower, upper, handling] = FindJsonMembers<6>(
+        value, {"Name", "BaseType", "Default", "LowerLimit", "UpperLimit", "OutOfRangeHandling"});
     JsonPath const section(key);
     std::string name;
-    if (!ReadStringAt(section, value, "Name", false, name)) {
+    if (!ReadStringAt(section, nameMember, "Name", false, name)) {
         return false;
     }
     JsonPath const path(section, "[", name, "]");
     LOG_V("processing %s...", path.Text().c_str());
     auto type = std::make_unique<vq::cfg::SimpleType>();
     type->set_name(name);
-    if (!ReadStringAt(path, value, "BaseType", false, *type->mutable_base_type())) {
+    if (!ReadStringAt(path, baseType, "BaseType", false, *type->mutable_base_type())) {
         return false;
     }
     if (!info.IsKnownType(type->base_type())) {
         LOG_PLAIN_W("%s has undefined base type '%s'", path.Text().c_str(), type->base_type().c_str());
     }
-    Json::Value const* const defaultValue = FindJsonMember(value, "Default");
     if (defaultValue != nullptr &&
         !ConvertJsonAt(JsonPath(path, ".", "Default"), *defaultValue, *type->mutable_default_value())) {
         return false;
     }
-    if (!ParseRangeInfoAt(path, value, info, *type)) {
+    if (!ParseRangeInfoAt(path, RangeMembers{lower, upper, handling}, info, *type)) {
         return false;
     }
     if (info.simpleTypes.Add(name, std::move(type)) != nullptr) {
@@ -260,26 +262,27 @@ bool ParseElementCount(JsonPath const& path, Json::Value const& value, PropertyI
 }
 
 bool ParseArrayType(std::string const& key, Json::Value const& value, PropertyInfo& info) {
+    auto const [nameMember, label, description, elementType, count] =
+        FindJsonMembers<5>(value, {"Name", "Label", "Description", "ElementType", "ElementCount"});
     JsonPath const section(key);
     std::string name;
-    if (!ReadStringAt(section, value, "Name", false, name)) {
+    if (!ReadStringAt(section, nameMember, "Name", false, name)) {
         return false;
     }
     JsonPath const path(section, "[", name, "]");
     auto type = std::make_unique<vq::cfg::ArrayType>();
     type->set_name(name);
-    if (!ReadStringAt(path, value, "Label", true, *type->mutable_label())) {
+    if (!ReadStringAt(path, label, "Label", true, *type->mutable_label())) {
         return false;
     }
     if (type->label().empty()) {
         type->set_label(SynthesizeLabel(name));
     }
-    if ((FindJsonMember(value, "Description") != nullptr &&
-         !ReadStringAt(path, value, "Description", true, *type->mutable_description())) ||
-        !ReadStringAt(path, value, "ElementType", false, *type->mutable_element_type())) {
+    if ((description != nullptr &&
+         !ReadStringAt(path, description, "Description", true, *type->mutable_description())) ||
+        !ReadStringAt(path, elementType, "ElementType", false, *type->mutable_element_type())) {
         return false;
     }
-    Json::Value const* const count = FindJsonMember(value, "ElementCount");
     if (count != nullptr && !ParseElementCount(path, *count, info, *type)) {
         return false;
     }

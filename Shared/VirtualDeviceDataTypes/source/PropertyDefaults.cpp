@@ -30,7 +30,6 @@ void CopyItems(Registry const& registry, List& out) {
 
 std::string SynthesizeLabel(std::string const& name) {
     std::string label;
-    label.reserve(name.size() + 4);
     bool first = true;  // no capital met yet; the first one stays, wherever it stands
     bool inRun = false;
     bool afterSeparator = false;

@@ -10,6 +10,7 @@
 #include "Utils/TextUtils.h"
 
 #include <algorithm>
+#include <array>
 #include <memory>
 
 using vq::cfg::CommonProperty;
@@ -18,23 +19,38 @@ using vq::cfg::Variant;
 
 namespace {
 
-/// Reads a string member into a field of its own; the field stays unset when the member is absent.
-template <typename Set>
-bool ReadOptionalString(JsonPath const& path, Json::Value const& value, std::string const& key, Set set) {
-    if (FindJsonMember(value, key) == nullptr) {
-        return true;
-    }
-    std::string text;
-    if (!ReadStringAt(path, value, key, true, text)) {
-        return false;
-    }
-    set(std::move(text));
-    return true;
-}
+/// The members of a property; null for each that is absent.
+struct PropertyMembers {
+    explicit PropertyMembers(Json::Value const& value)
+        : PropertyMembers(FindJsonMembers<11>(
+              value, {"Label", "Description", "Default", "Type", "UserVisible", "Category", "Priority",
+                      "Metadata", "LowerLimit", "UpperLimit", "OutOfRangeHandling"})) {}
 
-bool ParseNamedMapAt(JsonPath const& path, Json::Value const& parent, std::string const& key,
+    Json::Value const* label;
+    Json::Value const* description;
+    Json::Value const* defaultValue;
+    Json::Value const* type;
+    Json::Value const* userVisible;
+    Json::Value const* category;
+    Json::Value const* priority;
+    Json::Value const* metadata;
+    RangeMembers range;
+
+private:
+    explicit PropertyMembers(std::array<Json::Value const*, 11> const& found)
+        : label(found[0]),
+          description(found[1]),
+          defaultValue(found[2]),
+          type(found[3]),
+          userVisible(found[4]),
+          category(found[5]),
+          priority(found[6]),
+          metadata(found[7]),
+          range{found[8], found[9], found[10]} {}
+};
+
+bool ParseNamedMapAt(JsonPath const& path, Json::Value const* section, std::string_view key,
                      vq::cfg::NamedMap& out) {
-    Json::Value const* const section = FindJsonMember(parent, key);
     if (section == nullptr || section->isNull()) {
         return true;
     }
@@ -54,63 +70,68 @@ bool ParseNamedMapAt(JsonPath const& path, Json::Value const& parent, std::strin
     return true;
 }
 
-bool ReadTexts(JsonPath const& path, Json::Value const& value, CommonProperty& out) {
-    out.set_type("");
-    return ReadOptionalString(path, value, "Label",
-                              [&](std::string text) { out.set_label(std::move(text)); }) &&
-           ReadOptionalString(path, value, "Description",
-                              [&](std::string text) { out.set_description(std::move(text)); });
+/// Reads a string member, if present, into a field that `mutableField` makes.
+template <typename MutableField>
+bool ReadOptionalString(JsonPath const& path, Json::Value const* member, char const* key,
+                        MutableField mutableField) {
+    return member == nullptr || ReadStringAt(path, member, key, true, *mutableField());
 }
 
-bool ReadDefault(JsonPath const& path, Json::Value const& value, CommonProperty& out) {
-    Json::Value const* const member = FindJsonMember(value, "Default");
+bool ReadTexts(JsonPath const& path, PropertyMembers const& members, CommonProperty& out) {
+    return ReadOptionalString(path, members.label, "Label", [&] { return out.mutable_label(); }) &&
+           ReadOptionalString(path, members.description, "Description",
+                              [&] { return out.mutable_description(); });
+}
+
+bool ReadDefault(JsonPath const& path, Json::Value const* member, CommonProperty& out) {
     return member == nullptr ||
            ConvertJsonAt(JsonPath(path, ".", "Default"), *member, *out.mutable_default_value());
 }
 
-bool ReadType(JsonPath const& path, Json::Value const& value, PropertyInfo const& info, CommonProperty& out) {
-    return ReadOptionalString(path, value, "Type", [&](std::string type) {
-        if (!info.IsKnownType(type)) {
-            LOG_PLAIN_W("%s has undefined type '%s'", path.Text().c_str(), type.c_str());
-        }
-        out.set_type(std::move(type));
-    });
+bool ReadType(JsonPath const& path, Json::Value const* member, PropertyInfo const& info,
+              CommonProperty& out) {
+    std::string& type = *out.mutable_type();  // set in any case: the field is a required one
+    if (!ReadStringAt(path, member, "Type", true, type)) {
+        return false;
+    }
+    if (member != nullptr && !info.IsKnownType(type)) {
+        LOG_PLAIN_W("%s has undefined type '%s'", path.Text().c_str(), type.c_str());
+    }
+    return true;
 }
 
-bool ReadCategory(JsonPath const& path, Json::Value const& value, PropertyInfo const& info,
+bool ReadCategory(JsonPath const& path, Json::Value const* member, PropertyInfo const& info,
                   CommonProperty& out) {
-    return ReadOptionalString(path, value, "Category", [&](std::string category) {
-        if (!info.categories.Contains(category)) {
-            LOG_PLAIN_W("%s has undefined category '%s'", path.Text().c_str(), category.c_str());
-        }
-        out.set_category(std::move(category));
-    });
+    if (!ReadOptionalString(path, member, "Category", [&] { return out.mutable_category(); })) {
+        return false;
+    }
+    if (member != nullptr && !info.categories.Contains(out.category())) {
+        LOG_PLAIN_W("%s has undefined category '%s'", path.Text().c_str(), out.category().c_str());
+    }
+    return true;
 }
 
 /// Wrong kinds of these two are logged, and the fields stay unset.
-void ReadUserVisible(Json::Value const& value, CommonProperty& out) {
+void ReadUserVisible(Json::Value const* member, CommonProperty& out) {
     bool userVisible = false;
-    Json::Value const* const member = FindJsonMember(value, "UserVisible");
     if (member != nullptr && GetBoolField(*member, "UserVisible", userVisible)) {
         out.set_user_visible(userVisible);
     }
 }
 
-void ReadPriority(Json::Value const& value, CommonProperty& out) {
+void ReadPriority(Json::Value const* member, CommonProperty& out) {
     int priority = 0;
-    Json::Value const* const member = FindJsonMember(value, "Priority");
     if (member != nullptr && GetIntField(*member, "Priority", priority)) {
         out.set_priority(priority);
     }
 }
 
-bool ReadMetadata(JsonPath const& path, Json::Value const& value, CommonProperty& out) {
-    Json::Value const* const member = FindJsonMember(value, "Metadata");
-    return member == nullptr || ParseNamedMapAt(path, value, "Metadata", *out.mutable_metadata());
+bool ReadMetadata(JsonPath const& path, Json::Value const* member, CommonProperty& out) {
+    return member == nullptr || ParseNamedMapAt(path, member, "Metadata", *out.mutable_metadata());
 }
 
 /// Gives a property with range keys a simple type of its own, based on its declared type.
-bool MakeSyntheticType(JsonPath const& path, Json::Value const& value, PropertyInfo& info,
+bool MakeSyntheticType(JsonPath const& path, RangeMembers const& range, PropertyInfo& info,
                        CommonProperty& property) {
     std::string const typeName = property.name() + "SimpleType";
     auto owned = std::make_unique<SimpleType>();
@@ -122,7 +143,7 @@ bool MakeSyntheticType(JsonPath const& path, Json::Value const& value, PropertyI
               path.Text().c_str(), typeName.c_str());
         return false;
     }
-    if (!ParseRangeInfoAt(path, value, info, type)) {
+    if (!ParseRangeInfoAt(path, range, info, type)) {
         return false;
     }
     LOG_V("Created synthetic SimpleType '%s' for '%s'", typeName.c_str(), property.name().c_str());
@@ -132,27 +153,29 @@ bool MakeSyntheticType(JsonPath const& path, Json::Value const& value, PropertyI
 
 bool ParseCommonPropertyAt(JsonPath const& path, std::string_view name, Json::Value const& value,
                            PropertyInfo& info, CommonProperty& out) {
+    PropertyMembers const members(value);
     out.set_name(name.data(), name.size());
-    if (!ReadTexts(path, value, out) || !ReadDefault(path, value, out) || !ReadType(path, value, info, out)) {
+    if (!ReadTexts(path, members, out) || !ReadDefault(path, members.defaultValue, out) ||
+        !ReadType(path, members.type, info, out)) {
         return false;
     }
-    ReadUserVisible(value, out);
-    if (!ReadCategory(path, value, info, out)) {
+    ReadUserVisible(members.userVisible, out);
+    if (!ReadCategory(path, members.category, info, out)) {
         return false;
     }
-    ReadPriority(value, out);
-    if (!ReadMetadata(path, value, out)) {
+    ReadPriority(members.priority, out);
+    if (!ReadMetadata(path, members.metadata, out)) {
         return false;
     }
-    if (HasRangeInfo(value) && !MakeSyntheticType(path, value, info, out)) {
+    if (!members.range.IsEmpty() && !MakeSyntheticType(path, members.range, info, out)) {
         return false;
     }
     return CompletePropertyAt(path, info, out);
 }
 
-bool ParseOutOfRangeHandling(JsonPath const& path, Json::Value const& value, SimpleType& type) {
+bool ParseOutOfRangeHandling(JsonPath const& path, Json::Value const* member, SimpleType& type) {
     std::string text;
-    if (!ReadStringAt(path, value, "OutOfRangeHandling", false, text)) {
+    if (!ReadStringAt(path, member, "OutOfRangeHandling", false, text)) {
         return false;
     }
     std::string const word = ToLower(text);
@@ -260,23 +283,21 @@ bool ParseCommonProperty(std::string const& path, std::string const& name, Json:
 
 bool ParseNamedMap(std::string const& path, Json::Value const& parent, std::string const& key,
                    vq::cfg::NamedMap& out) {
-    return ParseNamedMapAt(JsonPath(path), parent, key, out);
+    return ParseNamedMapAt(JsonPath(path), FindJsonMember(parent, key), key, out);
 }
 
 bool HasRangeInfo(Json::Value const& value) {
-    return FindJsonMember(value, "LowerLimit") != nullptr || FindJsonMember(value, "UpperLimit") != nullptr ||
-           FindJsonMember(value, "OutOfRangeHandling") != nullptr;
+    return !PropertyMembers(value).range.IsEmpty();
 }
 
 bool ParseRangeInfo(std::string const& path, Json::Value const& value, PropertyInfo const& info,
                     SimpleType& type) {
-    return ParseRangeInfoAt(JsonPath(path), value, info, type);
+    return ParseRangeInfoAt(JsonPath(path), PropertyMembers(value).range, info, type);
 }
 
-bool ParseRangeInfoAt(JsonPath const& path, Json::Value const& value, PropertyInfo const& info,
+bool ParseRangeInfoAt(JsonPath const& path, RangeMembers const& members, PropertyInfo const& info,
                       SimpleType& type) {
-    Json::Value const* const lower = FindJsonMember(value, "LowerLimit");
-    Json::Value const* const upper = FindJsonMember(value, "UpperLimit");
+    auto const [lower, upper, handling] = members;
     if (lower != nullptr &&
         !ConvertJsonAt(JsonPath(path, ".", "LowerLimit"), *lower, *type.mutable_lower_limit())) {
         return false;
@@ -285,13 +306,13 @@ bool ParseRangeInfoAt(JsonPath const& path, Json::Value const& value, PropertyIn
         !ConvertJsonAt(JsonPath(path, ".", "UpperLimit"), *upper, *type.mutable_upper_limit())) {
         return false;
     }
-    if (FindJsonMember(value, "OutOfRangeHandling") != nullptr) {
+    if (handling != nullptr) {
         if (lower == nullptr || upper == nullptr) {
             LOG_E("%s cannot define OutOfRangeHandling unless both LowerLimit and UpperLimit are provided",
                   path.Text().c_str());
             return false;
         }
-        if (!ParseOutOfRangeHandling(path, value, type)) {
+        if (!ParseOutOfRangeHandling(path, handling, type)) {
             return false;
         }
     }

@@ -53,6 +53,11 @@ public:
     bool IsAttached() const { return m_pointer != nullptr; }
     Access GetAccess() const { return m_access; }
 
+    /// Copies from the start of an open block without mapping it, so that a backing store that somebody cuts
+    /// meanwhile is a short copy and no fault.
+    /// @param buffer  room for `size` bytes; may reach past the nominal size.
+    /// @return bytes copied: what the store has, 0 on failure, which is reported as Attach does.
+    virtual std::uint64_t CopyTo(void* buffer, std::uint64_t size) const = 0;
     /// How many bytes from the start of the mapping may be touched now: whole pages, and less than what is
     /// mapped when somebody cut the backing store. 0 while detached.
     virtual std::uint64_t GetTouchableSize() const = 0;

@@ -22,12 +22,15 @@ public:
     bool Close() override;
     void* Attach(Access access) override;
     bool Detach() override;
+    std::uint64_t CopyTo(void* buffer, std::uint64_t size) const override;
     std::uint64_t GetTouchableSize() const override;
     bool Restore() override;
 
     std::string const& GetPath() const { return m_path; }
 
 private:
+    void ReportUnmappable() const;
+
     std::string m_path;
     FileDescriptor m_file;
 };
@@ -45,6 +48,7 @@ public:
     bool Close() override { return false; }
     void* Attach(Access) override { return nullptr; }
     bool Detach() override { return false; }
+    std::uint64_t CopyTo(void*, std::uint64_t) const override { return 0; }
     std::uint64_t GetTouchableSize() const override { return 0; }
     bool Restore() override { return false; }
 };

@@ -1,0 +1,133 @@
+#include "identity/ProfileCache.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "Identity.pb.h"
+
+using vq::IdentityShim::ProfileCache;
+
+namespace {
+
+/// A profile of `attributes` attributes that claims to have `count`. The texts differ in length, so that some
+/// live inside their string objects and some outside.
+vq::sd::VQIdentityProfile MakeProfile(std::uint32_t count, int attributes, std::string const& prefix = "") {
+    vq::sd::VQIdentityProfile profile;
+    profile.set_attribute_count(count);
+    for (int i = 0; i < attributes; ++i) {
+        vq::sd::VQIdentityAttribute& attribute = *profile.add_attributes();
+        attribute.set_key(static_cast<vq::sd::VQIdentityAttributeKey>(i % 8));
+        attribute.set_name(prefix + "name" + std::to_string(i));
+        attribute.set_value(prefix + std::string(static_cast<std::size_t>(i), 'v'));
+        attribute.set_is_requested(i % 2 == 0);
+        attribute.set_is_granted(i % 3 == 0);
+    }
+    return profile;
+}
+
+void ExpectRecords(VQIdentityProfile const& record, vq::sd::VQIdentityProfile const& profile) {
+    ASSERT_EQ(record.attribute_count, profile.attribute_count());
+    for (std::uint32_t i = 0; i < record.attribute_count; ++i) {
+        SCOPED_TRACE(i);
+        VQIdentityAttribute const& attribute = *record.attribute_ptrs[i];
+        vq::sd::VQIdentityAttribute const& expected = profile.attributes(static_cast<int>(i));
+        EXPECT_EQ(static_cast<int>(attribute.key), static_cast<int>(expected.key()));
+        EXPECT_EQ(attribute.name, expected.name());
+        EXPECT_EQ(attribute.value, expected.value());
+        EXPECT_EQ(attribute.is_requested, expected.is_requested());
+        EXPECT_EQ(attribute.is_granted, expected.is_granted());
+    }
+}
+
+}  // namespace
+
+TEST(ProfileCacheTest, TheRecordsShowAsManyAttributesAsTheMessageCounts) {
+    struct Case {
+        std::uint32_t count;
+        int attributes;
+    };
+    for (Case const& test : {Case{1, 1}, Case{50, 50}, Case{2, 3}, Case{120, 120}}) {
+        SCOPED_TRACE(test.count);
+        ProfileCache cache;
+        VQIdentityProfile* out = cache.Profile();
+        vq::sd::VQIdentityProfile const profile = MakeProfile(test.count, test.attributes);
+        cache.PullOutProfile(profile);
+        ASSERT_TRUE(cache.FillVQProfileAttributeNames(&out));
+        ExpectRecords(*out, profile);
+    }
+}
+
+TEST(ProfileCacheTest, ARefreshKeepsTheCallersArray) {
+    ProfileCache cache;
+    VQIdentityProfile* out = cache.Profile();
+    cache.PullOutProfile(MakeProfile(8, 8));
+    ASSERT_TRUE(cache.FillVQProfileAttributeNames(&out));
+    VQIdentityAttribute** const array = out->attribute_ptrs;
+
+    vq::sd::VQIdentityProfile const values =
+        MakeProfile(8, 8, "a value too long for the string object itself ");
+    cache.PullOutProfile(values);
+    EXPECT_EQ(out->attribute_ptrs, array);
+    ExpectRecords(*out, values);
+}
+
+TEST(ProfileCacheTest, BeforeAnyNamesARefreshSetsTheCountAlone) {
+    ProfileCache cache;
+    cache.PullOutProfile(MakeProfile(3, 3));
+    EXPECT_EQ(cache.Profile()->attribute_count, 3u);
+    EXPECT_EQ(cache.Profile()->attribute_ptrs, nullptr);
+    cache.ClearProfile();
+    EXPECT_EQ(cache.Profile()->attribute_count, 0u);
+}
+
+TEST(ProfileCacheTest, TheMessageCarriesWhatTheCallerHasSet) {
+    ProfileCache cache;
+    VQIdentityProfile* out = cache.Profile();
+    cache.PullOutProfile(MakeProfile(2, 2));
+    ASSERT_TRUE(cache.FillVQProfileAttributeNames(&out));
+    out->attribute_ptrs[1]->is_requested = true;
+    out->attribute_ptrs[1]->value = "mine";
+
+    vq::sd::VQIdentityProfile message;
+    cache.FillMessage(message);
+    ASSERT_TRUE(message.IsInitialized());
+    ExpectRecords(*out, message);
+    EXPECT_EQ(message.attributes(1).value(), "mine");
+
+    cache.ClearProfile();
+    vq::sd::VQIdentityProfile empty;
+    cache.FillMessage(empty);
+    EXPECT_TRUE(empty.IsInitialized());
+    EXPECT_EQ(empty.attributes_size(), 0);
+}
+
+TEST(ProfileCacheTest, AProfileWithoutAttributesCannotBeShown) {
+    ProfileCache cache;
+    VQIdentityProfile* out = cache.Profile();
+    cache.PullOutProfile(MakeProfile(0, 0));
+    EXPECT_FALSE(cache.FillVQProfileAttributeNames(nullptr));
+    EXPECT_THROW(cache.FillVQProfileAttributeNames(&out), std::out_of_range);
+}
+
+// The exported functions let nothing out, so what is thrown here ends the process.
+TEST(ProfileCacheDeathTest, ACountAboveTheAttributesEndsTheProcess) {
+    for (std::uint32_t const count : {3u, 0xFFFFFFFFu}) {
+        auto const pull = [count]() noexcept {
+            ProfileCache cache;
+            cache.PullOutProfile(MakeProfile(count, 2));
+        };
+        EXPECT_DEATH(pull(), "CHECK failed: \\(index\\) < \\(");
+    }
+}
+
+TEST(ProfileCacheDeathTest, AKeyOutsideTheEnumerationEndsTheProcess) {
+    ProfileCache cache;
+    VQIdentityProfile* out = cache.Profile();
+    cache.PullOutProfile(MakeProfile(1, 1));
+    ASSERT_TRUE(cache.FillVQProfileAttributeNames(&out));
+    out->attribute_ptrs[0]->key = static_cast<VQIdentityAttributeKey>(8);
+    vq::sd::VQIdentityProfile message;
+    EXPECT_DEATH(cache.FillMessage(message), "::vq::sd::VQIdentityAttributeKey_IsValid\\(value\\)");
+}

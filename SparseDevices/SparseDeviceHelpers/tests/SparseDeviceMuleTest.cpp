@@ -1,0 +1,231 @@
+#include "SparseDeviceHelpers/SparseDeviceMule.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <latch>
+#include <semaphore>
+#include <vector>
+
+#include "FakeDevice.h"
+#include "TestSupport/LogCapture.h"
+
+using namespace std::chrono_literals;
+using vq::test::DeviceScript;
+using vq::test::FakeDevice;
+using vq::test::LogCapture;
+
+namespace {
+
+constexpr auto kLimit = 60s;
+
+class SparseDeviceMuleTest : public testing::Test {
+protected:
+    SparseDeviceMuleTest() { vq::test::g_deviceScript = &m_script; }
+    ~SparseDeviceMuleTest() override { m_mule.StopDevice(); }
+
+    bool Start() {
+        ManifestProcessor::ManifestData data;
+        data.deviceName = "fake";
+        return m_mule.StartDevice(data, nullptr);
+    }
+
+    /// Starts the device and holds it in a step, so that everything queued before Release runs in one pass.
+    void StartHeld() {
+        m_script.onUpdate = [this] {
+            if (!m_released.exchange(true)) {
+                m_held.release();
+                m_release.acquire();
+            }
+        };
+        ASSERT_TRUE(Start());
+        m_held.acquire();
+    }
+    void Release() { m_release.release(); }
+
+    LogCapture m_log{LogLevel::Verbose};
+    DeviceScript m_script;
+    std::atomic<bool> m_released{false};
+    std::binary_semaphore m_held{0};
+    std::binary_semaphore m_release{0};
+    SparseDeviceMule<FakeDevice> m_mule;
+};
+
+std::chrono::microseconds ProcessorTime() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    auto const toMicros = [](timeval const& t) {
+        return std::chrono::seconds(t.tv_sec) + std::chrono::microseconds(t.tv_usec);
+    };
+    return toMicros(usage.ru_utime) + toMicros(usage.ru_stime);
+}
+
+}  // namespace
+
+TEST_F(SparseDeviceMuleTest, TheSmallestPriorityRunsFirstBehindTheDevicesStep) {
+    StartHeld();
+    std::vector<int> order;
+    std::vector<std::future<void>> done;
+    int const updatesBefore = m_script.updates;
+    int updatesAtRun = 0;
+    for (int i = 0; i < 3; ++i) {
+        done.push_back(m_mule.Async<101>([&] { order.push_back(101); }));
+    }
+    done.push_back(m_mule.Async<100>([&] {
+        updatesAtRun = m_script.updates;
+        order.push_back(100);
+    }));
+    Release();
+    for (auto& future : done) {
+        ASSERT_EQ(future.wait_for(kLimit), std::future_status::ready);
+    }
+    EXPECT_EQ(order, (std::vector<int>{100, 101, 101, 101}));
+    EXPECT_EQ(updatesAtRun, updatesBefore + 1);
+}
+
+TEST_F(SparseDeviceMuleTest, TasksBeyondThePassBudgetRunInLaterPassesByPriority) {
+    StartHeld();
+    std::vector<std::pair<int, int>> runs;  // priority, steps of the device until then
+    auto const note = [&](int priority) { runs.emplace_back(priority, m_script.updates.load()); };
+    auto last = m_mule.Async<7>([&] { note(7); });
+    auto middle = m_mule.Async<6>([&] { note(6); });
+    auto slow = m_mule.Async<1>([&] {
+        note(1);
+        std::this_thread::sleep_for(50ms);
+    });
+    Release();
+    for (auto* future : {&slow, &middle, &last}) {
+        ASSERT_EQ(future->wait_for(kLimit), std::future_status::ready);
+    }
+    ASSERT_EQ(runs.size(), 3u);
+    EXPECT_EQ(runs[0].first, 1);
+    EXPECT_EQ(runs[1].first, 6);
+    EXPECT_EQ(runs[2].first, 7);
+    EXPECT_GT(runs[1].second, runs[0].second) << "the device was not stepped in between";
+    EXPECT_TRUE(m_log.Has(LogLevel::Verbose, "2 tasks haven't been finished"));
+}
+
+TEST_F(SparseDeviceMuleTest, ATaskSeesTheDeviceOnItsThreadOnly) {
+    ASSERT_TRUE(Start());
+    EXPECT_TRUE(m_mule.IsRunning());
+    EXPECT_NE(m_mule.GetBaseDevice(), nullptr);
+    EXPECT_EQ(m_mule.GetDeviceOnItsThread(), nullptr);
+    auto seen = m_mule.Async<101>([this] { return m_mule.GetDeviceOnItsThread() != nullptr; });
+    ASSERT_EQ(seen.wait_for(kLimit), std::future_status::ready);
+    EXPECT_TRUE(seen.get());
+
+    auto thrown = m_mule.Async<101>([]() -> int { throw std::runtime_error("no"); });
+    EXPECT_THROW(thrown.get(), std::runtime_error);
+}
+
+TEST_F(SparseDeviceMuleTest, AfterAStopATaskRunsOnTheCallersThreadAtOnce) {
+    ASSERT_TRUE(Start());
+    m_mule.StopDevice();
+    EXPECT_EQ(m_script.alive, 0);
+    EXPECT_FALSE(m_mule.IsRunning());
+    auto answer = m_mule.Async<101>([this] {
+        EXPECT_EQ(m_mule.GetDeviceOnItsThread(), nullptr);
+        return std::this_thread::get_id();
+    });
+    ASSERT_EQ(answer.wait_for(0s), std::future_status::ready);
+    EXPECT_EQ(answer.get(), std::this_thread::get_id());
+    EXPECT_TRUE(m_log.Has(LogLevel::Warning, "The device is shutting down..."));
+}
+
+TEST_F(SparseDeviceMuleTest, ADeviceThatCannotBeBuiltLeavesNobodyWaiting) {
+    struct Case {
+        bool DeviceScript::*step;
+        char const* line;
+    };
+    for (Case const& test :
+         {Case{&DeviceScript::init, "Failed to initialize sparse device"},
+          Case{&DeviceScript::finishInit, "Failed to finish initialization of sparse device"},
+          Case{&DeviceScript::start, "Failed to start sparse device"}}) {
+        SCOPED_TRACE(test.line);
+        m_script.*test.step = false;
+        // Tasks come in before, during and after the build.
+        std::atomic<bool> stop{false};
+        std::latch inInit(1);
+        m_script.onInit = [&] {
+            inInit.count_down();
+            std::this_thread::sleep_for(5ms);
+        };
+        std::vector<std::future<void>> futures;
+        std::thread caller([&] {
+            while (!stop) {
+                futures.push_back(m_mule.Async<101>([] {}));
+            }
+        });
+        EXPECT_FALSE(Start());
+        inInit.wait();
+        stop = true;
+        caller.join();
+        for (auto& future : futures) {
+            ASSERT_EQ(future.wait_for(kLimit), std::future_status::ready);
+        }
+        m_mule.StopDevice();
+        EXPECT_EQ(m_script.alive, 0);
+        EXPECT_EQ(m_log.Count(LogLevel::Error, test.line), 1u);
+        m_script.*test.step = true;
+    }
+    EXPECT_EQ(m_log.Count(LogLevel::Error, "Unable the build the sparse device."), 3u);
+    EXPECT_TRUE(Start()) << "the mule must be usable again";
+}
+
+TEST_F(SparseDeviceMuleTest, AStopAnswersEveryQueuedTask) {
+    StartHeld();
+    constexpr int kThreads = 4;
+    constexpr int kTasks = 250;
+    std::atomic<int> ran{0};
+    std::vector<std::vector<std::future<void>>> futures(kThreads);
+    std::latch half(kThreads);
+    std::vector<std::thread> callers;
+    for (auto& mine : futures) {
+        callers.emplace_back([&] {
+            for (int i = 0; i < kTasks; ++i) {
+                mine.push_back(m_mule.Async<101>([&] { ++ran; }));
+                if (i == kTasks / 2) {
+                    half.count_down();
+                }
+            }
+        });
+    }
+    half.wait();
+    Release();
+    m_mule.StopDevice();
+    for (std::thread& caller : callers) {
+        caller.join();
+    }
+    for (auto& mine : futures) {
+        for (auto& future : mine) {
+            ASSERT_EQ(future.wait_for(0s), std::future_status::ready);
+        }
+    }
+    EXPECT_EQ(ran, kThreads * kTasks);
+}
+
+TEST_F(SparseDeviceMuleTest, ADeviceThatAskedToExitIsNotSteppedButStillServed) {
+    ASSERT_TRUE(Start());
+    m_mule.GetBaseDevice()->RequestExit(false);
+    m_mule.Async<101>([] {}).wait();  // ends the pass that may have begun before the request
+    int const updates = m_script.updates;
+    EXPECT_TRUE(m_mule.IsRequestingExit());
+
+    auto const processorBefore = ProcessorTime();
+    auto const begin = std::chrono::steady_clock::now();
+    std::this_thread::sleep_for(400ms);
+    auto const elapsed = std::chrono::steady_clock::now() - begin;
+    EXPECT_LT(ProcessorTime() - processorBefore, elapsed / 4) << "the loop spins";
+
+    auto answer = m_mule.Async<101>([] { return 5; });
+    ASSERT_EQ(answer.wait_for(kLimit), std::future_status::ready);
+    EXPECT_EQ(m_script.updates, updates);
+}
+
+TEST_F(SparseDeviceMuleTest, AStartEndsTheDeviceBefore) {
+    ASSERT_TRUE(Start());
+    std::shared_ptr<SparseDevice> const first = m_mule.GetBaseDevice();
+    ASSERT_TRUE(Start());
+    EXPECT_NE(m_mule.GetBaseDevice(), first);
+    EXPECT_EQ(m_script.alive, 2) << "the one that runs, and the one that is kept here";
+}
