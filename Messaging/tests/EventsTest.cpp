@@ -1,4 +1,4 @@
-#include <gtest/gtest.h>
+#include <thread>
 
 #include "Messaging/EventDispatcher.h"
 #include "Messaging/EventMonitor.h"
@@ -99,10 +99,14 @@ TEST_F(EventMonitorTest, WaitsForOneTypeAndKeepsTheOthers) {
     vq::test::LogCapture log;
     EXPECT_EQ(m_monitor.TakeOrWaitForEvent("a", kNoWait), nullptr);
     EXPECT_EQ(m_monitor.TakeOrWaitForEvent("a", kShort), nullptr);
-    Publish(m_sender, "b", "", 1);
-    Publish(m_sender, "a", "", 2);
-    Publish(m_sender, "b", "", 3);
-    EXPECT_EQ(IdOf(m_monitor.TakeOrWaitForEvent("a", kUnlimited)), 2);
+    std::string const channel(100, 'c');
+    std::thread publisher([&] {
+        Publish(m_sender, "b", channel, 1);
+        Publish(m_sender, "b", channel, 2);
+        Publish(m_sender, "a", channel, 3);
+    });
+    EXPECT_EQ(IdOf(m_monitor.TakeOrWaitForEvent("a", kUnlimited)), 3);
+    publisher.join();
     EXPECT_EQ(m_monitor.GetQueue().TakeAllEvents("b").size(), 2u);
     EXPECT_TRUE(m_monitor.ConsumeEvents(kShort));
     EXPECT_TRUE(log.Lines().empty());

@@ -259,20 +259,31 @@ TEST_F(PipeFramesTest, TheSenderNamesWhatItPublishesUnlessItWouldFloodTheLog) {
 }
 
 TEST_F(PipeFramesTest, APipeServesAnotherThreadWithANote) {
+    constexpr int kExchanges = 100;
     AMessagePipeRequestReply* server = Server("threads");
     AMessagePipeRequestReply* client = Client("threads");
-    vq::test::LogCapture log(LogLevel::Trace);
+    vq::test::LogCapture log(LogLevel::Verbose);
     std::thread other([server] {
-        std::unique_ptr<AMessage> const request = Next(server);
-        vq::vds::GetVersion::Reply reply;
-        reply.set_major(static_cast<int>(request->Type().size()));
-        EXPECT_TRUE(MessageUtils::Send(server, reply, kUnlimited, nullptr));
+        for (int i = 0; i < kExchanges; ++i) {
+            vq::vds::GetDeviceInfo request;
+            EXPECT_TRUE(MessageUtils::Receive(server, request, kLimit, nullptr));
+            EXPECT_TRUE(MessageUtils::SendError<vq::vds::GetDeviceInfo::Error>(server, request.device()));
+        }
     });
-    vq::vds::GetVersion::Reply reply;
-    EXPECT_TRUE(MessageUtils::SendReceive(client, vq::vds::GetVersion(), reply, kLimit, nullptr));
+    for (int i = 0; i < kExchanges; ++i) {
+        // From what fits into the socket library's own record to what does not.
+        vq::vds::GetDeviceInfo request;
+        request.set_device(std::string(static_cast<std::size_t>(i) * 10, 'x'));
+        vq::vds::GetDeviceInfo::Reply reply;
+        vq::vds::GetDeviceInfo::Error error;
+        EXPECT_TRUE(MessageUtils::SendReceive(client, request, reply, error, kLimit, nullptr));
+        EXPECT_EQ(error.message(), request.device());
+    }
     other.join();
-    EXPECT_EQ(reply.major(), 17);
-    EXPECT_EQ(log.Count(LogLevel::Trace, "Accessing message pipe "), 2u);
+    LogConfig::Instance().SetLevel(LogLevel::Trace);
+    std::thread([server] { EXPECT_EQ(Next(server, kNoWait), nullptr); }).join();
+    EXPECT_EQ(Next(server, kShort), nullptr);
+    EXPECT_EQ(log.Count(LogLevel::Trace, "Accessing message pipe "), 1u);
 }
 
 }  // namespace
