@@ -73,6 +73,7 @@ void SparseDeviceApplication::RunApplication() {
     if (!IsExitRequested()) {
         RunLoop();
     }
+    AnnounceSignal();
     OnShutdown();
     CleanupThreads();
     m_running = false;

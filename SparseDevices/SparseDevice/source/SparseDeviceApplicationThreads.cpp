@@ -41,6 +41,10 @@ private:
     std::lock_guard<std::mutex> m_lock;
 };
 
+/// The signal that ended the program, until it has been logged. The log allocates and locks: the handler
+/// could have interrupted either, so the main loop logs.
+std::atomic<int> s_signal{0};
+
 constexpr std::chrono::milliseconds kTerminatorNap{100};
 constexpr std::chrono::milliseconds kCleanExitNap{10};
 constexpr std::chrono::seconds kCleanExitTime{1};
@@ -66,11 +70,19 @@ void SparseDeviceApplication::RequestAllExit() {
 }
 
 void SparseDeviceApplication::OnSignal(int number) {
-    // The flags come first: should the log be held by the very code that was interrupted, the Terminator
-    // still ends the process.
     RequestAllExit();
-    SetThreadName("Exitable thread");
-    LOG_I("exiting from signal %d", number);
+    s_signal = number;
+    if (number == SIGABRT) {
+        // Nobody gets to say it later.
+        AnnounceSignal();
+    }
+}
+
+void SparseDeviceApplication::AnnounceSignal() {
+    if (int const number = s_signal.exchange(0); number != 0) {
+        SetThreadName("Exitable thread");
+        LOG_I("exiting from signal %d", number);
+    }
 }
 
 void SparseDeviceApplication::HookSignals() {

@@ -147,6 +147,7 @@ private:
     static void ProcessInputThread(std::shared_ptr<InputGate> gate, std::shared_ptr<ExitFlags> flags);
     static void Terminator(std::shared_ptr<ExitFlags> flags, std::string name);
     static void OnSignal(int number);
+    static void AnnounceSignal();
 
     std::vector<std::unique_ptr<SparseDeviceMuleBase>> m_mules;
     std::atomic<bool> m_running{false};
