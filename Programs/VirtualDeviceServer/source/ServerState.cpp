@@ -46,8 +46,11 @@ ServerState::Refusal ServerState::RegisterDevice(vq::vds::RegisterSparseDevice c
     if (Refusal refusal = CheckAddress(request.address()); refusal) {
         return refusal;
     }
-    for (std::int32_t const old : m_devices.TakeOverName(description.name(), now)) {
-        RemoveDevice(old, "replaced by a new registration");
+    // Namesakes that come back from the former life have lived beside each other before.
+    if (!NoteReturn(description.name())) {
+        for (std::int32_t const old : m_devices.TakeOverName(description.name(), now)) {
+            RemoveDevice(old, "replaced by a new registration");
+        }
     }
     Device* const device = m_devices.Add({.name = description.name(),
                                           .label = description.display_name(),
@@ -61,7 +64,6 @@ ServerState::Refusal ServerState::RegisterDevice(vq::vds::RegisterSparseDevice c
         return "the server has no device id left";
     }
     id = device->id;
-    NoteReturn(device->name);
     ++m_memoryRevision;
     LOG_I("Registered device '%s' with id %d at %s", device->name.c_str(), device->id,
           device->address.c_str());
@@ -354,11 +356,15 @@ void ServerState::RemoveCrashedApplication(Device const& device) {
     }
 }
 
-void ServerState::NoteReturn(std::string const& name) {
+bool ServerState::NoteReturn(std::string const& name) {
     auto const former = m_former.find(name);
-    if (former != m_former.end() && ++former->second.returned >= former->second.ids.size()) {
+    if (former == m_former.end()) {
+        return false;
+    }
+    if (++former->second.returned >= former->second.ids.size()) {
         m_former.erase(former);
     }
+    return true;
 }
 
 void ServerState::PublishRegistration(Device const& device) const {

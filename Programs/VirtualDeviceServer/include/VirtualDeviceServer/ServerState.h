@@ -125,7 +125,8 @@ private:
     static std::string NoSuchDevice(std::int32_t id);
     void RemoveDevice(std::int32_t id, char const* reason);
     void RemoveCrashedApplication(Device const& device);
-    void NoteReturn(std::string const& name);
+    /// True when a former device of that name was still missing.
+    bool NoteReturn(std::string const& name);
     void PublishRegistration(Device const& device) const;
     void PublishMapping(std::string const& channel) const;
     void PublishRemoval(std::string const& device, ChannelMap::Removal const& removal) const;

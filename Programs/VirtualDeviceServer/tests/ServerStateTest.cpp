@@ -1,0 +1,310 @@
+#include <gmock/gmock.h>
+
+#include <functional>
+
+#include "StateFixture.h"
+
+namespace vq::server {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using namespace std::chrono_literals;
+
+class DeviceRegistrationTest : public StateFixture {};
+
+TEST_F(DeviceRegistrationTest, IdsCountUpAndAreNeverUsedAgain) {
+    EXPECT_EQ(Register("a"), 1);
+    EXPECT_EQ(Register("b"), 2);
+    EXPECT_FALSE(state.UnregisterDevice(2, "b"));
+    EXPECT_EQ(Register("b"), 3);
+}
+
+TEST_F(DeviceRegistrationTest, RefusesWhatNobodyCouldReach) {
+    std::int32_t id = 0;
+    for (char const* address : {"", "NONE:x", "IPC:", "IPC:/tmp/x?logical", "somewhere"}) {
+        auto request = Registration("a");
+        request.set_address(address);
+        EXPECT_TRUE(state.RegisterDevice(request, now, id)) << address;
+    }
+    EXPECT_TRUE(state.RegisterDevice(Registration(""), now, id));
+    EXPECT_TRUE(state.RegisterDevice(Registration(std::string(2000, 'x')), now, id));
+    EXPECT_EQ(id, 0);
+    EXPECT_THAT(events, IsEmpty());
+}
+
+TEST_F(DeviceRegistrationTest, AnnouncesEachStepToThoseWhoMayHaveMissedTheFirst) {
+    std::int32_t const id = Register("a");
+    Channels(id, {"p"}, {"o"}, true);
+    EXPECT_FALSE(state.ReportInitialized(id));
+    EXPECT_THAT(TakeEvents(), ElementsAre("registered a 1", "a has p as producer", "a has o as observer",
+                                          "p from a", "registered a 1", "initialized a 1"));
+}
+
+TEST_F(DeviceRegistrationTest, SameNameReplacesTheOldDevice) {
+    Provider("a", "c");
+    TakeEvents();
+    EXPECT_EQ(Register("a"), 2);
+    EXPECT_THAT(TakeEvents(),
+                ElementsAre("a lost c as producer", "c from", "unregistered a 1", "registered a 2"));
+    EXPECT_EQ(state.Devices().All().size(), 1U);
+}
+
+TEST_F(DeviceRegistrationTest, TwoLivingNamesakesDoNotUnseatEachOtherForEver) {
+    Register("a");
+    Register("a");  // unseats 1, which registers anew:
+    TakeEvents();
+    EXPECT_EQ(Register("a"), 3);
+    EXPECT_THAT(TakeEvents(), ElementsAre("registered a 3"));
+    EXPECT_EQ(state.Devices().All().size(), 2U);
+    EXPECT_EQ(state.Devices().FindByName("a")->id, 3);
+
+    now += DeviceTable::kNameQuarrelTime;
+    Register("a");
+    EXPECT_THAT(TakeEvents(), ElementsAre("unregistered a 2", "unregistered a 3", "registered a 4"));
+}
+
+TEST_F(DeviceRegistrationTest, OperationsOnUnknownDevicesAreRefused) {
+    std::int32_t const id = Register("a");
+    std::vector<std::int32_t> ids;
+    vq::vds::RegisterSparseDeviceChannels channels;
+    vq::vds::UnregisterSparseDeviceChannels removal;
+    removal.set_device_id(id);
+    removal.add_channel_ids(77);
+    vq::vds::SendSparseDeviceEvent event;
+    vq::vds::SparseDeviceStatsUpdate stats;
+    EXPECT_TRUE(state.RegisterChannels(channels, ids));
+    EXPECT_TRUE(state.UnregisterChannels(removal));
+    EXPECT_TRUE(state.ReportInitialized(9));
+    EXPECT_TRUE(state.UnregisterDevice(9, "a"));
+    EXPECT_TRUE(state.UnregisterDevice(id, "b"));
+    EXPECT_TRUE(state.PruneByName("b"));
+    EXPECT_TRUE(state.PassOnEvent(event));
+    EXPECT_TRUE(state.StoreStats(stats));
+    EXPECT_NE(state.Devices().Find(id), nullptr);
+}
+
+class ChannelRegistrationTest : public StateFixture {};
+
+TEST_F(ChannelRegistrationTest, AChannelHasOneIdForAllItsDevices) {
+    auto const first = Channels(Register("a"), {"p", "q"}, {}, false);
+    auto const second = Channels(Register("b"), {"q"}, {"p"}, false);
+    EXPECT_THAT(second, ElementsAre(first[1], first[0]));
+    EXPECT_EQ(state.Channels().All().size(), 2U);
+}
+
+TEST_F(ChannelRegistrationTest, RegisteringAgainChangesNothing) {
+    std::int32_t const id = Register("a");
+    auto const first = Channels(id, {"p"}, {}, true);
+    TakeEvents();
+    EXPECT_EQ(Channels(id, {"p"}, {}, true), first);
+    EXPECT_THAT(TakeEvents(), IsEmpty());
+}
+
+TEST_F(ChannelRegistrationTest, UnregisteringTakesOneRoleATimeAndTheChannelGoesWithTheLast) {
+    std::int32_t const id = Register("a");
+    auto const ids = Channels(id, {"p"}, {"p"}, true);
+    TakeEvents();
+    vq::vds::UnregisterSparseDeviceChannels request;
+    request.set_device_id(id);
+    request.add_channel_ids(ids[0]);
+    EXPECT_FALSE(state.UnregisterChannels(request));
+    EXPECT_THAT(TakeEvents(), ElementsAre("a lost p as producer", "p from"));
+    EXPECT_FALSE(state.UnregisterChannels(request));
+    EXPECT_THAT(TakeEvents(), ElementsAre("a lost p as observer"));
+    EXPECT_TRUE(state.UnregisterChannels(request));
+    EXPECT_THAT(state.Channels().All(), IsEmpty());
+}
+
+struct MappingCase {
+    char const* name;
+    std::function<void(class MappingTest&)> act;
+    std::vector<std::string> inForce;
+    std::vector<std::string> events;
+};
+
+/// Before each case: devices A, B and C, in this order, can produce "x"; only B serves it.
+class MappingTest : public StateFixture, public testing::WithParamInterface<MappingCase> {
+public:
+    void SetUp() override {
+        a = Register("A");
+        b = Register("B");
+        c = Register("C");
+        Channels(c, {"x"}, {}, false);
+        Channels(b, {"x"}, {}, true);
+        Channels(a, {"x"}, {}, false);
+        TakeEvents();
+    }
+    Names Add(std::vector<std::pair<std::string, std::string>> const& pairs) {
+        return Texts(state.AddMappings(Pairs(pairs)));
+    }
+    Names Remove(std::vector<std::pair<std::string, std::string>> const& pairs) {
+        return Texts(state.RemoveMappings(Pairs(pairs)));
+    }
+    using StateFixture::Provider;
+    using StateFixture::state;
+    std::int32_t a = 0, b = 0, c = 0;
+};
+
+TEST_P(MappingTest, FollowsTheRules) {
+    GetParam().act(*this);
+    EXPECT_EQ(InForce(), GetParam().inForce);
+    EXPECT_EQ(TakeEvents(), GetParam().events);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rules, MappingTest,
+    testing::Values(
+        MappingCase{"OnlyAutomappedProducersServe", [](MappingTest&) {}, {"B:x"}, {}},
+        MappingCase{"EarlierRegistrationRanksFirst",
+                    [](MappingTest& m) {
+                        EXPECT_THAT(m.Add({{"C", "x"}, {"A", "x"}}), IsEmpty());
+                    },
+                    {"A:x", "B:x", "C:x"},
+                    {"x from B C", "x from A B C"}},
+        MappingCase{"AddingAgainIsNoChange",
+                    [](MappingTest& m) {
+                        EXPECT_THAT(m.Add({{"B", "x"}}), IsEmpty());
+                    },
+                    {"B:x"},
+                    {}},
+        MappingCase{"RefusedEntriesDoNotHoldBackTheOthers",
+                    [](MappingTest& m) {
+                        EXPECT_THAT(m.Add({{"D", "x"}, {"A", "y"}, {"A", "x"}}), ElementsAre("D:x", "A:y"));
+                    },
+                    {"A:x", "B:x"},
+                    {"x from A B"}},
+        MappingCase{"RemovingTheLastLeavesTheChannelUnmapped",
+                    [](MappingTest& m) {
+                        EXPECT_THAT(m.Remove({{"B", "x"}}), IsEmpty());
+                    },
+                    {},
+                    {"x from"}},
+        MappingCase{
+            "RemovingWhatIsNotMappedIsRefused",
+            [](MappingTest& m) {
+                EXPECT_THAT(m.Remove({{"A", "x"}, {"D", "x"}, {"B", "y"}}), ElementsAre("A:x", "D:x", "B:y"));
+            },
+            {"B:x"},
+            {}},
+        MappingCase{"ClearingTellsEachChannelThatHadBeenServed",
+                    [](MappingTest& m) {
+                        m.Provider("P", "z");
+                        m.Remove({{"P", "z"}});
+                        m.Add({{"A", "x"}});
+                        m.state.ClearMappings();
+                    },
+                    {},
+                    {"registered P 4", "P has z as producer", "z from P", "z from", "x from A B", "x from"}},
+        MappingCase{"TheNextInRankTakesOverWhenAProviderGoes",
+                    [](MappingTest& m) {
+                        m.Add({{"C", "x"}});
+                        m.state.UnregisterDevice(m.b, "B");
+                    },
+                    {"C:x"},
+                    {"x from B C", "B lost x as producer", "x from C", "unregistered B 2"}},
+        MappingCase{"AnIdleProducerGoesWithoutAMappingEvent",
+                    [](MappingTest& m) { m.state.UnregisterDevice(m.a, "A"); },
+                    {"B:x"},
+                    {"A lost x as producer", "unregistered A 1"}}),
+    [](auto const& param) { return param.param.name; });
+
+class PruningTest : public StateFixture {};
+
+TEST_F(PruningTest, OnlyTheSilentGo) {
+    state.pruneAfter = 10s;
+    std::int32_t const silent = Provider("silent", "x");
+    std::int32_t const talking = Register("talking");
+    TakeEvents();
+    now += 6s;
+    state.Heard(talking, now);
+    state.Heard(99, now);
+    state.PruneSilent(now);
+    EXPECT_THAT(TakeEvents(), IsEmpty());
+    now += 6s;
+    state.PruneSilent(now);
+    EXPECT_THAT(TakeEvents(), ElementsAre("silent lost x as producer", "x from", "unregistered silent 1"));
+    EXPECT_EQ(state.Devices().Find(silent), nullptr);
+
+    state.MarkAllHeard(now);
+    state.pruneAfter = 0s;
+    state.PruneSilent(now + 1000h);
+    EXPECT_NE(state.Devices().Find(talking), nullptr);
+}
+
+TEST_F(PruningTest, AnApplicationWhoseLastDeviceFellSilentHasCrashed) {
+    vq::vds::RegisterDeviceApplication application;
+    application.set_name("app");
+    application.set_process_id(4242);
+    std::uint32_t const id = state.RegisterDeviceApplication(application);
+    for (char const* name : {"a", "b"}) {
+        auto request = Registration(name);
+        request.mutable_description()->set_process_id(id);
+        std::int32_t device = 0;
+        EXPECT_FALSE(state.RegisterDevice(request, now, device));
+    }
+    TakeEvents();
+    state.PruneSilent(now + state.pruneAfter);
+    EXPECT_THAT(TakeEvents(),
+                ElementsAre("unregistered a 1", "unregistered b 2", "vq.vds.DeviceApplicationCrashedEvent",
+                            "vq.vds.DeviceApplicationUnregisteredEvent"));
+    EXPECT_THAT(state.Applications().DeviceApplications(), IsEmpty());
+}
+
+class ApplicationTest : public StateFixture {};
+
+TEST_F(ApplicationTest, RegisteringAgainTakesThePlaceOfTheOldEntry) {
+    vq::vds::RegisterVQSDKApplication sdk;
+    sdk.set_name("app");
+    sdk.set_process_id(1);
+    EXPECT_EQ(state.RegisterSdkApplication(sdk), 1U);
+    EXPECT_EQ(state.RegisterSdkApplication(sdk), 2U);
+    sdk.set_process_id(2);
+    EXPECT_EQ(state.RegisterSdkApplication(sdk), 3U);
+    EXPECT_EQ(state.Applications().SdkApplications().size(), 2U);
+    EXPECT_FALSE(state.UnregisterSdkApplication(2));
+    EXPECT_TRUE(state.UnregisterSdkApplication(2));
+    EXPECT_TRUE(state.UnregisterDeviceApplication(3)) << "ids of the two kinds must not be mixed up";
+    EXPECT_TRUE(state.ReportApplicationInitialized(3));
+    EXPECT_THAT(
+        TakeEvents(),
+        ElementsAre("vq.vds.VQSDKApplicationRegisteredEvent", "vq.vds.VQSDKApplicationUnregisteredEvent",
+                    "vq.vds.VQSDKApplicationRegisteredEvent", "vq.vds.VQSDKApplicationRegisteredEvent",
+                    "vq.vds.VQSDKApplicationUnregisteredEvent"));
+}
+
+class FormerLifeTest : public StateFixture {
+protected:
+    FormerLifeTest() {
+        ServerMemory memory;
+        memory.nextDeviceId = 8;
+        memory.devices = {{.id = 5, .name = "a"}, {.id = 6, .name = "b"}, {.id = 7, .name = "b"}};
+        state = ServerState([this](auto const& event) { events.push_back(Describe(event)); }, memory);
+    }
+};
+
+TEST_F(FormerLifeTest, EachFormerDeviceIsAnnouncedUntilItsNamesakesAreBack) {
+    state.AnnounceFormerDevices();
+    EXPECT_THAT(TakeEvents(), ElementsAre("unregistered a 5", "unregistered b 6", "unregistered b 7"));
+    EXPECT_EQ(Register("a"), 8);
+    Register("b");  // one of the two: which one cannot be known
+    TakeEvents();
+    state.AnnounceFormerDevices();
+    EXPECT_THAT(TakeEvents(), ElementsAre("unregistered b 6", "unregistered b 7"));
+    Register("b");
+    EXPECT_FALSE(state.HasFormerDevices());
+    EXPECT_EQ(state.Devices().All().size(), 3U) << "namesakes that lived before must not unseat each other";
+}
+
+TEST_F(FormerLifeTest, MemoryHoldsFormerDevicesUntilTheyAreForgotten) {
+    auto const revision = state.MemoryRevision();
+    Register("c");
+    EXPECT_NE(state.MemoryRevision(), revision);
+    EXPECT_EQ(state.Memory().nextDeviceId, 9);
+    EXPECT_EQ(state.Memory().devices.size(), 4U);
+    state.ForgetFormerDevices();
+    EXPECT_THAT(state.Memory().devices, ElementsAre(KnownDevice{.id = 8, .name = "c"}));
+}
+
+}  // namespace
+}  // namespace vq::server
