@@ -148,5 +148,6 @@ TEST(InterfaceTest, NullParametersAreRefusedInTheOrderOfTheInterface) {
     EXPECT_EQ(VQIdentityRequestAttributeValuesAsync(nullptr, nullptr),
               VQIdentityResult_FailedToConnectToLocalService);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    EXPECT_EQ(CountOf(testing::internal::GetCapturedStdout(), "Identity library is not connected.\n"), 1u);
+    EXPECT_NE(testing::internal::GetCapturedStdout().find("Identity library is not connected.\n"),
+              std::string::npos);
 }
