@@ -83,10 +83,10 @@ static bool request_values(struct options const* options, VQIdentityProfile* pro
 }
 
 static void print_profile(VQIdentityProfile const* profile) {
-    printf("%-4s %-20s %-32s %s\n", "key", "name", "value", "granted");
+    printf("%-4s %-20s %-36s %s\n", "key", "name", "value", "granted");
     for (uint32_t i = 0; i < profile->attribute_count; ++i) {
         VQIdentityAttribute const* attribute = profile->attribute_ptrs[i];
-        printf("%-4d %-20s %-32s %s\n", (int)attribute->key, attribute->name, attribute->value,
+        printf("%-4d %-20s %-36s %s\n", (int)attribute->key, attribute->name, attribute->value,
                attribute->is_granted ? "yes" : "no");
     }
 }
