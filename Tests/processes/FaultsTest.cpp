@@ -149,7 +149,6 @@ TEST_F(Faults, AnExitUnregistersTheDevice) {
 TEST_F(Faults, ExitAfterTheServerDiedOrHangsIsBounded) {
     StartAll();
     Caller orphan;
-    Caller waiting;
     ASSERT_EQ(orphan.Call("names").code, kOk);
     m_rig.Server().Signal(SIGSTOP);
     orphan.Begin("exit");

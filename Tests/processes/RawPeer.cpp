@@ -192,9 +192,23 @@ void RawServer::PublishHeartbeat() {
     m_heartbeat.Send({HeaderOf(heartbeat), heartbeat.SerializeAsString()});
 }
 
+void RawServer::PublishRegistration() {
+    vq::vds::DeviceRegisteredEvent event;
+    event.set_name("IdentityShimSparseDevice");
+    event.set_type("Shim");
+    event.set_device_id(7);
+    Publish(event);
+}
+
 void RawServer::Serve() {
+    // Several times: a subscription may take longer than the whole bring-up.
+    int announcements = 0;
     while (!m_stop) {
         PublishHeartbeat();
+        if (announcements > 0) {
+            --announcements;
+            PublishRegistration();
+        }
         if (!m_requests.Poll(50)) {
             continue;
         }
@@ -205,11 +219,7 @@ void RawServer::Serve() {
         }
         m_requests.Send(AnswerTo(request));
         if (request.size() == 3 && request[1] == "vq.vds.ReportSparseDeviceInitialized") {
-            vq::vds::DeviceRegisteredEvent event;
-            event.set_name("IdentityShimSparseDevice");
-            event.set_type("Shim");
-            event.set_device_id(7);
-            Publish(event);
+            announcements = 5;
         }
     }
 }

@@ -85,6 +85,7 @@ public:
 private:
     void Serve();
     void PublishHeartbeat();
+    void PublishRegistration();
     Frames AnswerTo(Frames const& request);
     void Publish(google::protobuf::MessageLite const& event);
 

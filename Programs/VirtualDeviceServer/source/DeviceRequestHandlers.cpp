@@ -95,10 +95,13 @@ void ServeRegistration(RequestTable& table, ServerState& state, ServerControl& c
             return reply;
         });
     table.Serve<vq::vds::ReportSparseDeviceInitialized>(
-        [&state](vq::vds::ReportSparseDeviceInitialized const& request) {
+        [&state, &control](vq::vds::ReportSparseDeviceInitialized const& request) {
             state.Heard(request.device_id(), Now());
-            return ReplyUnless<vq::vds::ReportSparseDeviceInitialized>(
-                state.ReportInitialized(request.device_id()));
+            ServerState::Refusal const refusal = state.ReportInitialized(request.device_id());
+            if (!refusal) {
+                control.AnnounceAgain(request.device_id());
+            }
+            return ReplyUnless<vq::vds::ReportSparseDeviceInitialized>(refusal);
         });
     table.Serve<vq::vds::UnregisterSparseDevice>([&state](vq::vds::UnregisterSparseDevice const& request) {
         return ReplyUnless<vq::vds::UnregisterSparseDevice>(

@@ -121,14 +121,18 @@ ServerState::Refusal ServerState::ReportInitialized(std::int32_t deviceId) {
         return NoSuchDevice(deviceId);
     }
     device->initialized = true;
-    // Once more: the first may have come before the device's own listener was attached, and it waits for it.
-    PublishRegistration(*device);
     vq::vds::DeviceInitializedEvent event;
     event.set_name(device->name);
     event.set_type(device->type);
     event.set_device_id(static_cast<std::uint32_t>(device->id));
     m_sink(event);
     return std::nullopt;
+}
+
+void ServerState::AnnounceRegistration(std::int32_t deviceId) const {
+    if (Device const* const device = m_devices.Find(deviceId); device != nullptr) {
+        PublishRegistration(*device);
+    }
 }
 
 ServerState::Refusal ServerState::UnregisterDevice(std::int32_t deviceId, std::string const& name) {

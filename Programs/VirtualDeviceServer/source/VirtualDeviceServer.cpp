@@ -42,6 +42,12 @@ constexpr std::array kAnnouncements = {milliseconds(100),  milliseconds(250),  m
                                        milliseconds(2000), milliseconds(3000), milliseconds(4000),
                                        milliseconds(5000), milliseconds(7000), milliseconds(10000)};
 
+/// When a registration is announced once more, after the device's bring-up. A subscription takes some
+/// milliseconds, and the whole bring-up may take less. The first repetition reaches a device that has just
+/// missed the announcement, at the cost of so much of its settling time; the later ones come when an ordinary
+/// bring-up is over, for a machine so busy that this was too early.
+constexpr std::array kRegistrationRepeats = {milliseconds(30), milliseconds(2500), milliseconds(6000)};
+
 std::string NameFromAddress(MessageAddress const& address) {
     std::string name = "vdserver";
     if (address == ServerOptions().address) {
@@ -88,6 +94,7 @@ private:
     std::optional<MessageAddress> CreateDataEventAddress(std::int32_t deviceId) override {
         return m_listeners->Create(deviceId);
     }
+    void AnnounceAgain(std::int32_t deviceId) override;
     void Stop() override { ++m_stopRequests; }
     bool IsStopping() const override { return m_stopping; }
 
@@ -214,6 +221,12 @@ void VirtualDeviceServer::Implementation::AddTimers() {
     m_timers.Add(kTick, [this](TimePoint now) { return Tick(now); });
     // At the time of the first announcement: before, nobody has had the time to listen.
     m_timers.Add(kAnnouncements.front(), [this](TimePoint) { return AnnounceFormerDevices(); });
+}
+
+void VirtualDeviceServer::Implementation::AnnounceAgain(std::int32_t deviceId) {
+    for (milliseconds const delay : kRegistrationRepeats) {
+        m_timers.AddOnce(delay, [this, deviceId] { m_state->AnnounceRegistration(deviceId); });
+    }
 }
 
 void VirtualDeviceServer::Implementation::Run() {

@@ -58,6 +58,8 @@ public:
                              std::vector<std::int32_t>& ids);
     Refusal UnregisterChannels(vq::vds::UnregisterSparseDeviceChannels const& request);
     Refusal ReportInitialized(std::int32_t deviceId);
+    /// Publishes the registration of a device once more; nothing when it is gone.
+    void AnnounceRegistration(std::int32_t deviceId) const;
     /// @param name  must be that of the device with the id
     Refusal UnregisterDevice(std::int32_t deviceId, std::string const& name);
     /// Removes every device of that name, as if it had fallen silent.
