@@ -6,9 +6,18 @@ vq_add_library(channels
         source/ChannelObserver.cpp
         source/ChannelProducer.cpp
         source/ObserverDataQueue.cpp
+        source/SharedBufferChannel.cpp
+        source/SharedMemoryAccessor.cpp
         source/SharedMemoryData.cpp
-    PUBLIC vq::messaging vq::device_data_types vq::logging)
+        source/SharedMemoryLocking.cpp
+    PUBLIC vq::messaging vq::device_data_types vq::primitives vq::logging
+    PRIVATE vq::registry)
 
 vq_add_test(channels_test
-    SOURCES tests/ChannelFactoryTest.cpp tests/ChannelFlowTest.cpp tests/ObserverDataQueueTest.cpp
-    LIBS vq::channels vq::messaging vq::device_data_types)
+    SOURCES
+        tests/ChannelFactoryTest.cpp
+        tests/ChannelFlowTest.cpp
+        tests/ObserverDataQueueTest.cpp
+        tests/SharedBufferChannelTest.cpp
+        tests/SharedMemoryAccessorTest.cpp
+    LIBS vq::registry vq::fake_server vq::channels vq::messaging vq::device_data_types)

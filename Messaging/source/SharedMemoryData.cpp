@@ -2,6 +2,12 @@
 
 #include <utility>
 
+#include "Messaging/SharedMemoryAccessor.h"
+
+std::string ISharedMemoryData::GetSharedMemoryId() const {
+    return m_accessor != nullptr ? m_accessor->GetId() : std::string();
+}
+
 SharedBufferDataChannelData::SharedBufferDataChannelData(std::string memoryId,
                                                          vq::bd::BufferDescriptor const& descriptor,
                                                          std::uint64_t generation, std::uint64_t offset,

@@ -92,6 +92,31 @@ TEST_F(ChannelFlowTest, WhatIsNoSampleOfTheChannelIsRefused) {
     EXPECT_EQ(m_observer->PopOldestData(), nullptr);
 }
 
+TEST_F(ChannelFlowTest, BytesThatAreNoMessageStillMakeASampleOfATypeWithoutRequiredFields) {
+    ASSERT_NE(SendUntilReceived([this] { m_producer->SendHelloEvent(); }), nullptr);
+    m_factory.CreateChannelDescriptor("sound", "Audio Buffer Data", "");
+    m_listener->ListenTo("vq.ch.AudioBufferChannelDataEvent");
+    std::unique_ptr<Channel> const channel(m_factory.CreateChannel("sound", vq::ch::ChannelRole_Producer));
+    auto& producer = dynamic_cast<ChannelProducer&>(*channel);
+    EXPECT_NE(SendUntilReceived([&] { EXPECT_TRUE(producer.SetDataFromMessageArray("\xff\xff", 2)); }),
+              nullptr);
+}
+
+TEST_F(ChannelFlowTest, ChannelsOfOneNameAreToldApartByTheirIds) {
+    ASSERT_NE(SendUntilReceived([this] { m_producer->SendHelloEvent(); }), nullptr);
+    std::unique_ptr<Channel> const twin(m_factory.CreateChannel("c", vq::ch::ChannelRole_Producer));
+    m_producer->SetChannelId(1);
+    twin->SetChannelId(-2);
+    auto const event = Integer(1);
+    for (ChannelProducer* const producer : {m_producer.get(), dynamic_cast<ChannelProducer*>(twin.get())}) {
+        ASSERT_TRUE(producer->SetDataFromMessage(&event));
+        auto const message = Receive();
+        ASSERT_NE(message, nullptr);
+        EXPECT_EQ(message->GetChannelName(), "c");
+        EXPECT_EQ(message->GetChannelId(), producer->GetChannelId());
+    }
+}
+
 TEST_F(ChannelFlowTest, AProducerWithoutAPipeIsAProgrammingError) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     auto const event = Integer(1);

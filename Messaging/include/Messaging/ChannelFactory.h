@@ -4,7 +4,6 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -58,8 +57,8 @@ public:
     ChannelDescriptor* CreateChannelDescriptor(std::string const& name, std::string const& dataType,
                                                std::string const& third);
 
-    /// A new channel, owned by the caller; null, with a line, when the name or its data type is unknown, when
-    /// the role has no pipe, and for data types whose channels this build cannot make.
+    /// A new channel, owned by the caller; null, with a line, when the name or its data type is unknown, and
+    /// when the role has no pipe.
     Channel* CreateChannel(std::string const& name, vq::ch::ChannelRole role);
     /// @param descriptor  must outlive the channel.
     Channel* CreateChannel(ChannelDescriptor* descriptor, vq::ch::ChannelRole role);
@@ -97,21 +96,12 @@ Channel* ChannelFactory::CreateChannelOfType(ChannelFactory* factory, ChannelDes
                                              vq::ch::ChannelRole role) {
     using Traits = ChannelTypeTraits<T>;
     if (role == vq::ch::ChannelRole_Observer) {
-        if constexpr (std::is_void_v<typename Traits::Observer>) {
-            return nullptr;
-        } else {
-            return new typename Traits::Observer(factory->m_context, factory->m_listener, descriptor);
-        }
+        return new typename Traits::Observer(factory->m_context, factory->m_listener, descriptor);
     }
     if (role == vq::ch::ChannelRole_Producer) {
-        if constexpr (std::is_void_v<typename Traits::Producer>) {
-            return nullptr;
-        } else {
-            auto* const producer = new typename Traits::Producer(factory->m_context);
-            producer->SetDescriptor(descriptor);
-            producer->SetDataEventPipe(factory->m_sender);
-            return producer;
-        }
+        auto* const producer = new typename Traits::Producer(factory->m_context, descriptor);
+        producer->SetDataEventPipe(factory->m_sender);
+        return producer;
     }
     LOG_E("Failed to create channel for %s - invalid channel role", descriptor->name.c_str());
     return nullptr;

@@ -58,7 +58,11 @@ protected:
 template <class T, class D>
 class ChannelProducerTemplate : public ChannelProducer {
 public:
-    using ChannelProducer::ChannelProducer;
+    /// @param descriptor  not owned, outlives the channel.
+    ChannelProducerTemplate(AMessageContext* context, ChannelDescriptor* descriptor)
+        : ChannelProducer(context) {
+        SetDescriptor(descriptor);
+    }
 
     bool Update() override { return ChannelProducer::Update(); }
 

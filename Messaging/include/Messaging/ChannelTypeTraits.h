@@ -2,7 +2,7 @@
 
 #include "Messaging/ChannelObserver.h"
 #include "Messaging/ChannelProducer.h"
-#include "Messaging/SharedMemoryData.h"
+#include "Messaging/SharedBufferChannel.h"
 
 /// The classes that stand behind a channel of a data type.
 /// @tparam T  its wire message.
@@ -13,11 +13,9 @@ struct ChannelTypeTraits {
     using Observer = ChannelObserverTemplate<T, Data>;
 };
 
-/// Samples of shared buffers can be read and written, but their channels cannot be made in this build: their
-/// producer and observer need access to the buffer itself.
 template <>
 struct ChannelTypeTraits<vq::ch::SharedBufferChannelDataUpdatedEvent> {
     using Data = SharedBufferDataChannelData;
-    using Producer = void;
-    using Observer = void;
+    using Producer = SharedBufferChannelProducer;
+    using Observer = SharedBufferChannelObserver;
 };

@@ -10,15 +10,18 @@ class SharedMemoryAccessor;
 /// A sample whose bulk lies in shared memory.
 class ISharedMemoryData : public IData {
 public:
-    /// Id of the accessor's memory; empty without an accessor. No accessor can be given in this build.
-    std::string GetSharedMemoryId() const { return {}; }
+    /// @param accessor  not owned, outlives the sample; null for none.
+    explicit ISharedMemoryData(SharedMemoryAccessor* accessor = nullptr) : m_accessor(accessor) {}
+
+    /// Id of the accessor's memory; empty without an accessor.
+    std::string GetSharedMemoryId() const;
     SharedMemoryAccessor* GetAccessor() const { return m_accessor; }
 
 private:
-    SharedMemoryAccessor* m_accessor = nullptr;
+    SharedMemoryAccessor* m_accessor;
 };
 
-/// Tells which part of a shared buffer has changed.
+/// Tells which part of a shared buffer has changed. It has no accessor: the memory is known by GetMemoryId().
 class SharedBufferDataChannelData final : public ISharedMemoryData {
 public:
     static constexpr char const* Type = ChannelDataTypeText<vq::ch::SharedBufferChannelDataUpdatedEvent>;
