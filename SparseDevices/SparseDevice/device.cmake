@@ -6,6 +6,7 @@ vq_add_library(sparse_device
         source/ConfigurationCommands.cpp
         source/DevicePipes.cpp
         source/EventSender.cpp
+        source/RecordingCommands.cpp
         source/SparseDevice.cpp
         source/SparseDeviceApplication.cpp
         source/SparseDeviceApplicationRun.cpp

@@ -18,15 +18,18 @@
 
 namespace {
 
+using Mule = SparseDeviceMule<vq::mock::MockIdentityDevice>;
+
 class MockIdentityApplication : public SparseDeviceApplication {
 public:
+    /// @param mule  outlives the application
+    explicit MockIdentityApplication(Mule& mule) : m_mule(mule) {}
+
     std::string GetVersion() const override { return "1.0.0"; }
 
     bool RunDevices() override {
-        auto mule = std::make_unique<SparseDeviceMule<vq::mock::MockIdentityDevice>>();
-        bool const started = mule->StartDevice(GetManifestProcessor().GetData(), this);
-        AddMule(std::move(mule));
-        return started;
+        AddDeviceMule(&m_mule);
+        return m_mule.StartDevice(GetManifestProcessor().GetData(), this);
     }
 
     bool OnInitialization() override {
@@ -64,6 +67,9 @@ public:
         state.SetValue(name, std::move(value));
         return true;
     }
+
+private:
+    Mule& m_mule;
 };
 
 }  // namespace
@@ -85,7 +91,8 @@ int main(int argc, char** argv) {
         LogConfig::Instance().SetLevel(LogLevel::Verbose);
     }
 
-    MockIdentityApplication application;
+    Mule mule;
+    MockIdentityApplication application(mule);
     if (!application.HandleCommonSparseDeviceCLIOptions(options,
                                                         GetDataRootPath() + "MockIdentityDevice.json")) {
         return 1;

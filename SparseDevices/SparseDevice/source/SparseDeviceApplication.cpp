@@ -53,8 +53,8 @@ bool SparseDeviceApplication::ProcessParams(int /*argc*/, char const* const* /*a
 
 void SparseDeviceApplication::OnStarted(std::shared_ptr<SparseDevice> /*device*/) {}
 
-SparseDeviceMuleBase* SparseDeviceApplication::AddMule(std::unique_ptr<SparseDeviceMuleBase> mule) {
-    return m_mules.emplace_back(std::move(mule)).get();
+void SparseDeviceApplication::AddDeviceMule(SparseDeviceMuleBase* mule) {
+    m_mules.push_back(mule);
 }
 
 void SparseDeviceApplication::RequestExit() {
@@ -78,7 +78,7 @@ bool SparseDeviceApplication::CheckDevicesForShutdown() {
         return true;
     }
     std::size_t running = 0;
-    for (auto const& mule : m_mules) {
+    for (SparseDeviceMuleBase* const mule : m_mules) {
         if (mule->IsRequestingExit()) {
             mule->StopDevice();
         }
@@ -89,7 +89,7 @@ bool SparseDeviceApplication::CheckDevicesForShutdown() {
 
 bool SparseDeviceApplication::ForEachDevice(std::function<bool(SparseDevice&)> const& operation) {
     bool result = true;
-    for (auto const& mule : m_mules) {
+    for (SparseDeviceMuleBase* const mule : m_mules) {
         if (std::shared_ptr<SparseDevice> const device = mule->GetBaseDevice()) {
             result &= operation(*device);
         }

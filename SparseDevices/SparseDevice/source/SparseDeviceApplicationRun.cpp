@@ -110,7 +110,7 @@ void SparseDeviceApplication::CleanupThreads() {
     if (m_inputThread.joinable()) {
         m_inputThread.detach();
     }
-    for (auto const& mule : m_mules) {
+    for (SparseDeviceMuleBase* const mule : m_mules) {
         if (mule->IsRunning()) {
             mule->StopDevice();
         }

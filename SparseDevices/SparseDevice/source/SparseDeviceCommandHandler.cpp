@@ -30,6 +30,10 @@ bool SparseDeviceCommandHandler::SetupCommandMap(std::unordered_map<std::string,
     add(RefreshDevice::default_instance(), &Self::OnRefreshDevice);
     add(QuitDevice::default_instance(), &Self::OnQuitDevice);
     add(QuitApplication::default_instance(), &Self::OnQuitApplication);
+    add(StartRecording::default_instance(), &Self::OnStartRecording);
+    add(StopRecording::default_instance(), &Self::OnStopRecording);
+    add(StartPlayback::default_instance(), &Self::OnStartPlayback);
+    add(StopPlayback::default_instance(), &Self::OnStopPlayback);
     add(RequestStats::default_instance(), &Self::OnRequestStats);
     add(EnableAutomaticStatsCollection::default_instance(), &Self::OnEnableAutomaticStatsCollection);
     return true;

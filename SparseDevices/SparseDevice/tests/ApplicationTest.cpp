@@ -43,10 +43,9 @@ public:
 
 class LoopApplication : public SparseDeviceApplication {
 public:
+    ~LoopApplication() override { CleanupThreads(); }
     bool RunDevices() override {
-        auto added = std::make_unique<FakeMule>();
-        mule = added.get();
-        AddMule(std::move(added));
+        AddDeviceMule(mule);
         return runDevices;
     }
     float GetUpdateHz() override { return 200; }
@@ -64,7 +63,8 @@ public:
         return SparseDeviceApplication::OnShutdown();
     }
 
-    FakeMule* mule = nullptr;
+    FakeMule ownMule;
+    FakeMule* mule = &ownMule;
     bool runDevices = true;
     int passes = 0;
     std::function<void()> onThirdPass;

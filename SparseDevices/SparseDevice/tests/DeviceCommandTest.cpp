@@ -1,5 +1,6 @@
 #include <zmq.h>
 
+#include "DeviceEvents.pb.h"
 #include "DeviceFixture.h"
 #include "DeviceRequests.pb.h"
 #include "SparseDevice/ASparseDeviceCommandHandler.h"
@@ -167,6 +168,35 @@ TEST_F(DeviceTest, ServesPaceStatisticsAndTheEnd) {
     EXPECT_EQ(AskForError(RefreshDevice()),
               "unhandled request: sparse device application '' is shutting down, command type: "
               "vq.sd.RefreshDevice");
+}
+
+TEST_F(DeviceTest, TellsARecorderItsChannelsAndAnswersAPlayer) {
+    data.customChannels.emplace_back("area", "Area", "Quat", "", false, false);
+    data.observerChannels = {"axis", "area"};
+    ASSERT_TRUE(Start());
+    StartRecording start;
+    start.set_text("/tmp/archive");
+    start.set_text_2("session");
+    Ask(start);
+    ASSERT_TRUE(StepUntil([&] { return !server->Received<vq::vds::SendSparseDeviceEvent>().empty(); }));
+    auto const sent = server->Received<vq::vds::SendSparseDeviceEvent>().at(0);
+    EXPECT_EQ(sent.event_type(), "vq.sd.AddChannelsEvent");
+    AddChannelsEvent event;
+    ASSERT_TRUE(event.ParseFromString(sent.event_data()));
+    std::vector<std::string> channels;
+    for (RecorderChannelEntry const& entry : event.channels()) {
+        channels.push_back(entry.channel() + ":" + entry.type());
+    }
+    EXPECT_THAT(channels, testing::ElementsAre("count:Integer", "pose:Vec3", "area:Quat", "axis:Vec3"))
+        << "producers, then observers, each by name";
+
+    StopRecording stopRecording;
+    stopRecording.set_text("/tmp/archive");
+    EXPECT_TRUE(Ask(stopRecording).flag_1());
+    StopPlayback stopPlayback;
+    stopPlayback.set_text("/tmp/archive");
+    EXPECT_TRUE(Ask(stopPlayback).flag_1());
+    Ask(StartPlayback());
 }
 
 TEST_F(DeviceTest, QuitsAfterItHasAnswered) {

@@ -101,9 +101,10 @@ public:
     void HandleResume();
 
     /// Adds a device's thread, in RunDevices or before.
-    /// @return the mule, owned by the application.
-    SparseDeviceMuleBase* AddMule(std::unique_ptr<SparseDeviceMuleBase> mule);
-    std::vector<std::unique_ptr<SparseDeviceMuleBase>> const& Mules() const { return m_mules; }
+    /// @param mule  not owned, not null. It must outlive the application, whose end stops it; a subclass that
+    ///              holds it as a member stops it in its own destructor by CleanupThreads.
+    void AddDeviceMule(SparseDeviceMuleBase* mule);
+    std::vector<SparseDeviceMuleBase*> const& Mules() const { return m_mules; }
 
     /// The process id until the server has given an id. Any thread.
     std::int32_t GetApplicationId() const { return m_applicationId; }
@@ -149,7 +150,7 @@ private:
     static void OnSignal(int number);
     static void AnnounceSignal();
 
-    std::vector<std::unique_ptr<SparseDeviceMuleBase>> m_mules;
+    std::vector<SparseDeviceMuleBase*> m_mules;
     std::atomic<bool> m_running{false};
     /// Shared with the threads that may outlive the application.
     std::shared_ptr<ExitFlags> m_flags;
