@@ -18,7 +18,7 @@ vq_add_library(messaging
         source/ZMQMessagePipeProviderAddresses.cpp
         source/ZMQMessagePipeRequestReply.cpp
     PUBLIC vq::message_address vq::protobuf PkgConfig::ZMQ
-    PRIVATE vq::logging vq::platform vq::registry Threads::Threads)
+    PRIVATE vq::logging vq::platform vq::proto_utils vq::registry Threads::Threads)
 
 vq_add_test(messaging_test
     SOURCES

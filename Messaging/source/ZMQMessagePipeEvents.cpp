@@ -11,6 +11,7 @@
 #include "Logging/Log.h"
 #include "Messaging/AMessageContext.h"
 #include "Messaging/ZMQMessagePipes.h"
+#include "Utils/ProtoDump.h"
 #include "Utils/TextUtils.h"
 
 namespace {
@@ -60,6 +61,18 @@ std::unique_ptr<ZMQChannelMessage> ParseHeader(zmq::message_t const& header) {
     return message;
 }
 
+/// Traces a channel sample in readable form, beside its bytes; nothing for an event of another kind. Costly:
+/// only at trace level.
+void TraceSample(char const* what, ZMQChannelMessage const& message) {
+    zmq::message_t const& body = message.GetBody();
+    std::string text;
+    ProtoUtils::DumpToString(message.Type(), {body.data<char>(), body.size()}, text);
+    if (!text.empty()) {
+        LOG_T("%s %s on channel '%s' (%d): %s", what, message.Type().c_str(),
+              message.GetChannelName().c_str(), message.GetChannelId(), text.c_str());
+    }
+}
+
 }  // namespace
 
 ZMQMessagePipeEventSender::ZMQMessagePipeEventSender(AMessageContext* context, MessageAddress remote,
@@ -94,6 +107,9 @@ bool ZMQMessagePipeEventSender::SendNext(AMessage const* message, std::chrono::m
         LogSending(event);
     }
     LOG_T("%s", HexDump(header.data(), header.size()).c_str());
+    if (IsLogged(LogLevel::Trace)) {
+        TraceSample("Sample out:", event);
+    }
     return FinishSend(flags, frames, timedOut);
 }
 
@@ -139,5 +155,8 @@ AMessage* ZMQMessagePipeEventListener::ReceiveNext(std::chrono::milliseconds tim
     message->GetBody().swap(body);
     LOG_T("Read event data from %s:\n\t%s", GetRemote().ToString().c_str(),
           HexDump(message->GetBody().data(), message->GetBody().size()).c_str());
+    if (IsLogged(LogLevel::Trace)) {
+        TraceSample("Sample in:", *message);
+    }
     return message.release();
 }

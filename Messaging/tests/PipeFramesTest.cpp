@@ -258,6 +258,23 @@ TEST_F(PipeFramesTest, TheSenderNamesWhatItPublishesUnlessItWouldFloodTheLog) {
                         "LOOPBACK:events: mem1 [16...+4294967296))"));
 }
 
+TEST_F(PipeFramesTest, SamplesAreTracedInReadableFormOnTheirWayOutAndIn) {
+    AMessagePipeEventSender* sender = Sender("samples");
+    AMessagePipeEventListener* listener = Listener("samples");
+    vq::ch::IntegerChannelDataEvent sample;
+    sample.set_value(42);
+    vq::test::LogCapture log(LogLevel::Trace);
+    TakeSubscriptions(sender);
+    ASSERT_TRUE(MessageUtils::SendEvent(sender, 7, "count", sample, kLimit, nullptr));
+    ASSERT_NE(Next(listener), nullptr);
+    std::string const line = "vq.ch.IntegerChannelDataEvent on channel 'count' (7): value=42 ";
+    EXPECT_TRUE(log.Has(LogLevel::Trace, "Sample out: " + line));
+    EXPECT_TRUE(log.Has(LogLevel::Trace, "Sample in: " + line));
+    log.Clear();
+    Publish(sender, "vq.ch.HelloDataEvent");
+    EXPECT_FALSE(log.Has(LogLevel::Trace, "Sample"));
+}
+
 TEST_F(PipeFramesTest, APipeServesAnotherThreadWithANote) {
     constexpr int kExchanges = 100;
     AMessagePipeRequestReply* server = Server("threads");
