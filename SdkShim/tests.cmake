@@ -26,7 +26,3 @@ vq_add_test(shim_connection_test
 vq_add_test(shim_device_test
     SOURCES tests/ShimSparseDeviceTest.cpp
     LIBS vq::identity_shim vq::fake_server vq::log_capture)
-
-vq_add_test(identity_library_test
-    SOURCES tests/IdentityWorld.cpp tests/LibraryTest.cpp
-    LIBS vq_identity::vq_identity vq::fake_server vq::messaging vq::registry vq::protobuf)

