@@ -1,7 +1,11 @@
 #include "DumpText.h"
 
+#include <algorithm>
+#include <array>
+#include <bit>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 
 namespace {
 
@@ -11,85 +15,88 @@ constexpr int kDigits = 6;
 constexpr double kLeast = 1e-4;
 constexpr double kLimit = 1e6;
 
-/// Ten to the power of the index.
-constexpr double kPowers[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
+/// Powers of ten from kLeast on.
+constexpr int kFirstPower = -4;
+constexpr double kPowers[] = {1e-4, 1e-3, 1e-2, 1e-1, 1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
+
+double PowerOfTen(int exponent) {
+    return kPowers[exponent - kFirstPower];
+}
 
 /// The place of the first digit, counted from the point: 5 for 123456, 0 for 1.5, -4 for 0.0001.
 int ExponentOf(double magnitude) {
-    if (magnitude >= 1) {
-        int exponent = 0;
-        while (magnitude >= kPowers[exponent + 1]) {
-            ++exponent;
-        }
-        return exponent;
-    }
-    return magnitude >= 1e-1 ? -1 : magnitude >= 1e-2 ? -2 : magnitude >= 1e-3 ? -3 : -4;
+    int const binary = static_cast<int>(std::bit_cast<std::uint64_t>(magnitude) >> 52) - 1023;
+    // 1233 / 4096 is the logarithm of two, close enough that the result is right or one too low.
+    int const exponent = std::max(binary * 1233 >> 12, kFirstPower);
+    return exponent + (magnitude >= PowerOfTen(exponent + 1) ? 1 : 0);
 }
 
-/// The nearest whole number, of two equally near the even one.
+/// The nearest whole number, of two equally near the even one. For numbers from 0 to 2^32.
 std::uint32_t RoundToEven(double number) {
-    auto const whole = static_cast<std::uint32_t>(number);
-    double const rest = number - whole;
-    return whole + (rest > 0.5 || (rest == 0.5 && whole % 2 == 1) ? 1 : 0);
+    // Beyond this, doubles have no places behind the point.
+    constexpr double wholes = 4503599627370496.0;
+    return static_cast<std::uint32_t>((number + wholes) - wholes);
+}
+
+// Digits travel in a register, the first one in its lowest byte, and reach memory in one store.
+static_assert(std::endian::native == std::endian::little);
+
+/// The two digits of each number below 100.
+constexpr std::array<std::uint16_t, 100> kPairs = [] {
+    std::array<std::uint16_t, 100> pairs{};
+    for (unsigned number = 0; number < pairs.size(); ++number) {
+        pairs[number] = static_cast<std::uint16_t>(('0' + number / 10) | ('0' + number % 10) << 8);
+    }
+    return pairs;
+}();
+
+void Store(char* out, std::uint64_t characters) {
+    std::memcpy(out, &characters, sizeof characters);
 }
 
 /// Six digits with the point behind the first `exponent` + 1 of them, without zeros at the end.
+/// @param out  writes up to 16 characters, of which those before the result count.
 char* WriteFixed(char* out, std::uint32_t number, int exponent) {
-    char digits[kDigits];
-    for (int place = kDigits - 1; place >= 0; --place, number /= 10) {
-        digits[place] = static_cast<char>('0' + number % 10);
-    }
-    int used = kDigits;
-    while (used > 1 && digits[used - 1] == '0') {
-        --used;
-    }
-    int place = 0;
+    constexpr std::uint64_t zeros = 0x303030303030;
+    std::uint64_t const digits = kPairs[number / 10000] | std::uint64_t{kPairs[number / 100 % 100]} << 16 |
+                                 std::uint64_t{kPairs[number % 100]} << 32;
+    int const used = 8 - std::countl_zero(digits ^ zeros) / 8;
     if (exponent < 0) {
-        *out++ = '0';
-        *out++ = '.';
-        for (int zeros = -exponent - 1; zeros > 0; --zeros) {
-            *out++ = '0';
-        }
-    } else {
-        for (; place <= exponent; ++place) {
-            *out++ = place < used ? digits[place] : '0';
-        }
-        if (place < used) {
-            *out++ = '.';
-        }
+        std::memcpy(out, "0.000", 5);
+        out += 1 - exponent;
+        Store(out, digits);
+        return out + used;
     }
-    for (; place < used; ++place) {
-        *out++ = digits[place];
+    int const whole = exponent + 1;
+    Store(out, digits);
+    if (used <= whole) {
+        return out + whole;
     }
-    return out;
+    out[whole] = '.';
+    Store(out + whole + 1, digits >> 8 * whole);
+    return out + used + 1;
 }
 
 }  // namespace
 
 DumpText& DumpText::operator<<(float number) {
-    char text[32];
-    char* end = text;
+    MakeRoomForNumber();
     double const magnitude = std::fabs(static_cast<double>(number));
     if (magnitude >= kLeast && magnitude < kLimit) {
-        if (number < 0) {
-            *end++ = '-';
-        }
         // The product is exact, ties included: 24 bits of the float and at most 21 of the power of ten.
         int exponent = ExponentOf(magnitude);
-        std::uint32_t digits = RoundToEven(magnitude * kPowers[kDigits - 1 - exponent]);
+        std::uint32_t digits = RoundToEven(magnitude * PowerOfTen(kDigits - 1 - exponent));
         if (digits == 1'000'000) {
             digits = 100'000;
             ++exponent;
         }
         if (exponent < kDigits) {
-            end = WriteFixed(end, digits, exponent);
-            m_out.append(text, end);
+            *m_end = '-';
+            m_end = WriteFixed(m_end + (number < 0 ? 1 : 0), digits, exponent);
             return *this;
         }
-        end = text;
     }
     // Zero, numbers with an exponent, infinity and what is no number.
-    end = std::to_chars(text, text + sizeof text, number, std::chars_format::general, kDigits).ptr;
-    m_out.append(text, end);
+    m_end = std::to_chars(m_end, m_end + kLongestNumber, number, std::chars_format::general, kDigits).ptr;
     return *this;
 }

@@ -1,7 +1,10 @@
 #include "Utils/ProtoDump.h"
 
+#include <google/protobuf/arena.h>
+
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <limits>
 
 #include "ProtoText.h"
@@ -18,11 +21,11 @@ namespace {
 
 /// "name=[a, b] ", each element by `append`; nothing for an empty list.
 template <class List, class Append>
-void DumpList(DumpText& text, char const* name, List const& list, Append append) {
+void DumpList(DumpText& text, std::string_view name, List const& list, Append append) {
     if (list.empty()) {
         return;
     }
-    char const* separator = "=[";
+    std::string_view separator = "=[";
     text << name;
     for (auto const& element : list) {
         text << separator;
@@ -33,7 +36,7 @@ void DumpList(DumpText& text, char const* name, List const& list, Append append)
 }
 
 template <class List>
-void DumpNumbers(DumpText& text, char const* name, List const& list) {
+void DumpNumbers(DumpText& text, std::string_view name, List const& list) {
     DumpList(text, name, list, [&text](auto number) { text << number; });
 }
 
@@ -214,7 +217,7 @@ void Dump(DumpText& text, vq::ch::InputControllerDataEvent const& event) {
 void Dump(DumpText& text, vq::ch::PcfDataEvent const& event) {
     vq::sd::Pcf const& pcf = event.pcf();
     if (pcf.cfuid().data_size() > 0) {
-        char const* separator = "cfuid={";
+        std::string_view separator = "cfuid={";
         for (auto const word : pcf.cfuid().data()) {
             text << separator << word;
             separator = ", ";
@@ -252,18 +255,28 @@ struct Dumper {
     void (*dump)(std::string_view payload, std::string& text);
 };
 
+/// Enough for the parts of a usual sample, so that reading it takes nothing from the heap.
+constexpr std::size_t kStackBytes = 4096;
+
+template <class Event>
+void DumpPayload(std::string_view payload, std::string& text) {
+    alignas(std::max_align_t) char block[kStackBytes];
+    google::protobuf::ArenaOptions options;
+    options.initial_block = block;
+    options.initial_block_size = sizeof block;
+    google::protobuf::Arena arena(options);
+    Event& event = *google::protobuf::Arena::CreateMessage<Event>(&arena);
+    // Whether all of it can be read does not matter: what was read is printed.
+    constexpr std::size_t limit = std::numeric_limits<int>::max();
+    event.ParsePartialFromArray(payload.data(), static_cast<int>(std::min(payload.size(), limit)));
+    text.clear();
+    DumpText out(text);
+    Dump(out, event);
+}
+
 template <class Event>
 Dumper DumperOf() {
-    return {Event::default_instance().GetTypeName(), [](std::string_view payload, std::string& text) {
-                // Whether all of it can be read does not matter: what was read is printed.
-                constexpr std::size_t limit = std::numeric_limits<int>::max();
-                Event event;
-                event.ParsePartialFromArray(payload.data(),
-                                            static_cast<int>(std::min(payload.size(), limit)));
-                text.clear();
-                DumpText out(text);
-                Dump(out, event);
-            }};
+    return {Event::default_instance().GetTypeName(), DumpPayload<Event>};
 }
 
 /// The table of these types, in this order. Never destroyed: threads may log until the process is gone.

@@ -26,14 +26,16 @@ glm::vec3 AnglesOf(glm::quat const& rotation) {
 template <class Message>
 std::ostream& Write(std::ostream& stream, void (*append)(DumpText&, Message const&), Message const& message) {
     std::string line;
-    DumpText text(line);
-    append(text, message);
+    {
+        DumpText text(line);
+        append(text, message);
+    }
     return stream << line;
 }
 
 }  // namespace
 
-void AppendRotation(DumpText& text, float w, float x, float y, float z, char const* separator) {
+void AppendRotation(DumpText& text, float w, float x, float y, float z, std::string_view separator) {
     glm::vec3 const angles = AnglesOf(glm::quat(w, x, y, z));
     text << "[" << w << ", " << x << ", " << y << ", " << z << "]" << separator << "(" << angles.x << ", "
          << angles.y << ", " << angles.z << ")";

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string_view>
+
 #include "ChannelData.pb.h"
 #include "DumpText.h"
 #include "Math.pb.h"
@@ -13,11 +15,11 @@ void AppendVector(DumpText& text, Vector const& vector) {
 }
 
 /// "[w, x, y, z]", then the separator, then the angles "(a, b, c)" about x, y and z in degrees.
-void AppendRotation(DumpText& text, float w, float x, float y, float z, char const* separator);
+void AppendRotation(DumpText& text, float w, float x, float y, float z, std::string_view separator);
 
 /// The same of any message with these fields.
 template <class Quaternion>
-void AppendQuaternion(DumpText& text, Quaternion const& rotation, char const* separator = "=") {
+void AppendQuaternion(DumpText& text, Quaternion const& rotation, std::string_view separator = "=") {
     AppendRotation(text, rotation.w(), rotation.x(), rotation.y(), rotation.z(), separator);
 }
 

@@ -68,8 +68,12 @@ void CopyToPlain(From const& from, To& to) {
         ConvertTo(from, &to);
     } else if constexpr (std::is_array_v<To>) {
         int const count = std::min(from.size(), static_cast<int>(std::size(to)));
-        for (int index = 0; index < count; ++index) {
-            CopyToPlain(from.Get(index), to[index]);
+        if constexpr (std::is_arithmetic_v<std::remove_extent_t<To>>) {
+            std::copy_n(from.data(), count, to);
+        } else {
+            for (int index = 0; index < count; ++index) {
+                ConvertTo(from.Get(index), &to[index]);
+            }
         }
     } else {
         to = static_cast<To>(from);
@@ -78,10 +82,7 @@ void CopyToPlain(From const& from, To& to) {
 
 template <class From, class Element>
 void AppendAll(From const& from, google::protobuf::RepeatedField<Element>& to) {
-    to.Reserve(static_cast<int>(std::size(from)));
-    for (auto const& element : from) {
-        to.AddAlreadyReserved(static_cast<Element>(element));
-    }
+    to.Add(std::begin(from), std::end(from));
 }
 
 template <class From, class Element>
