@@ -75,6 +75,7 @@ TEST_F(IdentityCalls, AsynchronousPairsWorkLikeTheBlockingCalls) {
     EXPECT_EQ(names.code, kOk);
     EXPECT_EQ(names.rest.substr(0, 2), "8 ");
     EXPECT_EQ(caller.Call("names-wait 1 3000").code, kOk) << "a future may be waited on again";
+    EXPECT_EQ(caller.Call("values-wait 1 3000").code, kOk) << "and by the other pair's function";
 
     caller.Call("request");
     EXPECT_EQ(caller.Call("values-async").rest, "2") << "one counter serves both pairs";
