@@ -2,6 +2,8 @@
 
 #include <signal.h>
 
+#include <thread>
+
 #include "Rig.h"
 
 namespace vq::test {
@@ -88,6 +90,42 @@ TEST_F(Faults, AServerThatIsKilledAndRestartedServesTheSameApplicationAgain) {
     // Both devices are announced as unregistered by the new server and register anew by themselves.
     EXPECT_EQ(CallUntil(caller, "names", kOk, 60s).code, kOk);
     EXPECT_EQ(caller.Call("release").code, kOk);
+}
+
+class ServerKilledDuringBringUp : public Faults, public testing::WithParamInterface<int> {};
+
+TEST_P(ServerKilledDuringBringUp, FailsTheCallInsideItsLimitsAndTheProcessEnds) {
+    m_rig.StartServer();
+    Caller caller;
+    caller.Begin("names");
+    // Not a wait for an event: the point of the kill is what varies.
+    std::this_thread::sleep_for(std::chrono::milliseconds(GetParam()));
+    m_rig.KillServer();
+    CallResult const names = caller.Finish();
+    EXPECT_TRUE(names.code == kFailure || names.code == kNoLocalService) << names.code;
+    EXPECT_LT(names.duration, 40s);
+    caller.Process().CloseInput();
+    EXPECT_EQ(caller.Process().WaitForExit(kCallLimit), 0) << caller.Process().DrainOutput();
+}
+
+INSTANTIATE_TEST_SUITE_P(AfterMilliseconds, ServerKilledDuringBringUp, testing::Values(3, 30, 600));
+
+TEST_F(Faults, AProviderKilledDuringACallFailsItAndItsSuccessorServesTheNext) {
+    m_rig.StartServer({"--prune-after", "1500"});
+    m_rig.StartProvider({"DelayMs=3000"});
+    Caller caller;
+    caller.Begin("names");
+    std::this_thread::sleep_for(1500ms);
+    m_rig.KillProvider();
+    EXPECT_EQ(caller.Finish().code, kFailure);
+    // The new provider takes the dead one's endpoint; the old pipe stays stuck until the connection is new.
+    m_rig.StartProvider();
+    CallResult const stuck = caller.Call("names");
+    EXPECT_LT(stuck.duration, 40s);
+    caller.Process().CloseInput();
+    EXPECT_EQ(caller.Process().WaitForExit(kCallLimit), 0);
+    Caller fresh;
+    EXPECT_EQ(fresh.Call("names").code, kOk);
 }
 
 TEST_F(Faults, AServerThatStopsInOrderEndsTheProviderAndFailsTheCalls) {
