@@ -14,16 +14,6 @@ namespace {
 
 using Targets = std::initializer_list<MessageLite*>;
 
-/// Gives the message its type and payload and sends it.
-bool EncodeAndSend(AMessageWriter* writer, AMessage* message, MessageLite const& proto,
-                   std::chrono::milliseconds timeout, bool* timedOut) {
-    if (!writer->GetContext()->EncodeMessage(proto, message)) {
-        LOG_E("Failed to encode message to %s", MessageTypeName(proto).c_str());
-        return false;
-    }
-    return writer->SendNext(message, timeout, timedOut);
-}
-
 void LogUnexpected(Targets targets, AMessage const& message) {
     if (!IsLogged(LogLevel::Error)) {
         return;
@@ -74,7 +64,11 @@ bool MessageUtils::Send(AMessageWriter* writer, MessageLite const& proto, std::c
         return false;
     }
     message->SetType(MessageTypeName(proto));
-    return EncodeAndSend(writer, message.get(), proto, timeout, timedOut);
+    if (!writer->GetContext()->EncodeMessage(proto, message.get())) {
+        LOG_E("Failed to encode message to %s", MessageTypeName(proto).c_str());
+        return false;
+    }
+    return writer->SendNext(message.get(), timeout, timedOut);
 }
 
 bool MessageUtils::SendEvent(AMessagePipeEventSender* sender, int channelId, std::string const& channelName,
@@ -86,14 +80,7 @@ bool MessageUtils::SendEvent(AMessagePipeEventSender* sender, int channelId, std
         LOG_E("Message sender for send is nullptr");
         return false;
     }
-    std::unique_ptr<AChannelMessage> const message(sender->NewChannelMessage());
-    if (message == nullptr) {
-        return false;
-    }
-    message->SetType(MessageTypeName(proto));
-    message->SetChannelName(channelName);
-    message->SetChannelId(channelId);
-    return EncodeAndSend(sender, message.get(), proto, timeout, timedOut);
+    return sender->SendProto(channelId, channelName, proto, timeout, timedOut);
 }
 
 bool MessageUtils::Receive(AMessageReader* reader, MessageLite& proto, std::chrono::milliseconds timeout,

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <optional>
 
 #include "Logging/Log.h"
 #include "Messaging/AMessagePipe.h"
@@ -23,32 +24,33 @@ bool ZMQMessageContext::EncodeMessage(google::protobuf::MessageLite const& proto
         LOG_E("wireMessage is null");
         return false;
     }
-    if (!proto.IsInitialized()) {
-        LOG_E("protoMessage '%s' is not initialized", MessageTypeName(proto).c_str());
-        return false;
-    }
     ZMQMessageBody* const target = ZMQMessageBody::Of(wire);
-    std::size_t const size = proto.ByteSizeLong();
-    if (target == nullptr || size > INT_MAX) {
-        LOG_E("cannot encode '%s' of %zu bytes", MessageTypeName(proto).c_str(), size);
+    if (target == nullptr) {
+        LOG_E("wireMessage is of another kind");
         return false;
     }
-    zmq::message_t& body = target->GetBody();
-    body.rebuild(size);
-    auto* const begin = body.data<std::uint8_t>();
-    return proto.SerializeWithCachedSizesToArray(begin) == begin + size;
+    std::optional<zmq::message_t> frame = ZMQMessageBody::Encode(proto);
+    if (frame) {
+        target->GetBody().swap(*frame);
+    }
+    return frame.has_value();
 }
 
 bool ZMQMessageContext::DecodeMessage(AMessage const* wire, google::protobuf::MessageLite& proto) {
     // The types first: a parse of the wrong one may print to stderr.
-    if (wire == nullptr || wire->Type() != MessageTypeName(proto)) {
+    if (wire == nullptr) {
+        return false;
+    }
+    std::string const& wanted = MessageTypeName(proto);
+    if (std::string const& type = wire->Type(); &type != &wanted && type != wanted) {
         return false;
     }
     ZMQMessageBody const* const source = ZMQMessageBody::Of(wire);
-    if (source == nullptr || source->GetBody().size() > INT_MAX) {
+    if (source == nullptr) {
         return false;
     }
-    return proto.ParseFromArray(source->GetBody().data(), static_cast<int>(source->GetBody().size()));
+    std::size_t const size = source->GetBody().size();
+    return size <= INT_MAX && proto.ParseFromArray(source->GetBody().data(), static_cast<int>(size));
 }
 
 bool ZMQMessageContext::PollReaders(std::vector<MessageReaderContext> const& readers,

@@ -3,8 +3,10 @@
 #include <zmq.h>
 
 #include <cerrno>
+#include <climits>
 
 #include "Logging/Log.h"
+#include "Messaging/MessageAddress.h"
 #include "Messaging/ZMQMessage.h"
 #include "Utils/TextUtils.h"
 
@@ -25,6 +27,7 @@ ZMQMessagePipeBase::ZMQMessagePipeBase(zmq::socket_t* socket, bool ownsSocket)
     if (m_ownsSocket) {
         m_socket->set(zmq::sockopt::linger, 0);
     }
+    m_unlimitedTimeout = m_receiveTimeout = m_socket->get(zmq::sockopt::rcvtimeo);
 }
 
 ZMQMessagePipeBase::~ZMQMessagePipeBase() {
@@ -42,20 +45,6 @@ AMessage* ZMQMessagePipeBase::DoNewMessage() {
 
 AChannelMessage* ZMQMessagePipeBase::DoNewChannelMessage() {
     return new ZMQChannelMessage;
-}
-
-void ZMQMessagePipeBase::WriteUInt32(std::uint8_t*& cursor, std::uint32_t value) {
-    for (int shift = 0; shift < 32; shift += 8) {
-        *cursor++ = static_cast<std::uint8_t>(value >> shift);
-    }
-}
-
-std::uint32_t ZMQMessagePipeBase::ReadUInt32(std::uint8_t const*& cursor) {
-    std::uint32_t value = 0;
-    for (int shift = 0; shift < 32; shift += 8) {
-        value |= static_cast<std::uint32_t>(*cursor++) << shift;
-    }
-    return value;
 }
 
 void ZMQMessagePipeBase::NoteForeignThread() const {
@@ -148,7 +137,16 @@ bool ZMQMessagePipeBase::SendMessages(int flags, Frames frames) {
 
 bool ZMQMessagePipeBase::RecvMessages(int flags, Frames frames) {
     std::lock_guard const lock(m_mutex);
+    SetReceiveTimeout(m_unlimitedTimeout);
     return frames.size() == 0 || ReportReceive(RecvFrames(flags, frames));
+}
+
+void ZMQMessagePipeBase::SetReceiveTimeout(int milliseconds) {
+    if (m_receiveTimeout != milliseconds) {
+        // A socket that refuses this refuses the receive that follows, too.
+        zmq_setsockopt(m_socket->handle(), ZMQ_RCVTIMEO, &milliseconds, sizeof milliseconds);
+        m_receiveTimeout = milliseconds;
+    }
 }
 
 std::optional<bool> ZMQMessagePipeBase::TrySend(Frames frames, std::chrono::milliseconds timeout,
@@ -168,6 +166,24 @@ std::optional<bool> ZMQMessagePipeBase::TrySend(Frames frames, std::chrono::mill
     return ReportSend(progress);
 }
 
+bool ZMQMessagePipeBase::PollForSend(int& flags, std::chrono::milliseconds timeout, bool* timedOut,
+                                     MessageAddress const& remote) {
+    bool const ready = PollFor(ZMQ_POLLOUT, flags, timeout, timedOut);
+    if (!ready) {
+        LOG_W("ZMQ_POLLOUT timed out for %s", remote.ToString().c_str());
+    }
+    return ready;
+}
+
+bool ZMQMessagePipeBase::Send(Frames frames, std::chrono::milliseconds timeout, bool* timedOut,
+                              MessageAddress const& remote) {
+    if (std::optional<bool> const sent = TrySend(frames, timeout, timedOut)) {
+        return *sent;
+    }
+    int flags = 0;
+    return PollForSend(flags, timeout, timedOut, remote) && FinishSend(flags, frames, timedOut);
+}
+
 bool ZMQMessagePipeBase::FinishSend(int flags, Frames frames, bool* timedOut) {
     bool const sent = SendMessages(flags, frames);
     if (!sent && (flags & ZMQ_DONTWAIT) != 0 && timedOut != nullptr) {
@@ -176,16 +192,35 @@ bool ZMQMessagePipeBase::FinishSend(int flags, Frames frames, bool* timedOut) {
     return sent;
 }
 
+std::optional<bool> ZMQMessagePipeBase::ReceiveWithin(Frames frames, std::chrono::milliseconds timeout,
+                                                      bool* timedOut) {
+    if (!WaitsInPoll(timeout) || timeout.count() > INT_MAX || IsLogged(LogLevel::Trace)) {
+        return std::nullopt;
+    }
+    if (timedOut != nullptr) {
+        *timedOut = false;
+    }
+    std::lock_guard const lock(m_mutex);
+    SetReceiveTimeout(static_cast<int>(timeout.count()));
+    Progress const progress = RecvFrames(0, frames);
+    if (progress.frames != 0) {
+        return ReportReceive(progress);
+    }
+    if (progress.error == EFSM) {
+        // The poll waits out even a socket that cannot become ready.
+        return std::nullopt;
+    }
+    if (progress.error != EAGAIN) {
+        LOG_E("Error in zmq_poll: %s", zmq_strerror(progress.error));
+    } else if (timedOut != nullptr) {
+        *timedOut = true;
+    }
+    return false;
+}
+
 bool ZMQMessagePipeBase::Receive(Frames frames, std::chrono::milliseconds timeout, bool* timedOut) {
-    if (WaitsInPoll(timeout) && !IsLogged(LogLevel::Trace)) {
-        if (timedOut != nullptr) {
-            *timedOut = false;
-        }
-        std::lock_guard const lock(m_mutex);
-        Progress const progress = RecvFrames(ZMQ_DONTWAIT, frames);
-        if (progress.frames != 0) {
-            return ReportReceive(progress);
-        }
+    if (std::optional<bool> const received = ReceiveWithin(frames, timeout, timedOut)) {
+        return *received;
     }
     int flags = 0;
     if (!PollFor(ZMQ_POLLIN, flags, timeout, timedOut)) {

@@ -4,12 +4,14 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <typeinfo>
 #include <utility>
 
 #include "ChannelData.pb.h"
 #include "Logging/Log.h"
 #include "Messaging/AMessageContext.h"
+#include "Messaging/MessageTypeName.h"
 #include "Messaging/ZMQMessagePipes.h"
 #include "Utils/ProtoDump.h"
 #include "Utils/TextUtils.h"
@@ -19,46 +21,37 @@ namespace {
 /// Two NULs and the channel id.
 constexpr std::size_t kHeaderOverhead = 2 + 4;
 
-zmq::message_t BuildHeader(ZMQChannelMessage const& message) {
-    std::string const& type = message.Type();
-    std::string const& channel = message.GetChannelName();
+zmq::message_t BuildHeader(std::string const& type, std::string const& channel, int channelId) {
     zmq::message_t header(type.size() + channel.size() + kHeaderOverhead);
     auto* cursor = header.data<std::uint8_t>();
-    for (std::string const* text : {&type, &channel}) {
-        std::memcpy(cursor, text->data(), text->size());
-        cursor += text->size();
-        *cursor++ = 0;
-    }
-    ZMQMessagePipeBase::WriteUInt32(cursor, static_cast<std::uint32_t>(message.GetChannelId()));
+    // With the terminators of the strings.
+    std::memcpy(cursor, type.c_str(), type.size() + 1);
+    cursor += type.size() + 1;
+    std::memcpy(cursor, channel.c_str(), channel.size() + 1);
+    cursor += channel.size() + 1;
+    ZMQMessagePipeBase::WriteUInt32(cursor, static_cast<std::uint32_t>(channelId));
     return header;
 }
 
-/// Takes the text up to the next NUL and moves behind it; nothing when there is none before the end.
-std::optional<std::string> ReadText(std::uint8_t const*& cursor, std::uint8_t const* end) {
-    std::size_t const left = static_cast<std::size_t>(end - cursor);
-    auto const* nul = left == 0 ? nullptr : static_cast<std::uint8_t const*>(std::memchr(cursor, 0, left));
-    if (nul == nullptr) {
-        return std::nullopt;
+/// Gives the message what the header says; false when it is not exactly a header: two texts, each up to a
+/// NUL, and the channel id.
+bool ParseHeader(zmq::message_t const& header, ZMQChannelMessage& message) {
+    std::string_view rest = header.to_string_view();
+    std::size_t const typeEnd = rest.find('\0');
+    if (typeEnd == std::string_view::npos) {
+        return false;
     }
-    std::string text(cursor, nul);
-    cursor = nul + 1;
-    return text;
-}
-
-/// A message with what the header says and no payload yet; null when it is not exactly a header.
-std::unique_ptr<ZMQChannelMessage> ParseHeader(zmq::message_t const& header) {
-    auto const* cursor = header.data<std::uint8_t>();
-    auto const* const end = cursor + header.size();
-    std::optional<std::string> const type = ReadText(cursor, end);
-    std::optional<std::string> const channel = type ? ReadText(cursor, end) : std::nullopt;
-    if (!channel || end - cursor != 4) {
-        return nullptr;
+    std::string_view const type = rest.substr(0, typeEnd);
+    rest.remove_prefix(typeEnd + 1);
+    std::size_t const channelEnd = rest.find('\0');
+    if (channelEnd == std::string_view::npos || rest.size() - channelEnd - 1 != 4) {
+        return false;
     }
-    auto message = std::make_unique<ZMQChannelMessage>();
-    message->SetType(*type);
-    message->SetChannelName(*channel);
-    message->SetChannelId(static_cast<int>(ZMQMessagePipeBase::ReadUInt32(cursor)));
-    return message;
+    auto const* id = reinterpret_cast<std::uint8_t const*>(rest.data() + channelEnd + 1);
+    message.SetTypeText(type);
+    message.SetChannelName(rest.substr(0, channelEnd));
+    message.SetChannelId(static_cast<int>(ZMQMessagePipeBase::ReadUInt32(id)));
+    return true;
 }
 
 /// Traces a channel sample in readable form, beside its bytes; nothing for an event of another kind. Costly:
@@ -90,27 +83,37 @@ bool ZMQMessagePipeEventSender::SendNext(AMessage const* message, std::chrono::m
         return false;
     }
     auto const& event = static_cast<ZMQChannelMessage const&>(*message);
-    zmq::message_t header = BuildHeader(event);
+    zmq::message_t header = BuildHeader(event.Type(), event.GetChannelName(), event.GetChannelId());
     Frames const frames = {&header, &event.GetBody()};
-
     if (!IsLogged(LogLevel::Verbose)) {
-        if (std::optional<bool> const sent = TrySend(frames, timeout, timedOut)) {
-            return *sent;
-        }
+        return Send(frames, timeout, timedOut, GetRemote());
     }
     int flags = 0;
-    if (!PollFor(ZMQ_POLLOUT, flags, timeout, timedOut)) {
-        LOG_W("ZMQ_POLLOUT timed out for %s", GetRemote().ToString().c_str());
+    if (!PollForSend(flags, timeout, timedOut, GetRemote())) {
         return false;
     }
-    if (IsLogged(LogLevel::Verbose)) {
-        LogSending(event);
-    }
+    LogSending(event);
     LOG_T("%s", HexDump(header.data(), header.size()).c_str());
     if (IsLogged(LogLevel::Trace)) {
         TraceSample("Sample out:", event);
     }
     return FinishSend(flags, frames, timedOut);
+}
+
+bool ZMQMessagePipeEventSender::SendProto(int channelId, std::string const& channelName,
+                                          google::protobuf::MessageLite const& proto,
+                                          std::chrono::milliseconds timeout, bool* timedOut) {
+    if (IsDisposed() || IsLogged(LogLevel::Verbose)) {
+        return AMessagePipeEventSender::SendProto(channelId, channelName, proto, timeout, timedOut);
+    }
+    std::string const& type = MessageTypeName(proto);
+    std::optional<zmq::message_t> body = ZMQMessageBody::Encode(proto);
+    if (!body) {
+        LOG_E("Failed to encode message to %s", type.c_str());
+        return false;
+    }
+    zmq::message_t header = BuildHeader(type, channelName, channelId);
+    return Send({&header, &*body}, timeout, timedOut, GetRemote());
 }
 
 void ZMQMessagePipeEventSender::LogSending(ZMQChannelMessage const& message) const {
@@ -142,17 +145,16 @@ AMessage* ZMQMessagePipeEventListener::ReceiveNext(std::chrono::milliseconds tim
     if (IsDisposed()) {
         return nullptr;
     }
+    std::unique_ptr<ZMQChannelMessage> message(
+        new ZMQChannelMessage);  // make_unique would clear its memory first
     zmq::message_t header;
-    zmq::message_t body;
-    if (!Receive({&header, &body}, timeout, timedOut)) {
+    if (!Receive({&header, &message->GetBody()}, timeout, timedOut)) {
         return nullptr;
     }
-    std::unique_ptr<ZMQChannelMessage> message = ParseHeader(header);
-    if (message == nullptr) {
+    if (!ParseHeader(header, *message)) {
         LOG_E("invalid event message frame: %s", HexDump(header.data(), header.size()).c_str());
         return nullptr;
     }
-    message->GetBody().swap(body);
     LOG_T("Read event data from %s:\n\t%s", GetRemote().ToString().c_str(),
           HexDump(message->GetBody().data(), message->GetBody().size()).c_str());
     if (IsLogged(LogLevel::Trace)) {

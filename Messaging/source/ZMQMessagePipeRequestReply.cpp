@@ -29,17 +29,7 @@ bool ZMQMessagePipeRequestReply::SendNext(AMessage const* message, std::chrono::
     auto const& zmqMessage = static_cast<ZMQMessage const&>(*message);
     zmq::message_t identity(GetSenderIdentity().data(), GetSenderIdentity().size());
     zmq::message_t type(zmqMessage.Type().data(), zmqMessage.Type().size());
-    Frames const frames = {&identity, &type, &zmqMessage.GetBody()};
-
-    if (std::optional<bool> const sent = TrySend(frames, timeout, timedOut)) {
-        return *sent;
-    }
-    int flags = 0;
-    if (!PollFor(ZMQ_POLLOUT, flags, timeout, timedOut)) {
-        LOG_W("ZMQ_POLLOUT timed out for %s", GetRemote().ToString().c_str());
-        return false;
-    }
-    return FinishSend(flags, frames, timedOut);
+    return Send({&identity, &type, &zmqMessage.GetBody()}, timeout, timedOut, GetRemote());
 }
 
 AMessage* ZMQMessagePipeRequestReply::ReceiveNext(std::chrono::milliseconds timeout, bool* timedOut) {
@@ -49,16 +39,16 @@ AMessage* ZMQMessagePipeRequestReply::ReceiveNext(std::chrono::milliseconds time
     if (IsDisposed()) {
         return nullptr;
     }
+    std::unique_ptr<ZMQMessage> message(new ZMQMessage);  // make_unique would clear its memory first
     zmq::message_t identity;
     zmq::message_t type;
-    zmq::message_t body;
-    if (!Receive({&identity, &type, &body}, timeout, timedOut)) {
+    if (!Receive({&identity, &type, &message->GetBody()}, timeout, timedOut)) {
         return nullptr;
     }
-    auto message = std::make_unique<ZMQMessage>();
-    message->SetSenderIdentity(identity.to_string());
-    message->SetType(type.to_string());
-    message->GetBody().swap(body);
+    if (!identity.empty()) {
+        message->SetSenderIdentity(identity.to_string());
+    }
+    message->SetTypeText(type.to_string_view());
     LOG_T("Read req/rep type + message frame: %s", message->Dump().c_str());
     return message.release();
 }

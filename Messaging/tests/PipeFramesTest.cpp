@@ -173,7 +173,25 @@ TEST_F(PipeFramesTest, AnIdleReaderTimesOutWithoutALine) {
             EXPECT_EQ(Next(reader, timeout, nullptr), nullptr);
         }
     }
+    // Also where nothing can come: a client that has not asked.
+    bool timedOut = false;
+    EXPECT_EQ(Next(Client("idle"), kShort, &timedOut), nullptr);
+    EXPECT_TRUE(timedOut);
     EXPECT_TRUE(log.Lines().empty()) << testing::PrintToString(log.Lines());
+}
+
+TEST_F(PipeFramesTest, ATimedReceiveLeavesTheLimitOfAnUnlimitedOneAlone) {
+    AMessagePipeRequestReply* client = Client("limit");
+    zmq::socket_t peer = Bind(ZMQ_REP, "limit");
+    ASSERT_TRUE(MessageUtils::Send(client, vq::vds::GetVersion(), kLimit, nullptr));
+    EXPECT_EQ(Next(client, std::chrono::milliseconds(1)), nullptr);
+    std::thread other([&] {
+        ReceiveFrames(peer);
+        std::this_thread::sleep_for(kShort);  // longer than the limit just used
+        SendFrames(peer, {"", "late", ""});
+    });
+    EXPECT_NE(Next(client, kUnlimited), nullptr);
+    other.join();
 }
 
 TEST_F(PipeFramesTest, AnUnansweredRequestBlocksTheClientUntilItsReplyWasRead) {

@@ -8,6 +8,9 @@
 #include "Messaging/MessageAddress.h"
 
 class AMessageContext;
+namespace google::protobuf {
+class MessageLite;
+}
 
 /// One end of a link: a socket with the frame format on top.
 ///
@@ -114,6 +117,14 @@ public:
     /// A new message for SendNext, owned by the caller. (SendNext refuses what NewMessage gives: an event
     /// always carries a channel id and name.)
     virtual AChannelMessage* NewChannelMessage() = 0;
+
+    /// Encodes and sends in one step, which spares the message object: what MessageUtils::SendEvent does
+    /// with NewChannelMessage, EncodeMessage and SendNext, and the default here.
+    /// @return false when the message lacks a required field or was not sent (logged, except on a disposed
+    ///         pipe)
+    virtual bool SendProto(int channelId, std::string const& channelName,
+                           google::protobuf::MessageLite const& proto, std::chrono::milliseconds timeout,
+                           bool* timedOut);
 
 private:
     AMessageContext* const m_context;

@@ -12,6 +12,7 @@
 
 class AChannelMessage;
 class AMessage;
+struct MessageAddress;
 
 /// The socket half of a pipe: waits, and whole multipart messages in and out under one mutex.
 ///
@@ -34,8 +35,18 @@ public:
     static AChannelMessage* DoNewChannelMessage();
 
     /// Four bytes, little-endian; the cursor moves behind them.
-    static void WriteUInt32(std::uint8_t*& cursor, std::uint32_t value);
-    static std::uint32_t ReadUInt32(std::uint8_t const*& cursor);
+    static void WriteUInt32(std::uint8_t*& cursor, std::uint32_t value) {
+        for (int shift = 0; shift < 32; shift += 8) {
+            *cursor++ = static_cast<std::uint8_t>(value >> shift);
+        }
+    }
+    static std::uint32_t ReadUInt32(std::uint8_t const*& cursor) {
+        std::uint32_t value = 0;
+        for (int shift = 0; shift < 32; shift += 8) {
+            value |= static_cast<std::uint32_t>(*cursor++) << shift;
+        }
+        return value;
+    }
 
     /// Prepares a send or receive.
     /// @param events    ZMQ_POLLIN or ZMQ_POLLOUT
@@ -54,14 +65,15 @@ public:
     bool RecvMessages(int flags, Frames frames);
 
 protected:
-    /// PollFor and SendMessages in one, without the wait: a poll costs more than a send that succeeds.
-    /// @return nothing when the ordinary way has to be taken: the socket is not ready, the timeout is none
-    /// that
-    ///         waits in PollFor, or the steps are to be traced. The frames are then untouched.
-    std::optional<bool> TrySend(Frames frames, std::chrono::milliseconds timeout, bool* timedOut);
+    /// PollFor and SendMessages in one.
+    /// @param remote  for the warning when the socket does not become ready
+    bool Send(Frames frames, std::chrono::milliseconds timeout, bool* timedOut, MessageAddress const& remote);
+    /// PollFor for a send, with the warning.
+    bool PollForSend(int& flags, std::chrono::milliseconds timeout, bool* timedOut,
+                     MessageAddress const& remote);
     /// SendMessages after PollFor: not ready when told not to wait counts as timed out.
     bool FinishSend(int flags, Frames frames, bool* timedOut);
-    /// PollFor and RecvMessages in one, with the poll only where nothing is there yet.
+    /// PollFor and RecvMessages in one.
     bool Receive(Frames frames, std::chrono::milliseconds timeout, bool* timedOut);
 
     /// Drops what RecvMessages left of the last message; true when there was anything.
@@ -76,9 +88,18 @@ private:
         int error = 0;           ///< of the frame behind them; 0 when there was none
         bool tooFew = false;     ///< received only: the message ended there
     };
-    // All three need m_mutex.
+    // Both need m_mutex.
     Progress SendFrames(int flags, Frames frames);
     Progress RecvFrames(int flags, Frames frames);
+    /// PollFor and SendMessages in one, without the wait: a poll costs more than a send that succeeds.
+    /// @return nothing when the ordinary way has to be taken: the socket is not ready, the timeout is none
+    /// that
+    ///         waits in PollFor, or the steps are to be traced. The frames are then untouched.
+    std::optional<bool> TrySend(Frames frames, std::chrono::milliseconds timeout, bool* timedOut);
+    /// PollFor and RecvMessages in one, by the socket's own time limit: a poll costs more than a receive.
+    /// @return as for TrySend
+    std::optional<bool> ReceiveWithin(Frames frames, std::chrono::milliseconds timeout, bool* timedOut);
+    void SetReceiveTimeout(int milliseconds);  // needs m_mutex
     bool ReportSend(Progress const& progress);
     static bool ReportReceive(Progress const& progress);
     void NoteForeignThread() const;
@@ -87,6 +108,9 @@ private:
     zmq::socket_t* m_socket;
     std::thread::id const m_ownerThread = std::this_thread::get_id();
     bool const m_ownsSocket;
+    // Of the socket; -1 for none. Guarded by m_mutex.
+    int m_unlimitedTimeout;       // what it came with: the limit of an unlimited receive
+    int m_receiveTimeout;         // what it is set to now
     bool m_extraFrames = false;   // guarded by m_mutex
     bool m_tooFewFrames = false;  // guarded by m_mutex
 };

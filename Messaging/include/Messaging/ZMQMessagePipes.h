@@ -35,6 +35,8 @@ public:
     AMessage* NewMessage() override { return DoNewMessage(); }
     bool SendNext(AMessage const* message, std::chrono::milliseconds timeout, bool* timedOut) override;
     AChannelMessage* NewChannelMessage() override { return DoNewChannelMessage(); }
+    bool SendProto(int channelId, std::string const& channelName, google::protobuf::MessageLite const& proto,
+                   std::chrono::milliseconds timeout, bool* timedOut) override;
 
 private:
     void LogSending(ZMQChannelMessage const& message) const;
