@@ -95,13 +95,11 @@ void ServeRegistration(RequestTable& table, ServerState& state, ServerControl& c
             return reply;
         });
     table.Serve<vq::vds::ReportSparseDeviceInitialized>(
-        [&state, &control](vq::vds::ReportSparseDeviceInitialized const& request) {
-            state.Heard(request.device_id(), Now());
-            ServerState::Refusal const refusal = state.ReportInitialized(request.device_id());
-            if (!refusal) {
-                control.AnnounceAgain(request.device_id());
-            }
-            return ReplyUnless<vq::vds::ReportSparseDeviceInitialized>(refusal);
+        [&state](vq::vds::ReportSparseDeviceInitialized const& request) {
+            TimePoint const now = Now();
+            state.Heard(request.device_id(), now);
+            return ReplyUnless<vq::vds::ReportSparseDeviceInitialized>(
+                state.ReportInitialized(request.device_id(), now));
         });
     table.Serve<vq::vds::UnregisterSparseDevice>([&state](vq::vds::UnregisterSparseDevice const& request) {
         return ReplyUnless<vq::vds::UnregisterSparseDevice>(

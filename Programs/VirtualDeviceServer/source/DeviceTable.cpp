@@ -66,6 +66,16 @@ std::vector<std::int32_t> DeviceTable::FindSilent(TimePoint since) const {
     return ids;
 }
 
+std::vector<std::int32_t> DeviceTable::FindFresh(TimePoint since) const {
+    std::vector<std::int32_t> ids;
+    for (auto const& [id, device] : m_devices) {
+        if (device.registered > since) {
+            ids.push_back(id);
+        }
+    }
+    return ids;
+}
+
 void DeviceTable::MarkAllHeard(TimePoint now) {
     for (auto& [id, device] : m_devices) {
         device.lastHeard = now;

@@ -47,9 +47,6 @@ public:
     virtual PublishingAddresses const& Addresses() const = 0;
     /// A new address for the device's data events; nothing when there is none to be had.
     virtual std::optional<MessageAddress> CreateDataEventAddress(std::int32_t deviceId) = 0;
-    /// The device's registration is announced a few times more: its listener may not have been attached yet
-    /// at the moment itself, and the device waits for the announcement.
-    virtual void AnnounceAgain(std::int32_t deviceId) = 0;
     /// The server ends once the present request is answered.
     virtual void Stop() = 0;
     /// It is on the way out: nothing new may register.

@@ -1,8 +1,9 @@
 #include "ServerEndpoints.h"
 
+#include <poll.h>
 #include <zmq.h>
 
-#include <cstdlib>
+#include <initializer_list>
 
 #include "AddressProbe.h"
 #include "Logging/Log.h"
@@ -27,10 +28,8 @@ std::string_view HostPart(std::string const& location) {
     return std::string_view(location).substr(0, location.rfind(':') + 1);
 }
 
-void LetLastMessagesLeave(AMessagePipe* pipe) {
-    if (auto* const base = dynamic_cast<ZMQMessagePipeBase*>(pipe); base != nullptr) {
-        base->GetSocket()->set(zmq::sockopt::linger, kLingerMs);
-    }
+zmq::socket_t* SocketOf(AMessagePipe* pipe) {
+    return dynamic_cast<ZMQMessagePipeBase&>(*pipe).GetSocket();
 }
 
 void Send(AMessagePipeEventSender* sender, google::protobuf::MessageLite const& event) {
@@ -111,7 +110,7 @@ void ServerEndpoints::Close() {
                                                                          m_heartbeat, m_memoryEvents}) {
         if (pipe != nullptr) {
             MessageAddress const address = pipe->GetRemote();
-            LetLastMessagesLeave(pipe);
+            SocketOf(pipe)->set(zmq::sockopt::linger, kLingerMs);
             m_provider->DisposePipe(pipe);
             if (address.transport == Transport::IPC) {
                 RemoveFile(address.location);
@@ -124,7 +123,21 @@ void ServerEndpoints::Close() {
 }
 
 void ServerEndpoints::Publish(google::protobuf::MessageLite const& event) {
+    LookForListeners();
     Send(m_events, event);
+}
+
+int ServerEndpoints::ListenersDescriptor() const {
+    return static_cast<int>(SocketOf(m_events)->get(zmq::sockopt::fd));
+}
+
+void ServerEndpoints::LookForListeners() {
+    pollfd changes{.fd = ListenersDescriptor(), .events = POLLIN, .revents = 0};
+    if (::poll(&changes, 1, 0) == 1) {
+        m_listenersChanged = std::chrono::steady_clock::now();
+        // A send looks for new listeners only when the last look is some time ago; this always does.
+        static_cast<void>(SocketOf(m_events)->get(zmq::sockopt::events));
+    }
 }
 
 void ServerEndpoints::PublishHeartbeat() {
@@ -134,7 +147,7 @@ void ServerEndpoints::PublishHeartbeat() {
 void ServerEndpoints::PublishHello() {
     vq::vds::HelloEvent hello;
     hello.set_text("hello");
-    Send(m_events, hello);
+    Publish(hello);
     Send(m_dataEvents, hello);
 }
 

@@ -40,8 +40,13 @@ public:
     AMessagePipeRequestReply& Requests() const { return *m_requests; }
     PublishingAddresses const& Addresses() const { return m_addresses; }
 
-    /// Publish on the event socket.
+    /// Publishes on the event socket, also to listeners that came in this moment.
     void Publish(google::protobuf::MessageLite const& event);
+    /// Descriptor that is readable when the event socket's listeners may have changed: LookForListeners then.
+    int ListenersDescriptor() const;
+    void LookForListeners();
+    /// When the listeners of the event socket may last have changed.
+    TimePoint ListenersChanged() const { return m_listenersChanged; }
     void PublishHeartbeat();
     /// Publishes something on the sockets that may have been silent for long: a socket that sends nothing
     /// keeps the remains of every listener that came and went.
@@ -65,6 +70,7 @@ private:
     /// keeps no shared memory, so that clients send nothing.
     AMessagePipeEventListener* m_memoryEvents = nullptr;
     PublishingAddresses m_addresses;
+    TimePoint m_listenersChanged{};
 };
 
 }  // namespace vq::server

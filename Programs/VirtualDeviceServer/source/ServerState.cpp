@@ -59,6 +59,7 @@ ServerState::Refusal ServerState::RegisterDevice(vq::vds::RegisterSparseDevice c
                                           .processId = description.process_id(),
                                           .secondProcessId = description.second_process_id(),
                                           .lastHeard = now,
+                                          .registered = now,
                                           .stats = std::nullopt});
     if (device == nullptr) {
         return "the server has no device id left";
@@ -67,7 +68,7 @@ ServerState::Refusal ServerState::RegisterDevice(vq::vds::RegisterSparseDevice c
     ++m_memoryRevision;
     LOG_I("Registered device '%s' with id %d at %s", device->name.c_str(), device->id,
           device->address.c_str());
-    PublishRegistration(*device);
+    PublishRegistration(*device, now);
     return std::nullopt;
 }
 
@@ -115,12 +116,14 @@ ServerState::Refusal ServerState::UnregisterChannels(vq::vds::UnregisterSparseDe
     return refusal;
 }
 
-ServerState::Refusal ServerState::ReportInitialized(std::int32_t deviceId) {
+ServerState::Refusal ServerState::ReportInitialized(std::int32_t deviceId, TimePoint now) {
     Device* const device = m_devices.Find(deviceId);
     if (device == nullptr) {
         return NoSuchDevice(deviceId);
     }
     device->initialized = true;
+    // Once more: the first may have come before the device's own listener was attached, and it waits for it.
+    PublishRegistration(*device, now);
     vq::vds::DeviceInitializedEvent event;
     event.set_name(device->name);
     event.set_type(device->type);
@@ -129,9 +132,12 @@ ServerState::Refusal ServerState::ReportInitialized(std::int32_t deviceId) {
     return std::nullopt;
 }
 
-void ServerState::AnnounceRegistration(std::int32_t deviceId) const {
-    if (Device const* const device = m_devices.Find(deviceId); device != nullptr) {
-        PublishRegistration(*device);
+void ServerState::AnnounceToNewListener(TimePoint came, TimePoint now) {
+    for (std::int32_t const id : m_devices.FindFresh(now - kFreshTime)) {
+        Device& device = *m_devices.Find(id);
+        if (device.announced < came) {
+            PublishRegistration(device, now);
+        }
     }
 }
 
@@ -371,7 +377,8 @@ bool ServerState::NoteReturn(std::string const& name) {
     return true;
 }
 
-void ServerState::PublishRegistration(Device const& device) const {
+void ServerState::PublishRegistration(Device& device, TimePoint now) const {
+    device.announced = now;
     vq::vds::DeviceRegisteredEvent event;
     event.set_name(device.name);
     event.set_type(device.type);

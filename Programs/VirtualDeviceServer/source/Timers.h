@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
-#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -21,24 +20,12 @@ public:
         m_timers.push_back({Clock::now() + first, std::move(task)});
     }
 
-    /// Something to do a single time.
-    void AddOnce(std::chrono::milliseconds delay, std::function<void()> task) {
-        m_once.push_back({Clock::now() + delay, std::move(task)});
-    }
-
     /// Calls what is due. A call that comes late is not made up for.
     void RunDue(Clock::time_point now) {
         for (Timer& timer : m_timers) {
             if (timer.due <= now) {
                 timer.due = now + timer.task(now);
             }
-        }
-        auto const firstDue = std::stable_partition(m_once.begin(), m_once.end(),
-                                                    [now](Once const& once) { return now < once.due; });
-        std::vector<Once> const due(std::make_move_iterator(firstDue), std::make_move_iterator(m_once.end()));
-        m_once.erase(firstDue, m_once.end());
-        for (Once const& once : due) {
-            once.task();
         }
     }
 
@@ -48,9 +35,6 @@ public:
         for (Timer const& timer : m_timers) {
             next = std::min(next, timer.due);
         }
-        for (Once const& once : m_once) {
-            next = std::min(next, once.due);
-        }
         return std::chrono::ceil<std::chrono::milliseconds>(std::max(next - now, Clock::duration::zero()));
     }
 
@@ -59,12 +43,7 @@ private:
         Clock::time_point due;
         Task task;
     };
-    struct Once {
-        Clock::time_point due;
-        std::function<void()> task;
-    };
     std::vector<Timer> m_timers;
-    std::vector<Once> m_once;
 };
 
 }  // namespace vq::server

@@ -42,12 +42,6 @@ constexpr std::array kAnnouncements = {milliseconds(100),  milliseconds(250),  m
                                        milliseconds(2000), milliseconds(3000), milliseconds(4000),
                                        milliseconds(5000), milliseconds(7000), milliseconds(10000)};
 
-/// When a registration is announced once more, after the device's bring-up. A subscription takes some
-/// milliseconds, and the whole bring-up may take less. The first repetition reaches a device that has just
-/// missed the announcement, at the cost of so much of its settling time; the later ones come when an ordinary
-/// bring-up is over, for a machine so busy that this was too early.
-constexpr std::array kRegistrationRepeats = {milliseconds(30), milliseconds(2500), milliseconds(6000)};
-
 std::string NameFromAddress(MessageAddress const& address) {
     std::string name = "vdserver";
     if (address == ServerOptions().address) {
@@ -94,7 +88,6 @@ private:
     std::optional<MessageAddress> CreateDataEventAddress(std::int32_t deviceId) override {
         return m_listeners->Create(deviceId);
     }
-    void AnnounceAgain(std::int32_t deviceId) override;
     void Stop() override { ++m_stopRequests; }
     bool IsStopping() const override { return m_stopping; }
 
@@ -162,6 +155,10 @@ bool VirtualDeviceServer::Implementation::Start() {
     auto const* const pipe = dynamic_cast<ZMQMessagePipeBase const*>(&m_endpoints.Requests());
     m_poll.Watch(static_cast<int>(pipe->GetSocket()->get(zmq::sockopt::fd)),
                  [this] { return ServeRequests(); });
+    m_poll.Watch(m_endpoints.ListenersDescriptor(), [this] {
+        m_endpoints.LookForListeners();
+        return false;
+    });
     LOG_I("Server '%s' takes requests at %s", m_options.name.c_str(), m_address.ToString().c_str());
     return true;
 }
@@ -221,12 +218,6 @@ void VirtualDeviceServer::Implementation::AddTimers() {
     m_timers.Add(kTick, [this](TimePoint now) { return Tick(now); });
     // At the time of the first announcement: before, nobody has had the time to listen.
     m_timers.Add(kAnnouncements.front(), [this](TimePoint) { return AnnounceFormerDevices(); });
-}
-
-void VirtualDeviceServer::Implementation::AnnounceAgain(std::int32_t deviceId) {
-    for (milliseconds const delay : kRegistrationRepeats) {
-        m_timers.AddOnce(delay, [this, deviceId] { m_state->AnnounceRegistration(deviceId); });
-    }
 }
 
 void VirtualDeviceServer::Implementation::Run() {
@@ -326,6 +317,7 @@ milliseconds VirtualDeviceServer::Implementation::Tick(TimePoint now) {
         m_state->MarkAllHeard(now);
     }
     m_lastTick = now;
+    m_state->AnnounceToNewListener(m_endpoints.ListenersChanged(), now);
     if (now - m_lastPruning >= m_state->pruneInterval) {
         m_lastPruning = now;
         m_state->PruneSilent(now);

@@ -36,9 +36,21 @@ TEST_F(DeviceRegistrationTest, RefusesWhatNobodyCouldReach) {
 TEST_F(DeviceRegistrationTest, AnnouncesEachStepToThoseWhoMayHaveMissedTheFirst) {
     std::int32_t const id = Register("a");
     Channels(id, {"p"}, {"o"}, true);
-    EXPECT_FALSE(state.ReportInitialized(id));
+    EXPECT_FALSE(state.ReportInitialized(id, now));
     EXPECT_THAT(TakeEvents(), ElementsAre("registered a 1", "a has p as producer", "a has o as observer",
                                           "p from a", "registered a 1", "initialized a 1"));
+}
+
+TEST_F(DeviceRegistrationTest, AListenerThatComesLateHearsOfFreshDevicesOnce) {
+    Register("old");
+    now += ServerState::kFreshTime;
+    Register("fresh");
+    TakeEvents();
+    state.AnnounceToNewListener(now, now + 1s);
+    EXPECT_THAT(TakeEvents(), IsEmpty()) << "who was there before the announcement has heard it";
+    state.AnnounceToNewListener(now + 1ms, now + 1s);
+    state.AnnounceToNewListener(now + 1ms, now + 1s);
+    EXPECT_THAT(TakeEvents(), ElementsAre("registered fresh 2"));
 }
 
 TEST_F(DeviceRegistrationTest, SameNameReplacesTheOldDevice) {
@@ -75,7 +87,7 @@ TEST_F(DeviceRegistrationTest, OperationsOnUnknownDevicesAreRefused) {
     vq::vds::SparseDeviceStatsUpdate stats;
     EXPECT_TRUE(state.RegisterChannels(channels, ids));
     EXPECT_TRUE(state.UnregisterChannels(removal));
-    EXPECT_TRUE(state.ReportInitialized(9));
+    EXPECT_TRUE(state.ReportInitialized(9, now));
     EXPECT_TRUE(state.UnregisterDevice(9, "a"));
     EXPECT_TRUE(state.UnregisterDevice(id, "b"));
     EXPECT_TRUE(state.PruneByName("b"));

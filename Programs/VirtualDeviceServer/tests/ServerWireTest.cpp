@@ -241,6 +241,19 @@ TEST_P(ServerWireTest, PublishesWhatHappensAndNoSocketStaysSilent) {
     heartbeat.Wait<vq::vds::ServerHeartbeat>();
 }
 
+TEST_P(ServerWireTest, AListenerThatIsAttachedLateStillHearsOfItsDevice) {
+    RawDevice const device(*m_client, "d");
+    vq::vds::ReportSparseDeviceInitialized report;
+    report.set_device_id(device.Id());
+    m_client->Get(report);
+    // Its first event, whatever that is, is passed over: the announcement has to come among the next ones,
+    // and so must be made again when a second listener comes.
+    std::string const address = m_client->Get(vq::vds::GetServerEventAddress()).address();
+    RawListener late(m_context, address, vq::vds::DeviceRegisteredEvent().GetTypeName());
+    RawListener const later(m_context, address);
+    EXPECT_EQ(late.Wait<vq::vds::DeviceRegisteredEvent>().name(), "d");
+}
+
 TEST_P(ServerWireTest, MalformedRequestsAreAnsweredAndHurtNobodyElse) {
     RawClient other(m_context, m_server->Address());
     std::string const big(1 << 20, 'x');

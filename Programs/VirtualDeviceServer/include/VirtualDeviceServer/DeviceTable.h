@@ -31,6 +31,9 @@ struct Device {
     bool initialized = false;
     /// When the device last gave a sign of life.
     TimePoint lastHeard{};
+    TimePoint registered{};
+    /// When its registration was last published.
+    TimePoint announced{};
     /// Its latest statistics, when it sent any.
     std::optional<vq::st::StatsCollection> stats;
 };
@@ -69,6 +72,8 @@ public:
 
     /// Devices that gave no sign of life after `since`.
     std::vector<std::int32_t> FindSilent(TimePoint since) const;
+    /// Devices that registered after `since`.
+    std::vector<std::int32_t> FindFresh(TimePoint since) const;
     /// Counts every device as heard now: for a server that could not listen itself.
     void MarkAllHeard(TimePoint now);
 

@@ -41,6 +41,9 @@ struct ServerMemory {
 /// Threads: one.
 class ServerState {
 public:
+    /// How long after its registration a device may wait for the event.
+    static constexpr std::chrono::seconds kFreshTime{15};
+
     using EventSink = std::function<void(google::protobuf::MessageLite const&)>;
     using Refusal = std::optional<std::string>;
     using Mappings = google::protobuf::RepeatedPtrField<vq::vds::DeviceAndChannel>;
@@ -57,9 +60,11 @@ public:
     Refusal RegisterChannels(vq::vds::RegisterSparseDeviceChannels const& request,
                              std::vector<std::int32_t>& ids);
     Refusal UnregisterChannels(vq::vds::UnregisterSparseDeviceChannels const& request);
-    Refusal ReportInitialized(std::int32_t deviceId);
-    /// Publishes the registration of a device once more; nothing when it is gone.
-    void AnnounceRegistration(std::int32_t deviceId) const;
+    Refusal ReportInitialized(std::int32_t deviceId, TimePoint now);
+    /// A listener has come: announces the devices again that registered a moment ago and were last announced
+    /// before. It may be the one of such a device, which waits for the event.
+    /// @param came  when it came
+    void AnnounceToNewListener(TimePoint came, TimePoint now);
     /// @param name  must be that of the device with the id
     Refusal UnregisterDevice(std::int32_t deviceId, std::string const& name);
     /// Removes every device of that name, as if it had fallen silent.
@@ -129,7 +134,7 @@ private:
     void RemoveCrashedApplication(Device const& device);
     /// True when a former device of that name was still missing.
     bool NoteReturn(std::string const& name);
-    void PublishRegistration(Device const& device) const;
+    void PublishRegistration(Device& device, TimePoint now) const;
     void PublishMapping(std::string const& channel) const;
     void PublishRemoval(std::string const& device, ChannelMap::Removal const& removal) const;
     void PublishUnregistered(std::string const& name, std::int32_t id) const;
