@@ -135,7 +135,9 @@ ServerState::Refusal ServerState::ReportInitialized(std::int32_t deviceId, TimeP
 void ServerState::AnnounceToNewListener(TimePoint came, TimePoint now) {
     for (std::int32_t const id : m_devices.FindFresh(now - kFreshTime)) {
         Device& device = *m_devices.Find(id);
-        if (device.announced < came) {
+        // The older, the rarer: many devices that start together must not drown each other in announcements.
+        bool const due = now - device.announced >= device.announced - device.registered;
+        if (device.announced < came && due) {
             PublishRegistration(device, now);
         }
     }

@@ -63,6 +63,12 @@ std::vector<std::string> RegistryLines() {
 
 class ServerProcessTest : public testing::TestWithParam<char const*> {
 protected:
+    void SetUp() override {
+        // What servers of the tests before may have left: they are killed at their end.
+        for (std::string const& name : GetDirectoryEntries(GetUserTempDirectory())) {
+            RemoveFile(GetUserTempDirectory() + name);
+        }
+    }
     static std::string IpcAddress(std::string const& name) { return "IPC:" + test::HomeDirectory() + name; }
     /// An address that a restarted server can take again.
     static std::string Address() {

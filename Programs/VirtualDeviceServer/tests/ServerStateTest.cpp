@@ -51,6 +51,10 @@ TEST_F(DeviceRegistrationTest, AListenerThatComesLateHearsOfFreshDevicesOnce) {
     state.AnnounceToNewListener(now + 1ms, now + 1s);
     state.AnnounceToNewListener(now + 1ms, now + 1s);
     EXPECT_THAT(TakeEvents(), ElementsAre("registered fresh 2"));
+    for (auto age = 1s; age < 2 * ServerState::kFreshTime; age += 1s) {
+        state.AnnounceToNewListener(now + age, now + age);
+    }
+    EXPECT_THAT(TakeEvents().size(), testing::AllOf(testing::Ge(2U), testing::Le(4U)));
 }
 
 TEST_F(DeviceRegistrationTest, SameNameReplacesTheOldDevice) {

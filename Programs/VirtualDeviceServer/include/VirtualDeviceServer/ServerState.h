@@ -62,7 +62,8 @@ public:
     Refusal UnregisterChannels(vq::vds::UnregisterSparseDeviceChannels const& request);
     Refusal ReportInitialized(std::int32_t deviceId, TimePoint now);
     /// A listener has come: announces the devices again that registered a moment ago and were last announced
-    /// before. It may be the one of such a device, which waits for the event.
+    /// before. It may be the one of such a device, which waits for the event. A device is announced so a few
+    /// times at most, however many listeners come.
     /// @param came  when it came
     void AnnounceToNewListener(TimePoint came, TimePoint now);
     /// @param name  must be that of the device with the id
