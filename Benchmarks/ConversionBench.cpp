@@ -16,8 +16,8 @@ constexpr std::size_t kBatch = 2000;
 /// A copy that the compiler must carry out; aligned, so that two of them cost the same.
 template <class Plain>
 struct CopyOf {
-    alignas(64) Plain from{};
-    alignas(64) Plain to{};
+    alignas(64) static inline Plain from{};
+    alignas(64) static inline Plain to{};
     void operator()() {
         benchmark::DoNotOptimize(from);
         to = from;
