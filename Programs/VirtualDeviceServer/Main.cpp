@@ -56,6 +56,8 @@ void AddOptions(CLI::App& app, Arguments& arguments, std::string& address) {
                  "Time that devices have to unregister when the server stops");
     app.add_option("--protocol-version", options.protocolVersion, "Protocol version to tell clients")
         ->capture_default_str();
+    app.add_option("--launch-from", options.launchDirectory,
+                   "Let clients start the programs in this directory (default: they may start none)");
     app.add_option("--ready-fd", arguments.readyDescriptor,
                    "Descriptor that also gets the line \"ready ADDRESS\" once the server can be reached");
     std::map<std::string, LogLevel> const levels = {{"error", LogLevel::Error},

@@ -14,6 +14,7 @@ void ServeDeviceApplications(RequestTable& table, ServerState& state, ServerCont
             }
             auto reply = std::make_unique<vq::vds::RegisterDeviceApplication::Reply>();
             reply->set_application_id(state.RegisterDeviceApplication(request));
+            control.Processes().Watch(request.process_id());
             return reply;
         });
     table.Serve<vq::vds::ReportDeviceApplicationInitialized>(

@@ -1,5 +1,3 @@
-#include <algorithm>
-
 #include "RequestTable.h"
 
 namespace vq::server {
@@ -124,38 +122,11 @@ void ServePruning(RequestTable& table, ServerState& state) {
     });
 }
 
-void ServeEventsAndStats(RequestTable& table, ServerState& state) {
+void ServeEvents(RequestTable& table, ServerState& state) {
     table.Serve<vq::vds::SendSparseDeviceEvent>([&state](vq::vds::SendSparseDeviceEvent const& request) {
         state.Heard(request.device_id(), Now());
         return ReplyUnlessOwn<vq::vds::SendSparseDeviceEvent>(state.PassOnEvent(request));
     });
-    table.Serve<vq::vds::SparseDeviceStatsUpdate>([&state](vq::vds::SparseDeviceStatsUpdate const& request) {
-        state.Heard(request.device_id(), Now());
-        return ReplyUnlessOwn<vq::vds::SparseDeviceStatsUpdate>(state.StoreStats(request));
-    });
-    table.Serve<vq::vds::GetDeviceStats>([&state](vq::vds::GetDeviceStats const& request) -> Answer {
-        for (std::string const& name : request.devices()) {
-            if (state.Devices().FindByName(name) == nullptr) {
-                return OwnError<vq::vds::GetDeviceStats>("there is no device '" + name + "'");
-            }
-        }
-        auto reply = std::make_unique<vq::vds::GetDeviceStats::Reply>();
-        for (auto const& [id, device] : state.Devices().All()) {
-            bool const asked = request.devices().empty() ||
-                               std::ranges::find(request.devices(), device.name) != request.devices().end();
-            if (asked && device.stats) {
-                vq::vds::DeviceStatEntry& entry = *reply->add_entries();
-                entry.set_device(device.name);
-                *entry.mutable_stats() = *device.stats;
-            }
-        }
-        return reply;
-    });
-    table.Serve<vq::vds::EnableAutomaticStatsCollection>(
-        [&state](vq::vds::EnableAutomaticStatsCollection const& request) {
-            state.automaticStats = request.enabled();
-            return Reply<vq::vds::EnableAutomaticStatsCollection>();
-        });
 }
 
 }  // namespace
@@ -164,7 +135,7 @@ void ServeDeviceRequests(RequestTable& table, ServerState& state, ServerControl&
     ServeLookups(table, state);
     ServeRegistration(table, state, control);
     ServePruning(table, state);
-    ServeEventsAndStats(table, state);
+    ServeEvents(table, state);
 }
 
 }  // namespace vq::server

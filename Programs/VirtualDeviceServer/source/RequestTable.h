@@ -5,6 +5,8 @@
 #include <string>
 #include <unordered_map>
 
+#include "ApplicationProcesses.h"
+#include "DeviceCommands.h"
 #include "ServerRequests.pb.h"
 #include "VirtualDeviceServer/ServerJournal.h"
 #include "VirtualDeviceServer/ServerState.h"
@@ -47,6 +49,8 @@ public:
     virtual PublishingAddresses const& Addresses() const = 0;
     /// A new address for the device's data events; nothing when there is none to be had.
     virtual std::optional<MessageAddress> CreateDataEventAddress(std::int32_t deviceId) = 0;
+    virtual DeviceCommands& Commands() = 0;
+    virtual ApplicationProcesses& Processes() = 0;
     /// The server ends once the present request is answered.
     virtual void Stop() = 0;
     /// It is on the way out: nothing new may register.
@@ -61,6 +65,9 @@ void ServeGeneralRequests(RequestTable& table, ServerControl& control);
 void ServeDeviceRequests(RequestTable& table, ServerState& state, ServerControl& control);
 void ServeChannelRequests(RequestTable& table, ServerState& state);
 void ServeApplicationRequests(RequestTable& table, ServerState& state, ServerControl& control);
+void ServeLaunchRequests(RequestTable& table, ServerState& state, ServerControl& control);
+void ServeStatsRequests(RequestTable& table, ServerState& state, ServerControl& control);
+void ServePropertyRequests(RequestTable& table, ServerState& state, ServerControl& control);
 
 /// @name Building answers
 ///@{

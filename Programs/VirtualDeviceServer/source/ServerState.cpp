@@ -11,8 +11,10 @@ namespace vq::server {
 
 namespace {
 
-/// Statistics of a device take at most this many bytes: they are kept for as long as the device lives.
+/// Statistics of a device, and the description of its settings, take at most this many bytes: they are kept
+/// for as long as the device lives.
 constexpr std::size_t kMaximumStatsBytes = 1U << 20U;
+constexpr std::size_t kMaximumPropertiesBytes = 1U << 20U;
 /// Longest device name, in bytes: it goes into logs, the journal and many events.
 constexpr std::size_t kMaximumNameBytes = 1024;
 
@@ -60,7 +62,8 @@ ServerState::Refusal ServerState::RegisterDevice(vq::vds::RegisterSparseDevice c
                                           .secondProcessId = description.second_process_id(),
                                           .lastHeard = now,
                                           .registered = now,
-                                          .stats = std::nullopt});
+                                          .stats = std::nullopt,
+                                          .properties = std::nullopt});
     if (device == nullptr) {
         return "the server has no device id left";
     }
@@ -188,6 +191,29 @@ ServerState::Refusal ServerState::StoreStats(vq::vds::SparseDeviceStatsUpdate co
     return std::nullopt;
 }
 
+std::vector<std::int32_t> ServerState::TakeDevicesToAsk() {
+    std::vector<std::int32_t> ids;
+    for (auto const& [id, device] : m_devices.All()) {
+        if (!device.askedForProperties) {
+            ids.push_back(id);
+            m_devices.Find(id)->askedForProperties = true;
+        }
+    }
+    return ids;
+}
+
+ServerState::Refusal ServerState::StoreProperties(std::int32_t deviceId,
+                                                  vq::sd::ConfigurationPropertyInfo const& properties) {
+    Device* const device = m_devices.Find(deviceId);
+    if (device == nullptr) {
+        return NoSuchDevice(deviceId);
+    }
+    bool const fits = properties.ByteSizeLong() <= kMaximumPropertiesBytes;
+    device->properties = fits ? properties : vq::sd::ConfigurationPropertyInfo();
+    ++m_propertyGeneration;
+    return fits ? std::nullopt : Refusal("the settings of device '" + device->name + "' are too large");
+}
+
 void ServerState::Heard(std::int32_t deviceId, TimePoint now) {
     if (Device* const device = m_devices.Find(deviceId); device != nullptr) {
         device->lastHeard = now;
@@ -282,6 +308,27 @@ ServerState::Refusal ServerState::UnregisterDeviceApplication(std::uint32_t id) 
     return std::nullopt;
 }
 
+void ServerState::EndApplicationsOf(std::int64_t processId, std::string const& how) {
+    std::vector<std::uint32_t> applications;
+    for (auto const& [id, application] : m_applications.DeviceApplications()) {
+        if (application.description.field_7() == processId) {
+            applications.push_back(id);
+        }
+    }
+    for (std::uint32_t const application : applications) {
+        std::vector<std::int32_t> devices;
+        for (auto const& [id, device] : m_devices.All()) {
+            if (device.processId == application) {
+                devices.push_back(id);
+            }
+        }
+        for (std::int32_t const id : devices) {
+            RemoveDevice(id, "its process has ended");
+        }
+        AnnounceCrash(application, "its process " + how);
+    }
+}
+
 std::uint32_t ServerState::RegisterSdkApplication(vq::vds::RegisterVQSDKApplication const& request) {
     auto const registered = m_applications.AddSdkApplication(request.name(), request.process_id());
     ++m_memoryRevision;
@@ -343,6 +390,7 @@ std::string ServerState::NoSuchDevice(std::int32_t id) {
 void ServerState::RemoveDevice(std::int32_t id, char const* reason) {
     std::string const name = m_devices.Find(id)->name;
     std::vector<ChannelMap::Removal> const removals = m_channels.UnregisterAll(id);
+    m_propertyGeneration += m_devices.Find(id)->properties.has_value();
     m_devices.Remove(id);
     ++m_memoryRevision;
     LOG_I("Device '%s' with id %d is gone (%s)", name.c_str(), id, reason);
@@ -360,12 +408,16 @@ void ServerState::RemoveCrashedApplication(Device const& device) {
     bool const hasOthers = std::ranges::any_of(
         m_devices.All(), [&](auto const& entry) { return entry.second.processId == device.processId; });
     if (!hasOthers) {
-        vq::vds::DeviceApplicationCrashedEvent event;
-        event.set_application_id(device.processId);
-        event.set_message("its last device '" + device.name + "' has fallen silent");
-        m_sink(event);
-        UnregisterDeviceApplication(device.processId);
+        AnnounceCrash(device.processId, "its last device '" + device.name + "' has fallen silent");
     }
+}
+
+void ServerState::AnnounceCrash(std::uint32_t application, std::string const& text) {
+    vq::vds::DeviceApplicationCrashedEvent event;
+    event.set_application_id(application);
+    event.set_message(text);
+    m_sink(event);
+    UnregisterDeviceApplication(application);
 }
 
 bool ServerState::NoteReturn(std::string const& name) {

@@ -12,6 +12,7 @@
 
 #include "DescriptorPoll.h"
 #include "DeviceListeners.h"
+#include "DeviceRequests.pb.h"
 #include "Logging/Log.h"
 #include "Messaging/AMessageContext.h"
 #include "Messaging/MessageUtils.h"
@@ -88,6 +89,8 @@ private:
     std::optional<MessageAddress> CreateDataEventAddress(std::int32_t deviceId) override {
         return m_listeners->Create(deviceId);
     }
+    DeviceCommands& Commands() override { return *m_commands; }
+    ApplicationProcesses& Processes() override { return *m_processes; }
     void Stop() override { ++m_stopRequests; }
     bool IsStopping() const override { return m_stopping; }
 
@@ -112,6 +115,8 @@ private:
     std::unique_ptr<ServerState> m_state;
     std::unique_ptr<ServerJournal> m_journal;
     std::unique_ptr<DeviceListeners> m_listeners;
+    std::unique_ptr<DeviceCommands> m_commands;
+    std::unique_ptr<ApplicationProcesses> m_processes;
     RequestTable m_requests;
     RegistryEntry m_registryEntry;
     Timers m_timers;
@@ -198,10 +203,17 @@ void VirtualDeviceServer::Implementation::OpenState(JournalContent const& former
     m_listeners = std::make_unique<DeviceListeners>(
         m_endpoints.Provider(), MessageAddress{m_options.address.location, m_options.address.transport, ""},
         m_poll, [this](std::int32_t id) { m_state->Heard(id, Timers::Clock::now()); });
+    m_commands = std::make_unique<DeviceCommands>(m_endpoints.Provider(), m_poll);
+    m_processes = std::make_unique<ApplicationProcesses>(
+        m_options.launchDirectory, m_address.ToString(), m_poll,
+        [this](std::int64_t id, std::string const& how) { m_state->EndApplicationsOf(id, how); });
     ServeGeneralRequests(m_requests, *this);
     ServeDeviceRequests(m_requests, *m_state, *this);
     ServeChannelRequests(m_requests, *m_state);
     ServeApplicationRequests(m_requests, *m_state, *this);
+    ServeLaunchRequests(m_requests, *m_state, *this);
+    ServeStatsRequests(m_requests, *m_state, *this);
+    ServePropertyRequests(m_requests, *m_state, *this);
     m_journal->Write({.memory = m_state->Memory(), .addresses = m_endpoints.Addresses()});
 }
 
@@ -234,6 +246,7 @@ void VirtualDeviceServer::Implementation::Run() {
             break;
         }
     }
+    m_commands.reset();
     m_listeners.reset();
     m_endpoints.Close();
     LOG_I("Server '%s' has stopped", m_options.name.c_str());
@@ -311,6 +324,8 @@ milliseconds VirtualDeviceServer::Implementation::AnnounceFormerDevices() {
 
 milliseconds VirtualDeviceServer::Implementation::Tick(TimePoint now) {
     m_listeners->ConnectNew();
+    m_commands->DropLate(now);
+    m_processes->Tick(now);
     if (now - m_lastTick > kTick + kStandstill) {
         LOG_W("The server stood still for %lld ms",
               static_cast<long long>(std::chrono::duration_cast<milliseconds>(now - m_lastTick).count()));
@@ -350,6 +365,10 @@ void VirtualDeviceServer::Implementation::BeginStop() {
     vq::vds::ServerStoppingEvent event;
     event.set_text("server '" + m_options.name + "' is stopping");
     m_endpoints.Publish(event);
+    // The event may miss a device that has just come.
+    for (auto const& [id, device] : m_state->Devices().All()) {
+        m_commands->Send(device, vq::sd::NotifyServerStopping(), m_options.stopGrace);
+    }
     m_timers.Add(m_options.stopGrace, [](TimePoint) { return milliseconds(100); });
 }
 

@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "DeviceEvents.pb.h"
 #include "Stats.pb.h"
 
 namespace vq::server {
@@ -36,6 +37,10 @@ struct Device {
     TimePoint announced{};
     /// Its latest statistics, when it sent any.
     std::optional<vq::st::StatsCollection> stats;
+    /// It is to be asked for its settings no more.
+    bool askedForProperties = false;
+    /// What it has said of its settings; empty when it has not answered.
+    std::optional<vq::sd::ConfigurationPropertyInfo> properties;
 };
 
 /// The registered devices, in the order of their registration. Ids count up and are never used twice.

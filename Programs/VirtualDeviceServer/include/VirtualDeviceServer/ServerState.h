@@ -72,6 +72,12 @@ public:
     Refusal PruneByName(std::string const& name);
     /// Publishes an event on behalf of a device.
     Refusal PassOnEvent(vq::vds::SendSparseDeviceEvent const& request);
+    /// The devices that are to be asked for their settings; each is named once.
+    std::vector<std::int32_t> TakeDevicesToAsk();
+    /// Keeps what a device has said of its settings; one that is too large counts as none.
+    Refusal StoreProperties(std::int32_t deviceId, vq::sd::ConfigurationPropertyInfo const& properties);
+    /// Counts the changes of what is kept of settings.
+    std::uint64_t PropertyGeneration() const { return m_propertyGeneration; }
     /// Keeps a device's latest statistics.
     Refusal StoreStats(vq::vds::SparseDeviceStatsUpdate const& request);
 
@@ -102,6 +108,9 @@ public:
     std::uint32_t RegisterDeviceApplication(vq::vds::RegisterDeviceApplication const& request);
     Refusal ReportApplicationInitialized(std::uint32_t id);
     Refusal UnregisterDeviceApplication(std::uint32_t id);
+    /// Removes the applications of a process that has ended without unregistering them, and their devices.
+    /// @param how  for the event, such as "was ended by signal 9"
+    void EndApplicationsOf(std::int64_t processId, std::string const& how);
     std::uint32_t RegisterSdkApplication(vq::vds::RegisterVQSDKApplication const& request);
     Refusal UnregisterSdkApplication(std::uint32_t id);
     ///@}
@@ -133,6 +142,7 @@ private:
     static std::string NoSuchDevice(std::int32_t id);
     void RemoveDevice(std::int32_t id, char const* reason);
     void RemoveCrashedApplication(Device const& device);
+    void AnnounceCrash(std::uint32_t application, std::string const& text);
     /// True when a former device of that name was still missing.
     bool NoteReturn(std::string const& name);
     void PublishRegistration(Device& device, TimePoint now) const;
@@ -147,6 +157,7 @@ private:
     /// By name. Several processes may have had a device of one name.
     std::map<std::string, FormerDevices> m_former;
     std::uint64_t m_memoryRevision = 0;
+    std::uint64_t m_propertyGeneration = 0;
 };
 
 }  // namespace vq::server

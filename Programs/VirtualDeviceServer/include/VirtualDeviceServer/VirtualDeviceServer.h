@@ -26,6 +26,8 @@ struct ServerOptions {
     /// How long, on the way out, devices have to say goodbye.
     std::chrono::milliseconds stopGrace{500};
     std::int32_t protocolVersion = 12;
+    /// Clients may have the programs in this directory started; empty: none.
+    std::string launchDirectory;
 };
 
 /// The server of virtual devices: keeps the registry of devices, channels and applications, maps channels to
