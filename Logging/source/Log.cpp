@@ -7,6 +7,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "Logging/LogConfig.h"
 
@@ -32,10 +33,11 @@ bool PrintInto(char* buffer, std::size_t size, char const* format, std::va_list 
 }
 
 /// Formats in the thread's buffer, or in a growing one on the heap when the text is longer.
-std::string FormatMessage(char const* format, std::va_list arguments) {
+void FormatMessage(std::string& message, char const* format, std::va_list arguments) {
     int result = 0;
     if (PrintInto(g_print_buffer, kPrintBufferSize, format, arguments, result)) {
-        return {g_print_buffer, static_cast<std::size_t>(result)};
+        message.assign(g_print_buffer, static_cast<std::size_t>(result));
+        return;
     }
     std::unique_ptr<char, Freed> buffer;
     std::size_t size = kPrintBufferSize;
@@ -47,15 +49,50 @@ std::string FormatMessage(char const* format, std::va_list arguments) {
         if (grown == nullptr) {
             std::fputs("*** out of memory allocating log buffer", stderr);
             std::fflush(stderr);
-            return format;
+            message = format;
+            return;
         }
         static_cast<void>(buffer.release());
         buffer.reset(static_cast<char*>(grown));
         if (PrintInto(buffer.get(), size, format, arguments, result)) {
-            return {buffer.get(), static_cast<std::size_t>(result)};
+            message.assign(buffer.get(), static_cast<std::size_t>(result));
+            return;
         }
     }
 }
+
+/// Lends a record the memory of the thread's last message, so that only a thread's first lines allocate. A
+/// record inside another, logged by a handler, finds none and allocates for itself.
+class MessageMemory {
+public:
+    explicit MessageMemory(std::string& message) : m_message(message) {
+        if (!t_ended) {
+            m_message = std::move(t_spare.text);
+            m_message.clear();
+        }
+    }
+    ~MessageMemory() {
+        if (!t_ended && m_message.capacity() <= kPrintBufferSize) {
+            t_spare.text = std::move(m_message);
+        }
+    }
+    MessageMemory(MessageMemory const&) = delete;
+    MessageMemory& operator=(MessageMemory const&) = delete;
+
+private:
+    struct Spare {
+        ~Spare() { t_ended = true; }
+        std::string text;
+    };
+    static thread_local Spare t_spare;
+    // Statements may still run behind the end of the thread's other objects: in destructors of static ones.
+    static constinit thread_local bool t_ended;
+
+    std::string& m_message;
+};
+
+thread_local MessageMemory::Spare MessageMemory::t_spare;
+constinit thread_local bool MessageMemory::t_ended = false;
 
 char const* OrEmpty(char const* text) {
     return text != nullptr ? text : "";
@@ -78,13 +115,14 @@ void LogInternal(bool plain, char const* tag, char const* file, int line, char c
     record.plain = plain;
     record.toStderr = level < LogLevel::Info;
 
+    MessageMemory const memory(record.message);
     std::va_list arguments;
     va_start(arguments, format);
     if (std::strcmp(format, "%s") == 0) {
         char const* const text = va_arg(arguments, char const*);
         record.message = text != nullptr ? text : "(null)";
     } else {
-        record.message = FormatMessage(format, arguments);
+        FormatMessage(record.message, format, arguments);
     }
     va_end(arguments);
     LogConfig::Instance().Dispatch(record);

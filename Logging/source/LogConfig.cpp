@@ -7,21 +7,49 @@
 #include <cstdlib>
 #include <new>
 #include <span>
-#include <thread>
 #include <utility>
 
-/// Marks a thread as being inside the handlers of a configuration.
+/// The handlers as they were at one moment; a few fit without an allocation.
+class LogConfig::HandlerList {
+public:
+    explicit HandlerList(std::vector<LogHandler*> const& handlers) : m_count(handlers.size()) {
+        if (m_count <= m_few.size()) {
+            std::copy(handlers.begin(), handlers.end(), m_few.begin());
+        } else {
+            m_many = handlers;
+        }
+    }
+    std::span<LogHandler* const> View() const {
+        return {m_count <= m_few.size() ? m_few.data() : m_many.data(), m_count};
+    }
+
+private:
+    std::size_t m_count;
+    std::array<LogHandler*, 4> m_few;
+    std::vector<LogHandler*> m_many;
+};
+
+/// A thread's stay in the handlers of a configuration; none of them is deleted meanwhile by another thread.
 class LogConfig::InHandlers {
 public:
-    explicit InHandlers(LogConfig& config) : m_config(config), m_outer(std::exchange(t_innermost, this)) {
-        m_config.m_inHandlers.fetch_add(1, std::memory_order_relaxed);
+    /// @param lock  holds the mutex of the configuration; given up at the end.
+    InHandlers(LogConfig& config, std::unique_lock<std::mutex> lock)
+        : m_config(config), m_handlers(config.m_handlers), m_outer(std::exchange(t_innermost, this)) {
+        ++m_config.m_inHandlers;
+        lock.unlock();
     }
     ~InHandlers() {
-        m_config.m_inHandlers.fetch_sub(1, std::memory_order_release);
         t_innermost = m_outer;
+        std::lock_guard const lock(m_config.m_mutex);
+        --m_config.m_inHandlers;
+        if (m_config.m_deleting != 0) {
+            m_config.m_left.notify_all();
+        }
     }
     InHandlers(InHandlers const&) = delete;
     InHandlers& operator=(InHandlers const&) = delete;
+
+    std::span<LogHandler* const> Handlers() const { return m_handlers.View(); }
 
     /// How often the calling thread itself is inside.
     static int CountOwn(LogConfig const& config) {
@@ -36,6 +64,7 @@ private:
     static thread_local InHandlers* t_innermost;
 
     LogConfig& m_config;
+    HandlerList const m_handlers;
     InHandlers* const m_outer;
 };
 
@@ -151,55 +180,29 @@ bool LogConfig::RemoveLogHandler(LogHandler* handler) {
 void LogConfig::DeleteHandlers(std::vector<LogHandler*> const& removed) {
     // Another thread may still be using them. One that stays, blocked in a write, keeps them for good.
     constexpr auto limit = std::chrono::seconds(1);
-    auto const end = std::chrono::steady_clock::now() + limit;
-    while (m_inHandlers.load(std::memory_order_acquire) > InHandlers::CountOwn(*this)) {
-        if (std::chrono::steady_clock::now() > end) {
-            return;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    for (LogHandler* handler : removed) {
-        delete handler;
+    int const own = InHandlers::CountOwn(*this);
+    std::unique_lock lock(m_mutex);
+    ++m_deleting;
+    bool const left = m_left.wait_for(lock, limit, [&] { return m_inHandlers <= own; });
+    --m_deleting;
+    lock.unlock();
+    if (left) {
+        std::for_each(removed.begin(), removed.end(), std::default_delete<LogHandler>());
     }
 }
 
-/// The handlers as they were at one moment; a few fit without an allocation.
-class LogConfig::HandlerList {
-public:
-    void Assign(std::vector<LogHandler*> const& handlers) {
-        m_count = handlers.size();
-        if (m_count <= m_few.size()) {
-            std::copy(handlers.begin(), handlers.end(), m_few.begin());
-        } else {
-            m_many = handlers;
-        }
-    }
-    std::span<LogHandler* const> View() const {
-        return {m_count <= m_few.size() ? m_few.data() : m_many.data(), m_count};
-    }
-
-private:
-    std::size_t m_count = 0;
-    std::array<LogHandler*, 4> m_few;
-    std::vector<LogHandler*> m_many;
-};
-
 void LogConfig::CallHandlers(LogRecord const& record) {
-    InHandlers const mark(*this);
-    HandlerList handlers;
-    {
-        std::unique_lock lock(m_mutex);
-        if (m_callback) {
-            LogCallback const callback = m_callback;
-            lock.unlock();
-            if (!callback(record)) {
-                return;
-            }
-            lock.lock();
+    std::unique_lock lock(m_mutex);
+    if (m_callback) {
+        LogCallback const callback = m_callback;
+        lock.unlock();
+        if (!callback(record)) {
+            return;
         }
-        handlers.Assign(m_handlers);
+        lock.lock();
     }
-    for (LogHandler* handler : handlers.View()) {
+    InHandlers const inside(*this, std::move(lock));
+    for (LogHandler* handler : inside.Handlers()) {
         if (record.plain || !handler->IsSilenced()) {
             handler->Log(record);
         }

@@ -6,6 +6,7 @@
 #include <ostream>
 #include <string_view>
 
+#include "LogPlace.h"
 #include "Utils/PathText.h"
 
 namespace {
@@ -59,7 +60,7 @@ constexpr auto npos = std::string_view::npos;
 
 /// The class of a qualified function name, or what stands before its only "::"; false without one.
 bool FindClassName(std::string_view function, std::string_view& name) {
-    std::size_t const last = function.rfind("::");
+    std::size_t const last = function.find(':') == npos ? npos : function.rfind("::");
     if (last == npos) {
         return false;
     }
@@ -77,23 +78,46 @@ std::string_view ViewOf(char const* text) {
     return text != nullptr ? std::string_view(text) : std::string_view();
 }
 
-void AppendShortLocation(std::string& out, LogRecord const& record, std::size_t maxLength) {
-    std::string_view const function = ViewOf(record.function);
-    std::string_view name;
-    if (FindClassName(function, name)) {
-        out += name.substr(0, maxLength);
-    } else if (TellsNothing(function)) {
-        if (record.file != nullptr) {
-            out += GetFileNameView(record.file).substr(0, maxLength);
-            out += ':';
-        }
+void AppendPlace(std::string& out, LogPlace const& place, LogRecord const& record) {
+    out += place.name;
+    if (place.HasColon(record)) {
+        out += ':';
+    }
+    if (place.withLine) {
         out += std::to_string(record.line);
-    } else {
-        out += function.substr(0, maxLength);
     }
 }
 
+void AppendInBrackets(std::string& out, LogPlace const& place, LogRecord const& record) {
+    out += '[';
+    AppendPlace(out, place, record);
+    out += "] ";
+}
+
 }  // namespace
+
+LogPlace LogPlace::FindShort(LogRecord const& record, std::size_t maxLength) {
+    std::string_view const function = ViewOf(record.function);
+    std::string_view name;
+    if (FindClassName(function, name)) {
+        return {name.substr(0, maxLength)};
+    }
+    if (TellsNothing(function)) {
+        return {GetFileNameView(ViewOf(record.file)).substr(0, maxLength), true};
+    }
+    return {function.substr(0, maxLength)};
+}
+
+LogPlace LogPlace::FindMedium(LogRecord const& record) {
+    if (record.file != nullptr) {
+        return {GetFileNameView(record.file), true};
+    }
+    return {record.function != nullptr ? record.function : "???"};
+}
+
+LogPlace LogPlace::FindForConsole(LogRecord const& record) {
+    return record.level > LogLevel::Error ? FindShort(record, kShortLocationLength) : FindMedium(record);
+}
 
 LogHandler::~LogHandler() = default;
 
@@ -120,29 +144,15 @@ LogColor LogHandler::GetLevelColor(LogLevel level) {
 }
 
 void LogHandler::FormatConsoleLocation(std::string& out, LogRecord const& record) {
-    if (record.level > LogLevel::Error) {
-        FormatShortLocation(out, record);
-    } else {
-        FormatMediumLocation(out, record);
-    }
+    AppendInBrackets(out, LogPlace::FindForConsole(record), record);
 }
 
 void LogHandler::FormatShortLocation(std::string& out, LogRecord const& record) {
-    out += '[';
-    AppendShortLocation(out, record, kShortLocationLength);
-    out += "] ";
+    AppendInBrackets(out, LogPlace::FindShort(record, kShortLocationLength), record);
 }
 
 void LogHandler::FormatMediumLocation(std::string& out, LogRecord const& record) {
-    out += '[';
-    if (record.file != nullptr) {
-        out += GetFileNameView(record.file);
-        out += ':';
-        out += std::to_string(record.line);
-    } else {
-        out += record.function != nullptr ? record.function : "???";
-    }
-    out += "] ";
+    AppendInBrackets(out, LogPlace::FindMedium(record), record);
 }
 
 void LogHandler::FormatLongLocation(std::string& out, LogRecord const& record) {
@@ -157,7 +167,7 @@ void LogHandler::FormatLongLocation(std::string& out, LogRecord const& record) {
 
 std::string LogHandler::GetShortLocation(LogRecord const& record, std::size_t maxLength) {
     std::string location;
-    AppendShortLocation(location, record, maxLength);
+    AppendPlace(location, LogPlace::FindShort(record, maxLength), record);
     return location;
 }
 
@@ -176,13 +186,9 @@ void LogHandler::FormatTime(std::ostream& stream, LogTimePoint time, bool longFo
 }
 
 void BaseStdioLogHandler::SetColor(std::stringstream& stream, LogColor color) const {
-    if (UsesColor()) {
-        stream << EscapeText(color);
-    }
+    stream << ColorText(color);
 }
 
-void BaseStdioLogHandler::SetColor(std::string& line, LogColor color) const {
-    if (UsesColor()) {
-        line += EscapeText(color);
-    }
+std::string_view BaseStdioLogHandler::FindColorText(LogColor color) {
+    return EscapeText(color);
 }

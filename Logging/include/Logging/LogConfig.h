@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -80,7 +81,9 @@ private:
     std::atomic<std::int32_t>& m_level;
     LogCallback m_callback;
     std::vector<LogHandler*> m_handlers;
-    std::atomic<int> m_inHandlers = 0;
+    int m_inHandlers = 0;  // how often threads are inside them
+    int m_deleting = 0;    // threads that wait for the others to leave
+    std::condition_variable m_left;
 };
 
 /// While it lives, every record goes to standard error through a handler of its own, and not to the

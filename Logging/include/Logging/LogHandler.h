@@ -7,6 +7,7 @@
 #include <iosfwd>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 #include "Logging/LogRecord.h"
 
@@ -90,11 +91,18 @@ public:
 
     /// Appends the escape text of a colour; nothing when colour is off.
     void SetColor(std::stringstream& stream, LogColor color) const;
-    void SetColor(std::string& line, LogColor color) const;
 
 protected:
+    /// The escape text of a colour, empty when colour is off.
+    std::string_view ColorText(LogColor color) const {
+        return UsesColor() ? FindColorText(color) : std::string_view();
+    }
+
     /// The stream written to, or null. Atomic, since one thread may give it up while another writes.
     std::atomic<std::FILE*> m_stream = nullptr;
+
+private:
+    static std::string_view FindColorText(LogColor color);
 };
 
 /// What makes the handlers.

@@ -12,5 +12,7 @@ public:
     void Log(LogRecord const& record) override;
 
 private:
-    std::string FormatLine(LogRecord const& record) const;
+    class Line;
+    void Format(Line& line, LogRecord const& record) const;
+    static void AddPlace(Line& line, LogRecord const& record);
 };
