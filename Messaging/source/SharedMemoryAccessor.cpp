@@ -173,6 +173,22 @@ std::uint64_t SharedMemoryAccessor::Size() {
     return m_memory != nullptr || (Exists() && m_memory != nullptr) ? m_memory->GetSize() : 0;
 }
 
+bool SharedMemoryAccessor::Recover() {
+    if (!Exists()) {
+        return false;
+    }
+    LOG_W("Replacing the mutex of shared memory '%s'", m_id.c_str());
+    SharedMutex mutex(m_mutexName);
+    if (!mutex.Delete() || !mutex.Create()) {
+        return false;
+    }
+    // Copies: the members are about to be replaced.
+    std::string const memoryName = m_memory->GetName();
+    std::string const generationName = m_generationMemory->GetName();
+    std::string const mutexName = m_mutexName;
+    return Init(memoryName, m_memory->GetSize(), generationName, mutexName);
+}
+
 bool SharedMemoryAccessor::CanAsk() const {
     VQ_CHECK(m_pipe != nullptr || m_id.empty());
     return m_pipe != nullptr;

@@ -33,27 +33,6 @@ zmq::message_t BuildHeader(std::string const& type, std::string const& channel, 
     return header;
 }
 
-/// Gives the message what the header says; false when it is not exactly a header: two texts, each up to a
-/// NUL, and the channel id.
-bool ParseHeader(zmq::message_t const& header, ZMQChannelMessage& message) {
-    std::string_view rest = header.to_string_view();
-    std::size_t const typeEnd = rest.find('\0');
-    if (typeEnd == std::string_view::npos) {
-        return false;
-    }
-    std::string_view const type = rest.substr(0, typeEnd);
-    rest.remove_prefix(typeEnd + 1);
-    std::size_t const channelEnd = rest.find('\0');
-    if (channelEnd == std::string_view::npos || rest.size() - channelEnd - 1 != 4) {
-        return false;
-    }
-    auto const* id = reinterpret_cast<std::uint8_t const*>(rest.data() + channelEnd + 1);
-    message.SetTypeText(type);
-    message.SetChannelName(rest.substr(0, channelEnd));
-    message.SetChannelId(static_cast<int>(ZMQMessagePipeBase::ReadUInt32(id)));
-    return true;
-}
-
 /// Traces a channel sample in readable form, beside its bytes; nothing for an event of another kind. Costly:
 /// only at trace level.
 void TraceSample(char const* what, ZMQChannelMessage const& message) {
@@ -67,6 +46,21 @@ void TraceSample(char const* what, ZMQChannelMessage const& message) {
 }
 
 }  // namespace
+
+std::optional<EventHeader> EventHeader::Parse(std::string_view frame) {
+    std::size_t const typeEnd = frame.find('\0');
+    if (typeEnd == std::string_view::npos) {
+        return std::nullopt;
+    }
+    std::string_view const rest = frame.substr(typeEnd + 1);
+    std::size_t const channelEnd = rest.find('\0');
+    if (channelEnd == std::string_view::npos || rest.size() - channelEnd - 1 != 4) {
+        return std::nullopt;
+    }
+    auto const* id = reinterpret_cast<std::uint8_t const*>(rest.data() + channelEnd + 1);
+    return EventHeader{frame.substr(0, typeEnd), rest.substr(0, channelEnd),
+                       static_cast<int>(ZMQMessagePipeBase::ReadUInt32(id))};
+}
 
 ZMQMessagePipeEventSender::ZMQMessagePipeEventSender(AMessageContext* context, MessageAddress remote,
                                                      zmq::socket_t* socket, bool ownsSocket)
@@ -116,6 +110,10 @@ bool ZMQMessagePipeEventSender::SendProto(int channelId, std::string const& chan
     return Send({&header, &*body}, timeout, timedOut, GetRemote());
 }
 
+bool ZMQMessagePipeEventSender::ForwardFrames(zmq::message_t& header, zmq::message_t& body) {
+    return !IsDisposed() && SendMessages(ZMQ_DONTWAIT, {&header, &body});
+}
+
 void ZMQMessagePipeEventSender::LogSending(ZMQChannelMessage const& message) const {
     std::string const& type = message.Type();
     // What comes many times a second would flood the log.
@@ -141,20 +139,31 @@ void ZMQMessagePipeEventListener::ListenTo(std::string const& prefix) {
     GetSocket()->set(zmq::sockopt::subscribe, prefix);
 }
 
-AMessage* ZMQMessagePipeEventListener::ReceiveNext(std::chrono::milliseconds timeout, bool* timedOut) {
-    if (IsDisposed()) {
-        return nullptr;
+std::optional<EventHeader> ZMQMessagePipeEventListener::ReceiveFrames(zmq::message_t& header,
+                                                                      zmq::message_t& body,
+                                                                      std::chrono::milliseconds timeout,
+                                                                      bool* timedOut) {
+    if (IsDisposed() || !Receive({&header, &body}, timeout, timedOut)) {
+        return std::nullopt;
     }
+    std::optional<EventHeader> const parsed = EventHeader::Parse(header.to_string_view());
+    if (!parsed) {
+        LOG_E("invalid event message frame: %s", HexDump(header.data(), header.size()).c_str());
+    }
+    return parsed;
+}
+
+AMessage* ZMQMessagePipeEventListener::ReceiveNext(std::chrono::milliseconds timeout, bool* timedOut) {
     std::unique_ptr<ZMQChannelMessage> message(
         new ZMQChannelMessage);  // make_unique would clear its memory first
     zmq::message_t header;
-    if (!Receive({&header, &message->GetBody()}, timeout, timedOut)) {
+    std::optional<EventHeader> const parsed = ReceiveFrames(header, message->GetBody(), timeout, timedOut);
+    if (!parsed) {
         return nullptr;
     }
-    if (!ParseHeader(header, *message)) {
-        LOG_E("invalid event message frame: %s", HexDump(header.data(), header.size()).c_str());
-        return nullptr;
-    }
+    message->SetTypeText(parsed->type);
+    message->SetChannelName(parsed->channel);
+    message->SetChannelId(parsed->channelId);
     LOG_T("Read event data from %s:\n\t%s", GetRemote().ToString().c_str(),
           HexDump(message->GetBody().data(), message->GetBody().size()).c_str());
     if (IsLogged(LogLevel::Trace)) {

@@ -207,6 +207,28 @@ TEST_F(SharedMemoryAccessorTest, ABufferIsMadeOnceJoinedByOthersAndResized) {
     EXPECT_TRUE(log.Has(LogLevel::Error, "Failed to fetch portable configuration for 'rigid'"));
 }
 
+TEST_F(SharedMemoryAccessorTest, ABufferThatADeadWriterLeftLockedIsHealed) {
+    SharedMemoryAccessor writer(m_pipe, "b", false);
+    ASSERT_TRUE(writer.Create(100, nullptr));
+    Write(writer, "before");
+    {
+        SharedMutex dead("b.mutex");
+        ASSERT_TRUE(dead.Open() && dead.Lock());
+    }
+    bool timedOut = false;
+    writer.Lock(Access::ReadWrite, milliseconds(20), &timedOut);
+    ASSERT_TRUE(timedOut) << "closing frees nothing";
+    SharedMemoryAccessor healer(m_pipe, "b", false);
+    ASSERT_TRUE(healer.Recover());
+    Write(healer, "after");
+    ASSERT_TRUE(writer.Reset());
+    auto const* const memory = static_cast<char const*>(writer.Lock(Access::Read, kLimit, &timedOut));
+    ASSERT_FALSE(timedOut);
+    EXPECT_EQ(std::string(memory), "after");
+    EXPECT_EQ(writer.Generation(), 2u);
+    EXPECT_FALSE(SharedMemoryAccessor(m_pipe, "none", false).Recover());
+}
+
 TEST_F(SharedMemoryAccessorTest, WithoutAServerTheNamesMustLeadSomewhere) {
     SharedMemoryAccessor owner(m_pipe, "b", false);
     ASSERT_TRUE(owner.Create(100, nullptr));

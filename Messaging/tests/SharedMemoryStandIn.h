@@ -61,7 +61,7 @@ protected:
         void* const memory =
             accessor.Lock(SharedMemory::Access::ReadWrite, std::chrono::seconds(30), nullptr);
         ASSERT_NE(memory, nullptr);
-        std::memcpy(memory, text.data(), text.size());
+        std::memcpy(memory, text.c_str(), text.size() + 1);
         bool const failed = accessor.Unlock(producer, {}, 0, SharedMemoryAccessor::kToEnd);
         EXPECT_FALSE(failed);
         EXPECT_FALSE(accessor.IsLocked());

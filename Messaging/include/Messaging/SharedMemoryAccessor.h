@@ -27,7 +27,7 @@ class PortableSharedMemoryConfiguration;
 ///
 /// Order of a write: mutex locked, memory mapped, data written, generation counted, server told, memory
 /// unmapped, mutex unlocked, channel's observers told. The mutex has no owner and does not nest: a process
-/// that dies between Lock and Unlock leaves the buffer locked for all until it is made anew.
+/// that dies between Lock and Unlock leaves the buffer locked for all until Recover or until it is made anew.
 ///
 /// A buffer that somebody else resized keeps its old size here until Reset(). Timeouts are in milliseconds,
 /// milliseconds::max() waits without limit; every `timedOut` may be null.
@@ -82,6 +82,12 @@ public:
     /// Asks the server to resize the buffer, or to create it when there is none; 15 s. Pointers into it are
     /// invalid afterwards, and it is not locked.
     bool Resize(std::uint64_t size);
+
+    /// Frees a buffer that a dead process left locked: replaces its mutex by a free one of the same name. As
+    /// with the registry's, whoever has the old one open goes on excluding only his like, and those who wait
+    /// for it wait on, until they open the buffer again by Reset().
+    /// @return false when there is no such buffer or the mutex cannot be made (logged).
+    bool Recover();
 
     /// Locks and maps. On an accessor that is locked it only maps.
     /// @param timedOut  set when the mutex stayed taken. The buffer is mapped all the same and not locked:

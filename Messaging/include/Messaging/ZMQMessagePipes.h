@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Messaging/AMessagePipe.h"
+#include "Messaging/EventHeader.h"
 #include "Messaging/ZMQMessage.h"
 #include "Messaging/ZMQMessagePipeBase.h"
 
@@ -38,6 +39,10 @@ public:
     bool SendProto(int channelId, std::string const& channelName, google::protobuf::MessageLite const& proto,
                    std::chrono::milliseconds timeout, bool* timedOut) override;
 
+    /// Passes an event on as it is, without waiting.
+    /// @param header, body  as ReceiveFrames gives them; their content is moved out
+    bool ForwardFrames(zmq::message_t& header, zmq::message_t& body);
+
 private:
     void LogSending(ZMQChannelMessage const& message) const;
 };
@@ -50,4 +55,10 @@ public:
 
     AMessage* ReceiveNext(std::chrono::milliseconds timeout, bool* timedOut) override;
     void ListenTo(std::string const& prefix) override;
+
+    /// ReceiveNext without a message: for who passes events on.
+    /// @param header, body  get the frames
+    /// @return what the header says, as views into it; nothing as ReceiveNext gives null
+    std::optional<EventHeader> ReceiveFrames(zmq::message_t& header, zmq::message_t& body,
+                                             std::chrono::milliseconds timeout, bool* timedOut);
 };

@@ -5,7 +5,6 @@
 #include <exception>
 #include <utility>
 
-#include "ChannelData.pb.h"
 #include "Logging/Log.h"
 #include "Messaging/ZMQMessageContext.h"
 #include "ServerEndpoints.h"
@@ -38,8 +37,12 @@ int DescriptorOf(ZMQMessagePipeBase const& pipe) {
 }  // namespace
 
 DeviceListeners::DeviceListeners(ZMQMessagePipeProvider& provider, MessageAddress server,
-                                 DescriptorPoll& poll, OnHeard onHeard)
-    : m_provider(provider), m_server(std::move(server)), m_poll(poll), m_onHeard(std::move(onHeard)) {}
+                                 DescriptorPoll& poll, OnHeard onHeard, OnEvent onEvent)
+    : m_provider(provider),
+      m_server(std::move(server)),
+      m_poll(poll),
+      m_onHeard(std::move(onHeard)),
+      m_onEvent(std::move(onEvent)) {}
 
 DeviceListeners::~DeviceListeners() {
     for (auto& [id, listener] : m_listeners) {
@@ -101,7 +104,7 @@ std::unique_ptr<ZMQMessagePipeEventListener> DeviceListeners::Connect(MessageAdd
     socket->connect(UrlOf(address));
     auto pipe = std::make_unique<ZMQMessagePipeEventListener>(context, address, socket.get(), true);
     static_cast<void>(socket.release());
-    pipe->ListenTo(vq::ch::HelloDataEvent::default_instance().GetTypeName());
+    pipe->ListenTo("");
     return pipe;
 }
 
@@ -111,8 +114,12 @@ bool DeviceListeners::Drain(std::int32_t deviceId, ZMQMessagePipeEventListener& 
     int count = 0;
     while (!timedOut && count < kBatch) {
         // What cannot be read is consumed and logged by the pipe; it is no sign of life.
-        std::unique_ptr<AMessage> const message(pipe.ReceiveNext(std::chrono::milliseconds(0), &timedOut));
-        heard |= message != nullptr;
+        zmq::message_t header;
+        zmq::message_t body;
+        if (auto const parsed = pipe.ReceiveFrames(header, body, std::chrono::milliseconds(0), &timedOut)) {
+            heard = true;
+            m_onEvent(*parsed, header, body);
+        }
         ++count;
     }
     if (heard) {

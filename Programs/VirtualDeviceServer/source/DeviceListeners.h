@@ -19,12 +19,15 @@ namespace vq::server {
 class DeviceListeners {
 public:
     using OnHeard = std::function<void(std::int32_t deviceId)>;
+    using OnEvent =
+        std::function<void(EventHeader const& parsed, zmq::message_t& header, zmq::message_t& body)>;
 
     /// @param provider  the server's; outlives this object, as the poll does
     /// @param server    the server's address
     /// @param onHeard   called for every sign of life
+    /// @param onEvent   gets every event as it came; may take the frames
     DeviceListeners(ZMQMessagePipeProvider& provider, MessageAddress server, DescriptorPoll& poll,
-                    OnHeard onHeard);
+                    OnHeard onHeard, OnEvent onEvent);
     DeviceListeners(DeviceListeners const&) = delete;
     DeviceListeners& operator=(DeviceListeners const&) = delete;
     ~DeviceListeners();
@@ -55,6 +58,7 @@ private:
     MessageAddress const m_server;
     DescriptorPoll& m_poll;
     OnHeard const m_onHeard;
+    OnEvent const m_onEvent;
     Listeners m_listeners;
     std::vector<std::int32_t> m_new;
     std::uint64_t m_created = 0;

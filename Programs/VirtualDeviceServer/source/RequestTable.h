@@ -8,8 +8,10 @@
 #include "ApplicationProcesses.h"
 #include "DeviceCommands.h"
 #include "ServerRequests.pb.h"
+#include "VirtualDeviceServer/ChannelDataStore.h"
 #include "VirtualDeviceServer/ServerJournal.h"
 #include "VirtualDeviceServer/ServerState.h"
+#include "VirtualDeviceServer/SharedMemoryStore.h"
 #include "VirtualDeviceServer/VirtualDeviceServer.h"
 
 namespace vq::server {
@@ -51,6 +53,8 @@ public:
     virtual std::optional<MessageAddress> CreateDataEventAddress(std::int32_t deviceId) = 0;
     virtual DeviceCommands& Commands() = 0;
     virtual ApplicationProcesses& Processes() = 0;
+    /// Broadcasts the latest sample of every channel again.
+    virtual void ResendLatestSamples() = 0;
     /// The server ends once the present request is answered.
     virtual void Stop() = 0;
     /// It is on the way out: nothing new may register.
@@ -60,7 +64,7 @@ protected:
     ~ServerControl() = default;
 };
 
-// Enter the handlers of one family of requests. State and control outlive the table.
+// Enter the handlers of one family of requests. What they are given outlives the table.
 void ServeGeneralRequests(RequestTable& table, ServerControl& control);
 void ServeDeviceRequests(RequestTable& table, ServerState& state, ServerControl& control);
 void ServeChannelRequests(RequestTable& table, ServerState& state);
@@ -68,6 +72,8 @@ void ServeApplicationRequests(RequestTable& table, ServerState& state, ServerCon
 void ServeLaunchRequests(RequestTable& table, ServerState& state, ServerControl& control);
 void ServeStatsRequests(RequestTable& table, ServerState& state, ServerControl& control);
 void ServePropertyRequests(RequestTable& table, ServerState& state, ServerControl& control);
+void ServeChannelDataRequests(RequestTable& table, ChannelDataStore& store, ServerControl& control);
+void ServeSharedMemoryRequests(RequestTable& table, SharedMemoryStore& store, ServerControl& control);
 
 /// @name Building answers
 ///@{

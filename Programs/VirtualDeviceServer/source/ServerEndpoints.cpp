@@ -73,13 +73,14 @@ bool ServerEndpoints::OpenPublishers(MessageAddress const& server, PublishingAdd
     m_events = OpenSender(server, "serverEvents", former.events);
     m_dataEvents = OpenSender(server, "serverDataEvents", former.dataEvents);
     m_heartbeat = OpenSender(server, "serverHeartbeat", former.heartbeat);
-    m_memoryEvents = m_provider->GetEventListener(Choose(server, "serverMemoryEvents", former.memoryEvents),
-                                                  "memoryEvents", SocketRole::Bind);
+    m_memoryEvents = static_cast<ZMQMessagePipeEventListener*>(m_provider->GetEventListener(
+        Choose(server, "serverMemoryEvents", former.memoryEvents), "memoryEvents", SocketRole::Bind));
     if (m_events == nullptr || m_dataEvents == nullptr || m_heartbeat == nullptr ||
         m_memoryEvents == nullptr) {
         LOG_E("Cannot publish beside %s", server.ToString().c_str());
         return false;
     }
+    m_memoryEvents->ListenTo(vq::vds::SharedMemoryModifiedEvent::default_instance().GetTypeName());
     m_addresses = {.events = m_events->GetRemote(),
                    .dataEvents = m_dataEvents->GetRemote(),
                    .heartbeat = m_heartbeat->GetRemote(),
@@ -87,10 +88,11 @@ bool ServerEndpoints::OpenPublishers(MessageAddress const& server, PublishingAdd
     return true;
 }
 
-AMessagePipeEventSender* ServerEndpoints::OpenSender(MessageAddress const& server, char const* logicalName,
-                                                     MessageAddress const& former) {
+ZMQMessagePipeEventSender* ServerEndpoints::OpenSender(MessageAddress const& server, char const* logicalName,
+                                                       MessageAddress const& former) {
     MessageAddress const chosen = Choose(server, logicalName, former);
-    AMessagePipeEventSender* const sender = m_provider->GetEventSender(chosen, logicalName, SocketRole::Bind);
+    auto* const sender = static_cast<ZMQMessagePipeEventSender*>(
+        m_provider->GetEventSender(chosen, logicalName, SocketRole::Bind));
     if (sender != nullptr && chosen == former && sender->GetRemote() != former) {
         LOG_W("%s is taken: who listened there must be started again", former.ToString().c_str());
     }
@@ -118,7 +120,8 @@ void ServerEndpoints::Close() {
         }
     }
     m_requests = nullptr;
-    m_events = m_dataEvents = m_heartbeat = nullptr;
+    m_events = m_heartbeat = nullptr;
+    m_dataEvents = nullptr;
     m_memoryEvents = nullptr;
 }
 

@@ -5,6 +5,7 @@
 
 #include "Messaging/AMessagePipe.h"
 #include "Messaging/ZMQMessagePipeProvider.h"
+#include "Messaging/ZMQMessagePipes.h"
 #include "VirtualDeviceServer/ServerJournal.h"
 
 namespace google::protobuf {
@@ -40,6 +41,15 @@ public:
     AMessagePipeRequestReply& Requests() const { return *m_requests; }
     PublishingAddresses const& Addresses() const { return m_addresses; }
 
+    /// Where clients tell of writes to shared memory.
+    ZMQMessagePipeEventListener& MemoryEvents() const { return *m_memoryEvents; }
+
+    /// Broadcasts a device's data event to all who listen. A listener that falls behind loses what finds no
+    /// room in the queue of its socket; nobody waits for it.
+    /// @param header, body  the frames; their content is moved out
+    void Broadcast(zmq::message_t& header, zmq::message_t& body) {
+        m_dataEvents->ForwardFrames(header, body);
+    }
     /// Publishes on the event socket, also to listeners that came in this moment.
     void Publish(google::protobuf::MessageLite const& event);
     /// Descriptor that is readable when the event socket's listeners may have changed: LookForListeners then.
@@ -55,8 +65,8 @@ public:
 private:
     bool OpenRequests(MessageAddress const& address);
     bool OpenPublishers(MessageAddress const& server, PublishingAddresses const& former);
-    AMessagePipeEventSender* OpenSender(MessageAddress const& server, char const* logicalName,
-                                        MessageAddress const& former);
+    ZMQMessagePipeEventSender* OpenSender(MessageAddress const& server, char const* logicalName,
+                                          MessageAddress const& former);
     /// The former address, if it can be bound again, else the logical one.
     static MessageAddress Choose(MessageAddress const& server, char const* logicalName,
                                  MessageAddress const& former);
@@ -64,11 +74,10 @@ private:
     ZMQMessagePipeProvider* m_provider = nullptr;
     AMessagePipeRequestReply* m_requests = nullptr;
     AMessagePipeEventSender* m_events = nullptr;
-    AMessagePipeEventSender* m_dataEvents = nullptr;
+    ZMQMessagePipeEventSender* m_dataEvents = nullptr;
     AMessagePipeEventSender* m_heartbeat = nullptr;
-    /// Its address is part of the server's line in the registry. It listens to nothing as long as the server
-    /// keeps no shared memory, so that clients send nothing.
-    AMessagePipeEventListener* m_memoryEvents = nullptr;
+    /// Its address is part of the server's line in the registry.
+    ZMQMessagePipeEventListener* m_memoryEvents = nullptr;
     PublishingAddresses m_addresses;
     TimePoint m_listenersChanged{};
 };

@@ -91,6 +91,7 @@ private:
     }
     DeviceCommands& Commands() override { return *m_commands; }
     ApplicationProcesses& Processes() override { return *m_processes; }
+    void ResendLatestSamples() override;
     void Stop() override { ++m_stopRequests; }
     bool IsStopping() const override { return m_stopping; }
 
@@ -98,7 +99,10 @@ private:
     void OpenState(JournalContent const& former);
     bool EnterRegistry();
     void AddTimers();
+    void OpenListeners();
+    void Watch(ZMQMessagePipeBase const& pipe, bool (Implementation::*serve)());
     bool ServeRequests();
+    bool TakeMemoryEvents();
     void AnswerRequest(AMessage const& message, bool malformed);
     void Reply(google::protobuf::MessageLite const& answer);
     void NoteChanges();
@@ -114,6 +118,8 @@ private:
     ServerEndpoints m_endpoints;
     std::unique_ptr<ServerState> m_state;
     std::unique_ptr<ServerJournal> m_journal;
+    std::unique_ptr<ChannelDataStore> m_channelData;
+    std::unique_ptr<SharedMemoryStore> m_sharedMemory;
     std::unique_ptr<DeviceListeners> m_listeners;
     std::unique_ptr<DeviceCommands> m_commands;
     std::unique_ptr<ApplicationProcesses> m_processes;
@@ -157,15 +163,20 @@ bool VirtualDeviceServer::Implementation::Start() {
     }
     OpenState(former);
     AddTimers();
-    auto const* const pipe = dynamic_cast<ZMQMessagePipeBase const*>(&m_endpoints.Requests());
-    m_poll.Watch(static_cast<int>(pipe->GetSocket()->get(zmq::sockopt::fd)),
-                 [this] { return ServeRequests(); });
     m_poll.Watch(m_endpoints.ListenersDescriptor(), [this] {
         m_endpoints.LookForListeners();
         return false;
     });
+    Watch(dynamic_cast<ZMQMessagePipeBase const&>(m_endpoints.Requests()), &Implementation::ServeRequests);
+    Watch(m_endpoints.MemoryEvents(), &Implementation::TakeMemoryEvents);
     LOG_I("Server '%s' takes requests at %s", m_options.name.c_str(), m_address.ToString().c_str());
     return true;
+}
+
+void VirtualDeviceServer::Implementation::Watch(ZMQMessagePipeBase const& pipe,
+                                                bool (Implementation::*serve)()) {
+    m_poll.Watch(static_cast<int>(pipe.GetSocket()->get(zmq::sockopt::fd)),
+                 [this, serve] { return (this->*serve)(); });
 }
 
 bool VirtualDeviceServer::Implementation::CheckOptions() const {
@@ -196,13 +207,13 @@ bool VirtualDeviceServer::Implementation::EnterRegistry() {
 }
 
 void VirtualDeviceServer::Implementation::OpenState(JournalContent const& former) {
-    m_state = std::make_unique<ServerState>(
-        [this](google::protobuf::MessageLite const& event) { m_endpoints.Publish(event); }, former.memory);
+    auto const publish = [this](google::protobuf::MessageLite const& event) { m_endpoints.Publish(event); };
+    m_state = std::make_unique<ServerState>(publish, former.memory);
     m_state->pruneAfter = m_options.pruneAfter;
-    // Addresses on this server's place: those of the devices are derived from it.
-    m_listeners = std::make_unique<DeviceListeners>(
-        m_endpoints.Provider(), MessageAddress{m_options.address.location, m_options.address.transport, ""},
-        m_poll, [this](std::int32_t id) { m_state->Heard(id, Timers::Clock::now()); });
+    m_channelData = std::make_unique<ChannelDataStore>(
+        publish, [this](std::string_view name) { return m_state->Channels().Contains(name); });
+    m_sharedMemory = std::make_unique<SharedMemoryStore>(m_address, publish);
+    OpenListeners();
     m_commands = std::make_unique<DeviceCommands>(m_endpoints.Provider(), m_poll);
     m_processes = std::make_unique<ApplicationProcesses>(
         m_options.launchDirectory, m_address.ToString(), m_poll,
@@ -214,7 +225,20 @@ void VirtualDeviceServer::Implementation::OpenState(JournalContent const& former
     ServeLaunchRequests(m_requests, *m_state, *this);
     ServeStatsRequests(m_requests, *m_state, *this);
     ServePropertyRequests(m_requests, *m_state, *this);
+    ServeChannelDataRequests(m_requests, *m_channelData, *this);
+    ServeSharedMemoryRequests(m_requests, *m_sharedMemory, *this);
     m_journal->Write({.memory = m_state->Memory(), .addresses = m_endpoints.Addresses()});
+}
+
+void VirtualDeviceServer::Implementation::OpenListeners() {
+    // Addresses on this server's place: those of the devices are derived from it.
+    m_listeners = std::make_unique<DeviceListeners>(
+        m_endpoints.Provider(), MessageAddress{m_options.address.location, m_options.address.transport, ""},
+        m_poll, [this](std::int32_t id) { m_state->Heard(id, Timers::Clock::now()); },
+        [this](EventHeader const& parsed, zmq::message_t& header, zmq::message_t& body) {
+            m_channelData->Keep(parsed, header, body);
+            m_endpoints.Broadcast(header, body);
+        });
 }
 
 void VirtualDeviceServer::Implementation::AddTimers() {
@@ -248,6 +272,7 @@ void VirtualDeviceServer::Implementation::Run() {
     }
     m_commands.reset();
     m_listeners.reset();
+    m_sharedMemory.reset();
     m_endpoints.Close();
     LOG_I("Server '%s' has stopped", m_options.name.c_str());
 }
@@ -266,6 +291,27 @@ bool VirtualDeviceServer::Implementation::ServeRequests() {
         }
     }
     return true;
+}
+
+bool VirtualDeviceServer::Implementation::TakeMemoryEvents() {
+    ZMQMessagePipeEventListener& pipe = m_endpoints.MemoryEvents();
+    for (int i = 0; i < kRequestBatch; ++i) {
+        bool timedOut = false;
+        std::unique_ptr<AMessage> const message(pipe.ReceiveNext(milliseconds(0), &timedOut));
+        if (timedOut) {
+            return false;
+        }
+        vq::vds::SharedMemoryModifiedEvent event;
+        if (pipe.GetContext()->DecodeMessage(message.get(), event)) {
+            m_sharedMemory->NoteWrite(event);
+        }
+    }
+    return true;
+}
+
+void VirtualDeviceServer::Implementation::ResendLatestSamples() {
+    m_channelData->ForEachLatest(
+        [this](zmq::message_t& header, zmq::message_t& body) { m_endpoints.Broadcast(header, body); });
 }
 
 void VirtualDeviceServer::Implementation::AnswerRequest(AMessage const& message, bool malformed) {
@@ -326,6 +372,7 @@ milliseconds VirtualDeviceServer::Implementation::Tick(TimePoint now) {
     m_listeners->ConnectNew();
     m_commands->DropLate(now);
     m_processes->Tick(now);
+    m_channelData->DropUnregistered();
     if (now - m_lastTick > kTick + kStandstill) {
         LOG_W("The server stood still for %lld ms",
               static_cast<long long>(std::chrono::duration_cast<milliseconds>(now - m_lastTick).count()));

@@ -38,6 +38,15 @@ double ProcessorTime(pid_t pid) {
     return ticks / static_cast<double>(::sysconf(_SC_CLK_TCK));
 }
 
+/// Memory that a process has in use, in MiB.
+double ResidentMiB(pid_t pid) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/statm");
+    double total = 0;
+    double resident = 0;
+    file >> total >> resident;
+    return resident * static_cast<double>(::sysconf(_SC_PAGESIZE)) / (1 << 20);
+}
+
 /// What a device has open towards the server.
 struct LoadedDevice {
     RawClient client;
@@ -107,6 +116,56 @@ TEST(ServerLoadTest, HoldsTwoHundredDevicesUnderRequestsWithoutLosingOne) {
         "%d devices registered in %.2f s; %d requests one after the other in %.2f s (%.0f a second), "
         "%.0f us of the server's processor time each, hellos included\n",
         kDevices, bringUp, kRequests, elapsed, kRequests / elapsed, processor / kRequests * 1e6);
+}
+
+TEST(ServerLoadTest, AListenerThatStandsStillCostsTheServerABoundedQueue) {
+    constexpr int kEvents = 10000;
+    constexpr int kWindow = 100;
+    test::ChildProcess server(
+        {VDSERVER_PATH, "--address", "IPC:" + test::HomeDirectory() + "still", "--log-level", "warning"});
+    std::string const address =
+        server.ReadLineWith("ready ", std::chrono::milliseconds(kPatienceMs)).value_or("");
+    ASSERT_FALSE(address.empty());
+    zmq::context_t context;
+    RawClient client(context, address);
+    RawDevice device(client, "d");
+    device.ServeChannel("x");
+    std::string const broadcast = client.Get(vq::vds::GetServerDataEventBroadcastAddress()).address();
+    zmq::socket_t still = MakeSocket(context, ZMQ_SUB);
+    zmq::socket_t busy = MakeSocket(context, ZMQ_SUB);
+    for (zmq::socket_t* const socket : {&still, &busy}) {
+        socket->set(zmq::sockopt::rcvhwm, socket == &still ? 1 : 1000);
+        socket->set(zmq::sockopt::subscribe, "vq.ch.");
+        socket->connect(Url(broadcast));
+    }
+    busy.set(zmq::sockopt::rcvtimeo, 20);
+    for (int i = 0; i < 3000 && ReceiveFrames(busy).empty(); ++i) {
+        device.SayHello();
+    }
+    busy.set(zmq::sockopt::rcvtimeo, kPatienceMs);
+
+    std::vector<std::string> const event = {std::string("vq.ch.AudioBufferChannelDataEvent\0x\0\1\0\0\0", 40),
+                                            std::string(65536, 'a')};
+    double most = 0;
+    auto const start = Clock::now();
+    for (int sent = 0; sent < kEvents; sent += kWindow) {
+        for (int i = 0; i < kWindow; ++i) {
+            device.Publish(event);
+        }
+        for (int received = 0; received < kWindow;) {
+            std::vector<std::string> const frames = ReceiveFrames(busy);
+            ASSERT_FALSE(frames.empty());
+            received += frames == event;
+        }
+        most = std::max(most, ResidentMiB(server.Pid()));
+    }
+    double const elapsed = Seconds(Clock::now() - start);
+    // A queue of a thousand events, and what is on the way.
+    EXPECT_LT(most, 400);
+    server.Signal(SIGTERM);
+    EXPECT_EQ(server.WaitForExit(std::chrono::milliseconds(kPatienceMs)), 0) << server.DrainOutput();
+    std::printf("%d events of 64 KiB passed on in %.2f s, the server held at most %.0f MiB\n", kEvents,
+                elapsed, most);
 }
 
 }  // namespace

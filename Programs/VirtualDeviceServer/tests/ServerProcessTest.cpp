@@ -13,6 +13,7 @@
 #include "TestSupport/ChildProcess.h"
 #include "TestSupport/TestHome.h"
 #include "Utils/OSUtils.h"
+#include "Utils/SharedMutex.h"
 
 namespace vq::server {
 namespace {
@@ -142,6 +143,33 @@ TEST_P(ServerProcessTest, ARestartAfterACrashCallsTheFormerDevicesToRegisterAnew
         EXPECT_EQ(events.Wait<vq::vds::DeviceUnregisteredEvent>().name(), "second");
     }
     EXPECT_EQ(server->End(SIGTERM), 0);
+}
+
+TEST_P(ServerProcessTest, SharedMemoryOfADeadServerIsRemovedByTheNext) {
+    std::string const address = Address();
+    std::optional<ServerProcess> server(address);
+    RawClient client(m_context, address);
+    vq::vds::CreateServerSharedMemory request;
+    request.set_memory_id("camera");
+    request.set_size(100);
+    request.set_resizable(false);
+    auto const former = client.Get(request);
+    // Somebody died in the middle of a write.
+    SharedMutex held(former.mutex_name());
+    ASSERT_TRUE(held.Open() && held.Lock());
+    server->End(SIGKILL);
+    std::string const file = GetUserTempDirectory() + former.memory_name();
+    EXPECT_TRUE(FileExists(file) && SharedMutex(former.mutex_name()).Exists());
+
+    server.emplace(address);
+    EXPECT_FALSE(FileExists(file) || SharedMutex(former.mutex_name()).Exists());
+    vq::vds::FindServerSharedMemory find;
+    find.set_memory_id("camera");
+    EXPECT_FALSE(client.Get(find).found());
+    SharedMutex free(client.Get(request).mutex_name());
+    EXPECT_TRUE(free.Open() && free.Lock(0ms, nullptr));
+    EXPECT_EQ(server->End(SIGTERM), 0);
+    EXPECT_FALSE(free.Exists());
 }
 
 TEST_P(ServerProcessTest, ASilentDeviceIsPruned) {

@@ -3,83 +3,20 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include <filesystem>
-#include <fstream>
-#include <future>
+#include <atomic>
 #include <thread>
 
-#include "Messaging/AMessageManager.h"
-#include "Messaging/ZMQMessageContext.h"
 #include "RawClient.h"
+#include "RunningServer.h"
 #include "TestSupport/LogCapture.h"
 #include "TestSupport/TestHome.h"
 #include "Utils/OSUtils.h"
-#include "VirtualDeviceServer/VirtualDeviceServer.h"
 
 namespace vq::server {
 namespace {
 
 using testing::HasSubstr;
 using namespace std::chrono_literals;
-
-ServerOptions Options(std::string const& address) {
-    ServerOptions options;
-    options.address = MessageAddress::FromString(address);
-    options.dataDirectory = test::HomeDirectory() + "data";
-    options.heartbeatPeriod = 50ms;
-    std::filesystem::create_directory(options.dataDirectory);
-    std::ofstream(options.dataDirectory + "/ShimMultiDeviceManifest.json") << "{}";
-    return options;
-}
-
-/// A server on a thread of its own; stopped at the end.
-class RunningServer {
-public:
-    explicit RunningServer(ServerOptions const& options) {
-        std::promise<bool> started;
-        m_thread = std::thread([this, options, &started] {
-            VirtualDeviceServer server(options);
-            bool const good = server.Start();
-            if (good) {
-                m_server = &server;
-                m_address = server.GetAddress().ToString();
-            }
-            started.set_value(good);
-            if (good) {
-                server.Run();
-            }
-        });
-        m_good = started.get_future().get();
-    }
-    ~RunningServer() {
-        Stop();
-        Join();
-    }
-    void Stop() {
-        if (m_good && m_thread.joinable()) {
-            m_server->RequestStop();
-        }
-    }
-    void Join() {
-        if (m_thread.joinable()) {
-            m_thread.join();
-        }
-    }
-    bool IsGood() const { return m_good; }
-    std::string const& Address() const { return m_address; }
-
-private:
-    VirtualDeviceServer* m_server = nullptr;
-    std::string m_address;
-    bool m_good = false;
-    std::thread m_thread;
-};
-
-zmq::context_t& SharedContext() {
-    auto* const context =
-        AMessageManager::Instance().GetContext(MessageAddress::FromString("LOOPBACK:context"));
-    return *static_cast<ZMQMessageContext*>(context)->GetZMQContext();
-}
 
 /// By transport: every test runs over each. In-process addresses need the server's own socket context.
 class ServerWireTest : public testing::TestWithParam<char const*> {
@@ -145,6 +82,13 @@ std::vector<Exchange> AllExchanges() {
     auto const stats = [](auto& m) { m.set_name("d"), m.mutable_stats(); };
     auto const event = [](auto& m) { m.set_event_type("t"), m.set_event_data("d"); };
     auto const program = [](auto& m) { m.set_name("app"), m.set_process_id(5); };
+    auto const badChannel = [](auto& m) { m.set_channel("none"); };
+    auto const memory = [](auto& m) { m.set_memory_id("/some/memory"); };
+    auto const badMemory = [](auto& m) { m.set_memory_id("none"); };
+    auto const size = [](std::uint64_t bytes) {
+        return [bytes](auto& m) { m.set_size(bytes), m.set_resizable(true); };
+    };
+    auto const configuration = [](auto& m) { FillConfiguration(*m.mutable_configuration()); };
     constexpr char kReply[] = ".Reply", kOwn[] = ".Error", kError[] = "vq.vds.Error";
 
     std::vector<Exchange> all;
@@ -189,9 +133,28 @@ std::vector<Exchange> AllExchanges() {
         Expect<RegisterVQSDKApplication>(kReply, program), Expect<GetVQSDKApplicationInfos>(kReply),
         Expect<UnregisterVQSDKApplication>(kReply, [](auto& m) { m.set_application_id(2); }),
         Expect<UnregisterVQSDKApplication>(kError, application));
+    add(Expect<ResendLatestChannelData>(kReply), Expect<GetLatestChannelData>(kReply),
+        Expect<SetAbsoluteChannelData>(kOwn), Expect<GetAbsoluteChannelData>(kOwn, badChannel),
+        Expect<ResetAbsoluteChannelData>(kOwn, badChannel));
+    add(Expect<CreateServerSharedMemory>(kReply, memory, size(5)),
+        Expect<CreateServerSharedMemory>(kError, memory, size(5)),
+        Expect<CreateServerSharedMemory>(kError, badMemory, size(0)),
+        Expect<CreateServerSharedMemory>(kError, badMemory, size(std::uint64_t{1} << 60)),
+        Expect<FindServerSharedMemory>(kReply, memory), Expect<FindServerSharedMemory>(kReply, badMemory),
+        Expect<ResizeServerSharedMemory>(kReply, memory, [](auto& m) { m.set_size(9000); }),
+        Expect<ResizeServerSharedMemory>(kError, memory, [](auto& m) { m.set_size(0); }),
+        Expect<ResizeServerSharedMemory>(kError, badMemory, [](auto& m) { m.set_size(1); }),
+        Expect<GetPortableSharedMemoryConfiguration>(".NotPortable", memory),
+        Expect<SetPortableSharedMemoryConfiguration>(kReply, memory, configuration),
+        Expect<GetPortableSharedMemoryConfiguration>(kReply, memory),
+        Expect<ClearPortableSharedMemoryConfiguration>(kReply, memory),
+        Expect<SetPortableSharedMemoryConfiguration>(kError, badMemory, configuration),
+        Expect<GetPortableSharedMemoryConfiguration>(kError, badMemory),
+        Expect<ClearPortableSharedMemoryConfiguration>(kError, badMemory),
+        Expect<DeleteServerSharedMemory>(kReply, memory), Expect<DeleteServerSharedMemory>(kError, memory));
     // Known to the protocol and not served; unknown to it; and without what it requires.
-    add(Expect<ResendLatestChannelData>(kError), Expect<GetLogParameters>(kError), Expect<Empty>(kError),
-        Expect<GetDeviceInfo>(kError), Expect<RegisterSparseDevice>(kError));
+    add(Expect<GetLogParameters>(kError), Expect<Empty>(kError), Expect<GetDeviceInfo>(kError),
+        Expect<RegisterSparseDevice>(kError));
     return all;
 }
 

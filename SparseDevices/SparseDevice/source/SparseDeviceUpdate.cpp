@@ -3,6 +3,7 @@
 
 #include "ChannelData.pb.h"
 #include "Logging/Log.h"
+#include "Messaging/AMessage.h"
 #include "Messaging/AMessageContext.h"
 #include "Messaging/ChannelFactory.h"
 #include "Messaging/ChannelObserver.h"
@@ -155,8 +156,17 @@ bool SparseDevice::DistributeEvents() {
     }
     LOG_T("Checking %lu event messages from %lu readers (%lu channels)", m_available.size(), m_readers.size(),
           m_observers.size());
+    SortArrivals();
+    auto next = m_arrivals.cbegin();
     for (auto const& [name, observer] : m_observers) {
-        std::vector<AChannelMessage*> const messages = FilterChannelMessages(observer.get(), m_available);
+        std::list<AvailableReaderMessage> ofChannel;
+        for (; next != m_arrivals.cend() && next->channel <= name; ++next) {
+            if (next->channel == name) {
+                ofChannel.splice(ofChannel.end(), m_available, next->entry);
+            }
+        }
+        std::vector<AChannelMessage*> const messages = FilterChannelMessages(observer.get(), ofChannel);
+        m_available.splice(m_available.end(), ofChannel);
         result &= observer->UpdateFromEvents(messages);
         for (AChannelMessage* const message : messages) {
             delete message;
@@ -167,6 +177,21 @@ bool SparseDevice::DistributeEvents() {
     }
     DropUnconsumed();
     return result;
+}
+
+void SparseDevice::SortArrivals() {
+    // In the order of the observers, so that each message is looked at for its own channel only: the step
+    // costs what its messages cost, however many channels there are.
+    m_arrivals.clear();
+    for (auto entry = m_available.begin(); entry != m_available.end(); ++entry) {
+        auto const* const message = dynamic_cast<AChannelMessage const*>(entry->message);
+        m_arrivals.push_back(
+            {message != nullptr ? message->GetChannelName() : std::string_view(), m_arrivals.size(), entry});
+    }
+    std::sort(m_arrivals.begin(), m_arrivals.end(), [](Arrival const& left, Arrival const& right) {
+        int const order = left.channel.compare(right.channel);
+        return order != 0 ? order < 0 : left.number < right.number;
+    });
 }
 
 void SparseDevice::DropUnconsumed() {

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -70,6 +73,8 @@ public:
     /// Every mapping as (device, channel name), the devices of a channel in their rank.
     std::vector<std::pair<std::int32_t, std::string>> Mappings() const;
 
+    /// Whether a device has registered a channel of that name.
+    bool Contains(std::string_view name) const { return m_idByName.find(name) != m_idByName.end(); }
     /// Every channel in the order of the ids.
     std::vector<Channel const*> All() const;
     /// Names of the channels that a device has registered in that role.
@@ -93,7 +98,11 @@ private:
     void DropIfUnused(std::int32_t channelId);
 
     std::map<std::int32_t, Entry> m_entries;
-    std::unordered_map<std::string, std::int32_t> m_idByName;
+    struct NameHash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>()(name); }
+    };
+    std::unordered_map<std::string, std::int32_t, NameHash, std::equal_to<>> m_idByName;
     std::int32_t m_nextId;
 };
 

@@ -40,6 +40,7 @@ public:
     virtual void UpdateObserverChannelMapping();
 
     /// Takes the messages for one observer (its reader, its channel name, a type it accepts) out of the list.
+    /// A step offers each message to the observer of its channel name alone.
     /// @return the messages in order of arrival; the caller owns them.
     virtual std::vector<AChannelMessage*> FilterChannelMessages(ChannelObserver* observer,
                                                                 std::list<AvailableReaderMessage>& messages);

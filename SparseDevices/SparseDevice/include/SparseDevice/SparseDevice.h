@@ -2,12 +2,14 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <list>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -243,6 +245,7 @@ private:
     bool UpdateProducers();
     bool SendHelloEvents();
     bool DistributeEvents();
+    void SortArrivals();
     void DropUnconsumed();
     bool DispatchEvents();
     bool ServeRequest(AMessage* message);
@@ -309,4 +312,11 @@ private:
     bool m_reinitializing = false;
     /// Scratch of a step, kept so that an idle step allocates nothing.
     std::list<AvailableReaderMessage> m_available;
+    /// A message of m_available by its channel.
+    struct Arrival {
+        std::string_view channel;
+        std::size_t number;
+        std::list<AvailableReaderMessage>::iterator entry;
+    };
+    std::vector<Arrival> m_arrivals;  // kept for its room
 };

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <string>
+#include <thread>
+
+#include "Messaging/AMessageManager.h"
+#include "Messaging/ZMQMessageContext.h"
+#include "ServerRequests.pb.h"
+#include "TestSupport/TestHome.h"
+#include "VirtualDeviceServer/VirtualDeviceServer.h"
+
+namespace vq::server {
+
+inline ServerOptions Options(std::string const& address) {
+    ServerOptions options;
+    options.address = MessageAddress::FromString(address);
+    options.dataDirectory = test::HomeDirectory() + "data";
+    options.heartbeatPeriod = std::chrono::milliseconds(50);
+    std::filesystem::create_directory(options.dataDirectory);
+    std::ofstream(options.dataDirectory + "/ShimMultiDeviceManifest.json") << "{}";
+    return options;
+}
+
+/// A server on a thread of its own; stopped at the end.
+class RunningServer {
+public:
+    explicit RunningServer(ServerOptions const& options) {
+        std::promise<bool> started;
+        m_thread = std::thread([this, options, &started] {
+            VirtualDeviceServer server(options);
+            bool const good = server.Start();
+            if (good) {
+                m_server = &server;
+                m_address = server.GetAddress().ToString();
+            }
+            started.set_value(good);
+            if (good) {
+                server.Run();
+            }
+        });
+        m_good = started.get_future().get();
+    }
+    ~RunningServer() {
+        Stop();
+        Join();
+    }
+    void Stop() {
+        if (m_good && m_thread.joinable()) {
+            m_server->RequestStop();
+        }
+    }
+    void Join() {
+        if (m_thread.joinable()) {
+            m_thread.join();
+        }
+    }
+    bool IsGood() const { return m_good; }
+    std::string const& Address() const { return m_address; }
+
+private:
+    VirtualDeviceServer* m_server = nullptr;
+    std::string m_address;
+    bool m_good = false;
+    std::thread m_thread;
+};
+
+inline zmq::context_t& SharedContext() {
+    auto* const context =
+        AMessageManager::Instance().GetContext(MessageAddress::FromString("LOOPBACK:context"));
+    return *static_cast<ZMQMessageContext*>(context)->GetZMQContext();
+}
+
+inline void FillConfiguration(vq::vds::PortableSharedMemoryConfiguration& configuration) {
+    configuration.set_id_1(3);
+    configuration.mutable_settings()->set_value_1(4);
+    configuration.mutable_settings()->set_flag_2(true);
+}
+
+}  // namespace vq::server
