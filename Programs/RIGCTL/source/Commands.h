@@ -1,0 +1,75 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Failure.h"
+#include "Session.h"
+
+namespace vq::rigctl {
+
+// The commands, one function each. They print to the session's output and give the exit status; what ends a
+// command early is thrown as a Failure.
+
+using Texts = std::vector<std::string>;
+
+// ---- the server ----
+
+/// Says which server runs and what it holds.
+Status ShowStatus(Session& session);
+/// Starts a server in the background and waits until it answers. One that runs already is success.
+Status StartServer(Session& session);
+/// Stops the server and waits until it has gone.
+Status StopServer(Session& session);
+/// Stops the server, if there is one, and starts it again under its address and name.
+Status RestartServer(Session& session);
+
+// ---- what there is ----
+
+Status ListServers(Session& session);
+Status ListDevices(Session& session);
+Status ListChannels(Session& session);
+Status ListMappings(Session& session);
+/// @param request  "vq.vds.AddChannelMappings" or "vq.vds.RemoveChannelMappings"
+Status ChangeMapping(Session& session, std::string const& request, std::string const& device,
+                     std::string const& channel);
+Status ListApplications(Session& session);
+/// Names of the programs that the server would launch.
+Status ListAvailable(Session& session);
+Status LaunchApplication(Session& session, std::string const& name, std::string const& manifest);
+Status KillApplication(Session& session, unsigned id);
+/// @param devices  none: all of them
+Status ListStats(Session& session, Texts const& devices);
+Status SwitchAutomaticStats(Session& session, bool on);
+
+// ---- one device ----
+
+Status ListSettings(Session& session, std::string const& device);
+Status GetSettings(Session& session, std::string const& device, Texts const& names);
+/// @param settings  each NAME=VALUE; the device brings the text to the setting's type
+Status SetSettings(Session& session, std::string const& device, Texts const& settings);
+/// @param remove  instead of going back to the default
+Status ResetSettings(Session& session, std::string const& device, Texts const& names, bool remove);
+/// @param path  of the manifest; "-" is standard output or input
+Status SaveSettings(Session& session, std::string const& device, std::string const& path);
+Status LoadSettings(Session& session, std::string const& device, std::string const& path);
+/// @param hertz  nothing: show it
+Status UpdateRate(Session& session, std::string const& device, std::optional<double> hertz);
+/// @param application  end the whole program of the device
+Status QuitDevice(Session& session, std::string const& device, bool application);
+Status PruneDevice(Session& session, std::string const& device);
+/// @param target      a device, or "server"
+/// @param parameters  none: show them
+Status LogParameters(Session& session, std::string const& target, Texts const& parameters);
+
+// ---- the rest ----
+
+/// @param type    full name of a request, or its last part
+/// @param fields  each FIELD=VALUE
+/// @param device  whom to ask; empty: the server
+Status Call(Session& session, std::string const& type, Texts const& fields, std::string const& device);
+/// The types that may be called, and their fields.
+Status ListRequests(Session& session);
+
+}  // namespace vq::rigctl

@@ -1,0 +1,130 @@
+#include "Output.h"
+
+#include <json/writer.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+namespace vq::rigctl {
+
+namespace {
+
+bool WantsColor(std::string const& choice) {
+    if (choice != "auto") {
+        return choice == "always";
+    }
+    char const* const noColor = std::getenv("NO_COLOR");
+    if (noColor != nullptr && *noColor != '\0') {
+        return false;
+    }
+    char const* const terminal = std::getenv("TERM");
+    return (terminal == nullptr || std::strcmp(terminal, "dumb") != 0) && ::isatty(STDOUT_FILENO) == 1;
+}
+
+/// What a peer sends must not steer the terminal.
+std::string Printable(std::string text) {
+    std::ranges::replace_if(
+        text, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }, ' ');
+    return text;
+}
+
+}  // namespace
+
+Output::Output(bool json, std::string const& color) : m_json(json), m_color(!json && WantsColor(color)) {
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+}
+
+void Output::Object(Json::Value const& object) const {
+    std::puts(CompactJson(object).c_str());
+}
+
+void Output::Line(std::string const& text) const {
+    std::puts(Printable(text).c_str());
+}
+
+void Output::List(std::vector<Column> const& columns, std::vector<Json::Value> const& rows) const {
+    if (m_json) {
+        for (Json::Value const& row : rows) {
+            Object(row);
+        }
+        return;
+    }
+    std::vector<std::string> const lines = Table(columns, rows);
+    std::puts(Bold(lines[0]).c_str());
+    for (std::size_t i = 1; i < lines.size(); ++i) {
+        std::puts(lines[i].c_str());
+    }
+}
+
+std::vector<std::string> Output::Table(std::vector<Column> const& columns,
+                                       std::vector<Json::Value> const& rows) {
+    std::vector<std::vector<std::string>> cells(1);
+    for (Column const& column : columns) {
+        cells[0].emplace_back(column.title);
+    }
+    for (Json::Value const& row : rows) {
+        auto& line = cells.emplace_back();
+        for (Column const& column : columns) {
+            line.push_back(Printable(TextOf(row[column.key])));
+        }
+    }
+    std::vector<std::size_t> widths(columns.size());
+    for (auto const& line : cells) {
+        for (std::size_t i = 0; i < line.size(); ++i) {
+            widths[i] = std::max(widths[i], line[i].size());
+        }
+    }
+    std::vector<std::string> lines;
+    for (auto const& line : cells) {
+        std::string text;
+        for (std::size_t i = 0; i < line.size(); ++i) {
+            text += line[i];
+            if (i + 1 < line.size()) {
+                text.append(widths[i] - line[i].size() + 2, ' ');
+            }
+        }
+        text.erase(text.find_last_not_of(' ') + 1);
+        lines.push_back(std::move(text));
+    }
+    return lines;
+}
+
+void Output::Progress(std::string const& text) {
+    if (::isatty(STDERR_FILENO) == 1) {
+        std::fprintf(stderr, "%s\n", text.c_str());
+    }
+}
+
+std::string Output::Colored(char const* code, std::string const& text) const {
+    return m_color ? std::string("\x1b[") + code + "m" + text + "\x1b[0m" : text;
+}
+
+std::string TextOf(Json::Value const& value) {
+    if (value.isNull()) {
+        return "";
+    }
+    if (value.isBool()) {
+        return value.asBool() ? "yes" : "no";
+    }
+    if (value.isArray() && std::ranges::none_of(value, [](auto const& e) { return e.isObject(); })) {
+        std::string text;
+        for (Json::Value const& element : value) {
+            text += (text.empty() ? "" : ", ") + TextOf(element);
+        }
+        return text;
+    }
+    return value.isArray() || value.isObject() ? CompactJson(value) : value.asString();
+}
+
+std::string CompactJson(Json::Value const& value) {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["commentStyle"] = "None";
+    return Json::writeString(builder, value);
+}
+
+}  // namespace vq::rigctl
