@@ -54,27 +54,25 @@ void Store(char* out, std::uint64_t characters) {
     std::memcpy(out, &characters, sizeof characters);
 }
 
-/// Six digits with the point behind the first `exponent` + 1 of them, without zeros at the end.
-/// @param out  writes up to 16 characters, of which those before the result count.
+/// Six digits with the point behind the first `exponent` + 1 of them, without zeros at the end. Free of
+/// branches, which numbers of mixed sizes would make mispredict.
+/// @param exponent  -4 to 5
+/// @param out       writes up to 16 characters, of which those before the result count.
 char* WriteFixed(char* out, std::uint32_t number, int exponent) {
     constexpr std::uint64_t zeros = 0x303030303030;
     std::uint64_t const digits = kPairs[number / 10000] | std::uint64_t{kPairs[number / 100 % 100]} << 16 |
                                  std::uint64_t{kPairs[number % 100]} << 32;
-    int const used = 8 - std::countl_zero(digits ^ zeros) / 8;
-    if (exponent < 0) {
-        std::memcpy(out, "0.000", 5);
-        out += 1 - exponent;
-        Store(out, digits);
-        return out + used;
-    }
-    int const whole = exponent + 1;
-    Store(out, digits);
-    if (used <= whole) {
-        return out + whole;
-    }
-    out[whole] = '.';
-    Store(out + whole + 1, digits >> 8 * whole);
-    return out + used + 1;
+    int const used = 8 - (std::countl_zero(digits ^ zeros) >> 3);
+    int const below = exponent >> 31;  // all bits for a number below one, else none
+    // Below one "0." and zeros stand in front, else the point stands behind the whole digits.
+    std::memcpy(out, "0.000000", 8);
+    out += below & (1 - exponent);
+    int const whole = ~below & (exponent + 1);
+    auto const wholeBits = static_cast<unsigned>(8 * whole);
+    std::uint64_t const fraction = digits >> wholeBits;
+    std::uint64_t const pointed = (fraction << 8 | '.') << wholeBits | (digits ^ fraction << wholeBits);
+    Store(out, below != 0 ? digits : pointed);
+    return out + (below != 0 ? used : std::max(whole, used + (used > whole ? 1 : 0)));
 }
 
 }  // namespace
