@@ -176,7 +176,8 @@ bool ResizeFile(std::FILE* file, std::int64_t size) {
 }
 
 std::FILE* OpenSharedFile(std::string const& path, char const* mode) {
-    return std::fopen(path.c_str(), mode);
+    // Not for children: the lock on a file lives as long as anybody has it open.
+    return std::fopen(path.c_str(), (std::string(mode) + "e").c_str());
 }
 
 bool GetDiskFreeSpaceFile(std::string const& path, std::uint64_t& out) {

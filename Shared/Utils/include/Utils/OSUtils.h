@@ -57,7 +57,7 @@ bool RemoveDirectoryTree(std::string const& path, std::ostream& errors);
 /// Flushes the stream and sets the length of its file, in bytes.
 bool ResizeFile(std::FILE* file, std::int64_t size);
 
-/// fopen: the caller closes the stream. Null on failure, with errno.
+/// fopen, closed in children: the caller closes the stream. Null on failure, with errno.
 std::FILE* OpenSharedFile(std::string const& path, char const* mode);
 
 /// Bytes that an unprivileged user may still write on the file system of the path's directory.
