@@ -26,4 +26,4 @@ vq_add_test(messaging_test
         tests/PipeFramesTest.cpp
         tests/PipeProviderTest.cpp
         tests/TypedExchangeTest.cpp
-    LIBS vq::messaging vq::registry vq::logging)
+    LIBS vq::messaging vq::registry vq::logging vq::raw_wire)

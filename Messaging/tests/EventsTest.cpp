@@ -20,67 +20,59 @@ int IdOf(std::shared_ptr<AMessage> const& event) {
 
 TEST(EventQueueTest, EventsAreKeptApartByType) {
     EventQueue queue;
-    queue.QueueEvent(NewEvent("a", 1));
-    queue.QueueEvent(NewEvent("a", 2));
-    EXPECT_EQ(queue.TakeNextEvent("b"), nullptr);
-    EXPECT_TRUE(queue.TakeAllEvents("b").empty());
-    EXPECT_EQ(IdOf(queue.TakeNextEvent("")), 1);
-    queue.QueueEvent(NewEvent("b", 3));
-    queue.QueueEvent(NewEvent("b", 4));
+    for (auto const& [type, id] : {std::pair{"a", 1}, {"a", 2}, {"b", 3}, {"b", 4}}) {
+        queue.QueueEvent(NewEvent(type, id));
+    }
+    EXPECT_EQ(queue.TakeNextEvent("c"), nullptr);
+    EXPECT_EQ(IdOf(queue.TakeNextEvent("b")), 3);
+    EXPECT_EQ(IdOf(queue.TakeNextEvent("a")), 1);
     EXPECT_EQ(IdOf(queue.TakeNextEvent("a")), 2);
     EXPECT_EQ(queue.TakeNextEvent("a"), nullptr);
-    std::list<std::shared_ptr<AMessage>> const events = queue.TakeAllEvents("");
-    ASSERT_EQ(events.size(), 2u);
-    EXPECT_EQ(IdOf(events.front()), 3);
-    queue.QueueEvent(NewEvent("b"));
-    queue.Clear();
-    EXPECT_EQ(queue.TakeNextEvent(""), nullptr);
+    EXPECT_EQ(IdOf(queue.TakeNextEvent("")), 4);
+    EXPECT_TRUE(queue.TakeAllEvents("").empty());
 }
 
 TEST(EventDispatcherTest, EveryHandlerOfEveryEventRunsWhateverTheOthersSay) {
     EventQueue queue;
     EventDispatcher dispatcher(nullptr);
-    EXPECT_TRUE(dispatcher.ProcessEvents(queue));
     std::string calls;
-    auto const log = [&calls](char name, bool result) {
+    auto const handler = [&calls](char name, bool result) {
         return std::make_shared<EventHandler>([&calls, name, result](AMessage* event) {
             calls += event->Type() + name + ' ';
             return result;
         });
     };
-    dispatcher.RegisterEventHandler("b", log('1', false));
-    EventHandlerRegistration const twice = dispatcher.RegisterEventHandler("b", log('2', true));
+    dispatcher.RegisterEventHandler("b", handler('1', false));
+    EventHandlerRegistration const twice = dispatcher.RegisterEventHandler("b", handler('2', true));
     dispatcher.RegisterEventHandler("b", twice.handler);
-    dispatcher.RegisterEventHandler("a", log('3', true));
+    dispatcher.RegisterEventHandler("a", handler('3', true));
     for (char const* type : {"b", "c", "a", "b"}) {
         queue.QueueEvent(NewEvent(type));
     }
-    vq::test::LogCapture capture;
+    vq::test::LogCapture log;
     EXPECT_FALSE(dispatcher.ProcessEvents(queue));
     EXPECT_EQ(calls, "a3 b1 b2 b2 b1 b2 b2 ");
-    EXPECT_EQ(capture.Count(LogLevel::Error, "Failed to process event message b"), 2u);
+    EXPECT_EQ(log.Count(LogLevel::Error, "Failed to process event message b"), 2u);
     EXPECT_NE(queue.TakeNextEvent("c"), nullptr);
 
     calls.clear();
     dispatcher.UnregisterEventHandler(twice.type, twice.handler);
-    dispatcher.UnregisterEventHandler("none", twice.handler);
     std::unique_ptr<AMessage> const event(NewEvent("b"));
     EXPECT_FALSE(dispatcher.ProcessEvent(event.get()));
     EXPECT_EQ(calls, "b1 b2 ");
-    std::unique_ptr<AMessage> const unknown(NewEvent("x"));
-    EXPECT_TRUE(dispatcher.ProcessEvent(unknown.get()));
 }
 
 TEST(EventDispatcherTest, AHandlerMayRegisterMoreForItsOwnType) {
     EventDispatcher dispatcher(nullptr);
     int calls = 0;
     auto const counting = std::make_shared<EventHandler>([&](AMessage*) { return ++calls > 0; });
-    dispatcher.RegisterEventHandler("a", std::make_shared<EventHandler>([&](AMessage*) {
-                                        for (int i = 0; i < 100; ++i) {
-                                            dispatcher.RegisterEventHandler("a", counting);
-                                        }
-                                        return true;
-                                    }));
+    auto const registering = std::make_shared<EventHandler>([&](AMessage*) {
+        for (int i = 0; i < 100; ++i) {
+            dispatcher.RegisterEventHandler("a", counting);
+        }
+        return true;
+    });
+    dispatcher.RegisterEventHandler("a", registering);
     std::unique_ptr<AMessage> const event(NewEvent("a"));
     EXPECT_TRUE(dispatcher.ProcessEvent(event.get()));
     EXPECT_EQ(calls, 100);
@@ -91,44 +83,35 @@ protected:
     void SetUp() override { TakeSubscriptions(m_sender); }
 
     AMessagePipeEventSender* m_sender = Sender("events");
-    AMessagePipeEventListener* m_listener = Listener("events");
-    EventMonitor m_monitor{m_listener};
+    EventMonitor m_monitor{Listener("events")};
 };
 
-TEST_F(EventMonitorTest, WaitsForOneTypeAndKeepsTheOthers) {
+TEST_F(EventMonitorTest, WaitsForOneTypeAndYieldsWhatIsQueuedAfterTheEnd) {
     vq::test::LogCapture log;
     EXPECT_EQ(m_monitor.TakeOrWaitForEvent("a", kNoWait), nullptr);
     EXPECT_EQ(m_monitor.TakeOrWaitForEvent("a", kShort), nullptr);
-    std::string const channel(100, 'c');
     std::thread publisher([&] {
-        Publish(m_sender, "b", channel, 1);
-        Publish(m_sender, "b", channel, 2);
-        Publish(m_sender, "a", channel, 3);
+        Publish(m_sender, "b", std::string(100, 'c'), 1);
+        Publish(m_sender, "b", "", 2);
+        Publish(m_sender, "a", "", 3);
     });
     EXPECT_EQ(IdOf(m_monitor.TakeOrWaitForEvent("a", kUnlimited)), 3);
     publisher.join();
-    EXPECT_EQ(m_monitor.GetQueue().TakeAllEvents("b").size(), 2u);
     EXPECT_TRUE(m_monitor.ConsumeEvents(kShort));
-    EXPECT_TRUE(log.Lines().empty());
-}
-
-TEST_F(EventMonitorTest, ADisposedListenerStillYieldsWhatIsQueued) {
-    Publish(m_sender, "a", "", 1);
-    Publish(m_sender, "b", "", 2);
-    ASSERT_TRUE(m_monitor.ConsumeEvents(kLimit));
     Pipes()->DisposePipes();
     EXPECT_FALSE(m_monitor.ConsumeEvents(kUnlimited));
-    EXPECT_EQ(IdOf(m_monitor.TakeOrWaitForEvent("a", kUnlimited)), 1);
     EXPECT_EQ(m_monitor.TakeOrWaitForEvent("a", kUnlimited), nullptr);
-    EXPECT_EQ(IdOf(m_monitor.TakeOrWaitForEvent("b", kNoWait)), 2);
+    EXPECT_EQ(IdOf(m_monitor.TakeOrWaitForEvent("b", kUnlimited)), 1);
+    EXPECT_EQ(m_monitor.GetQueue().TakeAllEvents("b").size(), 1u);
+    EXPECT_EQ(log.Lines(), Lines{});
 }
 
 TEST_F(EventMonitorTest, ABrokenEventIsAFailureAndNotATimeout) {
-    zmq::socket_t peer = Bind(ZMQ_XPUB, "broken");
+    RawSocket peer = Raw(ZMQ_XPUB, "broken");
     EventMonitor monitor(Listener("broken"));
-    ReceiveFrames(peer);
+    peer.Receive();
     vq::test::LogCapture log;
-    SendFrames(peer, {"no header", ""});
+    peer.Send({"no header", ""});
     EXPECT_FALSE(monitor.ConsumeEvents(kLimit));
     EXPECT_TRUE(log.Has(LogLevel::Error, "Error on event listener waiting for events"));
 }

@@ -25,11 +25,9 @@ TEST(MessageAddressTest, TextFormsAreReadAndWrittenBack) {
         {"SOCKET:host", {"host", Transport::SOCKET, ""}, -1, nullptr},
         {"SOCKET:", {"", Transport::SOCKET, ""}, -1, nullptr},
         {"IPC:/tmp/x?a?b", {"/tmp/x", Transport::IPC, "a?b"}, -1, nullptr},
-        {"IPC:default?sparseDevice.audio", {"default", Transport::IPC, "sparseDevice.audio"}, -1, nullptr},
         {"IPC:x:80", {"x:80", Transport::IPC, ""}, -1, nullptr},
         {"IPC:x?", {"x", Transport::IPC, ""}, -1, "IPC:x"},
         {"LOOPBACK:", {"", Transport::LOOPBACK, ""}, -1, nullptr},
-        {"NONE:", {}, -1, nullptr},
         {"NONE:abc", {"abc", Transport::NONE, ""}, -1, nullptr},
         {"", {}, -1, "NONE:"},
         {"17975", {}, -1, "NONE:"},
@@ -37,6 +35,7 @@ TEST(MessageAddressTest, TextFormsAreReadAndWrittenBack) {
         {"socket:localhost:1", {}, -1, "NONE:"},
         {" IPC:x", {}, -1, "NONE:"},
     };
+    testing::internal::CaptureStderr();
     for (Case const& c : cases) {
         MessageAddress const address = MessageAddress::FromString(c.text);
         EXPECT_EQ(address, c.address) << c.text;
@@ -44,33 +43,23 @@ TEST(MessageAddressTest, TextFormsAreReadAndWrittenBack) {
         EXPECT_EQ(address.ToString(), c.written != nullptr ? c.written : c.text);
     }
     EXPECT_EQ((MessageAddress{"x", static_cast<Transport>(-7), "n"}.ToString()), "-7:x?n");
-}
-
-TEST(MessageAddressTest, OnlyAnUnknownTransportWordIsLogged) {
-    testing::internal::CaptureStderr();
-    testing::internal::CaptureStdout();
-    MessageAddress::FromString("no colon");
-    MessageAddress::FromString("Ipc:x");
-    std::string const output =
-        testing::internal::GetCapturedStdout() + testing::internal::GetCapturedStderr();
-    EXPECT_NE(output.find("Invalid MessageAddress: Ipc:x"), std::string::npos) << output;
-    EXPECT_EQ(output.find("no colon"), std::string::npos) << output;
+    // Only an unknown transport word is logged.
+    std::string const output = testing::internal::GetCapturedStderr();
+    EXPECT_NE(output.find("Invalid MessageAddress: socket:localhost:1"), std::string::npos) << output;
+    EXPECT_EQ(output.find("17975"), std::string::npos) << output;
 }
 
 TEST(MessageAddressTest, ALogicalNameResolvesUnderItsLocation) {
     std::string const temp = vq::test::HomeDirectory() + ".config/vqvds/";
-    EXPECT_EQ(ZMQLoopbackAddressProvider("").Resolve("n", false),
-              (MessageAddress{"_.n", Transport::LOOPBACK, ""}));
-    EXPECT_EQ(ZMQLoopbackAddressProvider("a").Resolve("", true),
-              (MessageAddress{"a", Transport::LOOPBACK, ""}));
-    EXPECT_EQ(ZMQIPCAddressProvider("/tmp/s").Resolve("a/b/c", false),
-              (MessageAddress{"/tmp/s.a_b_c", Transport::IPC, ""}));
-    EXPECT_EQ(ZMQIPCAddressProvider("default").Resolve("", false),
-              (MessageAddress{temp + "default", Transport::IPC, ""}));
-    EXPECT_EQ(ZMQIPCAddressProvider("").Resolve("n", true),
-              (MessageAddress{temp + "_.n", Transport::IPC, ""}));
-    EXPECT_EQ(ZMQSocketAddressProvider("", 5).Resolve("", false),
-              (MessageAddress{"localhost:5", Transport::SOCKET, ""}));
+    for (auto const& [resolved, text] :
+         {std::pair{ZMQLoopbackAddressProvider("").Resolve("n", false), std::string("LOOPBACK:_.n")},
+          {ZMQLoopbackAddressProvider("a").Resolve("", true), "LOOPBACK:a"},
+          {ZMQIPCAddressProvider("/tmp/s").Resolve("a/b/c", false), "IPC:/tmp/s.a_b_c"},
+          {ZMQIPCAddressProvider("default").Resolve("", false), "IPC:" + temp + "default"},
+          {ZMQIPCAddressProvider("").Resolve("n", true), "IPC:" + temp + "_.n"},
+          {ZMQSocketAddressProvider("", 5).Resolve("", false), "SOCKET:localhost:5"}}) {
+        EXPECT_EQ(resolved.ToString(), text);
+    }
 }
 
 TEST(MessageAddressTest, ATcpNameKeepsItsPortUntilItIsForcedToMove) {
@@ -78,13 +67,13 @@ TEST(MessageAddressTest, ATcpNameKeepsItsPortUntilItIsForcedToMove) {
     MessageAddress const first = provider.Resolve("a", false);
     EXPECT_GT(first.ExtractPort(), 0);
     EXPECT_EQ(provider.Resolve("a", false), first);
-    // The system may give the same free port again; what counts is that the later answer repeats the forced
+    // The system may give the same free port again: what counts is that the later answer repeats the forced
     // one.
-    MessageAddress const moved = provider.Resolve("a", true);
-    EXPECT_EQ(provider.Resolve("a", false), moved);
-    MessageAddress const movedHome = provider.Resolve("", true);
-    EXPECT_NE(movedHome.ExtractPort(), 80);
-    EXPECT_EQ(provider.Resolve("", false), movedHome);
+    for (char const* name : {"a", ""}) {
+        MessageAddress const moved = provider.Resolve(name, true);
+        EXPECT_NE(moved.ExtractPort(), 80);
+        EXPECT_EQ(provider.Resolve(name, false), moved);
+    }
 }
 
 TEST(MessageAddressTest, SocketTypesPairUpAndRefuseOtherNumbers) {
@@ -92,7 +81,6 @@ TEST(MessageAddressTest, SocketTypesPairUpAndRefuseOtherNumbers) {
         EXPECT_EQ(SocketTypes::GetOppositeType(SocketTypes::GetOppositeType(type)), type);
     }
     EXPECT_EQ(SocketTypes::GetTypeName(SocketTypes::GetOppositeType(3)), "ZMQ_REP");
-    EXPECT_EQ(SocketTypes::GetTypeName(12), "12");
     EXPECT_EQ(SocketTypes::GetTypeName(-1), "-1");
     EXPECT_DEATH(SocketTypes::GetOppositeType(12), "");
     EXPECT_DEATH(SocketTypes::GetOppositeType(-1), "");

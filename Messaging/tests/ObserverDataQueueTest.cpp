@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <functional>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -44,72 +44,49 @@ TEST(ObserverDataQueueTest, OnlyTheStatedSamplesAreLost) {
     struct Case {
         char const* what;
         std::size_t capacity;
-        std::function<void(Queue&)> steps;
+        // Numbers push up to there, "o" and "n" pop the oldest and the newest, "a" all, "c" clears, "="
+        // resizes.
+        char const* steps;
         char const* left;
     };
     Case const cases[] = {
-        {"a full queue loses its oldest", 4, [](Queue& q) { Push(q, 1, 9); }, "6 7 8 9"},
-        {"the newest leaves the older ones", 4,
-         [](Queue& q) {
-             Push(q, 1, 3);
-             EXPECT_EQ(ValueOf(q.PopNewestData()), 3);
-         },
-         "1 2"},
-        {"the newest lies in the last slot", 4,
-         [](Queue& q) {
-             Push(q, 1, 4);
-             EXPECT_EQ(ValueOf(q.PopNewestData()), 4);
-             Push(q, 5, 6);
-         },
-         "2 3 5 6"},
-        {"the oldest across the end of the block", 3,
-         [](Queue& q) {
-             Push(q, 1, 5);
-             EXPECT_EQ(ValueOf(q.PopOldestData()), 3);
-             EXPECT_EQ(ValueOf(q.PopOldestData()), 4);
-             Push(q, 6, 7);
-         },
-         "5 6 7"},
-        {"nothing to pop", 2,
-         [](Queue& q) {
-             EXPECT_EQ(q.PopOldestData(), nullptr);
-             EXPECT_EQ(q.PopNewestData(), nullptr);
-         },
-         "none"},
-        {"shrinking keeps the newest, and the next push drops the oldest of them", 20,
-         [](Queue& q) {
-             Push(q, 1, 12);
-             q.ResizeCapacity(5);
-             Push(q, 13, 13);
-         },
+        {"a full queue loses its oldest", 4, "9", "6 7 8 9"},
+        {"the newest leaves the older ones", 4, "3 n3", "1 2"},
+        {"the newest lies in the last slot", 4, "4 n4 6", "2 3 5 6"},
+        {"the oldest across the end of the block", 3, "5 o3 o4 7", "5 6 7"},
+        {"nothing to pop", 2, "o-1 n-1", "none"},
+        {"shrinking keeps the newest, and the next push drops the oldest of them", 20, "12 =5 13",
          "9 10 11 12 13"},
-        {"growing keeps all in order", 3,
-         [](Queue& q) {
-             Push(q, 1, 5);
-             q.ResizeCapacity(5);
-             Push(q, 6, 8);
-             EXPECT_EQ(ValueOf(q.PopNewestData()), 8);
-         },
-         "4 5 6 7"},
-        {"resized while empty, with the ring turned", 3,
-         [](Queue& q) {
-             Push(q, 1, 2);
-             Drain(q);
-             q.ResizeCapacity(2);
-             Push(q, 3, 5);
-         },
-         "4 5"},
-        {"cleared across the end of the block", 3,
-         [](Queue& q) {
-             Push(q, 1, 5);
-             q.ClearData();
-             Push(q, 6, 6);
-         },
-         "6"},
+        {"growing keeps all in order", 3, "5 =5 8 n8", "4 5 6 7"},
+        {"resized while empty, with the ring turned", 3, "2 a =2 5", "4 5"},
+        {"cleared across the end of the block", 3, "5 c 6", "6"},
     };
     for (Case const& c : cases) {
         Queue queue(c.capacity);
-        c.steps(queue);
+        int pushed = 0;
+        std::istringstream steps(c.steps);
+        for (std::string step; steps >> step;) {
+            int const number = std::atoi(step.c_str() + (std::isdigit(step[0]) == 0));
+            switch (step[0]) {
+                case 'o':
+                    EXPECT_EQ(ValueOf(queue.PopOldestData()), number) << c.what;
+                    break;
+                case 'n':
+                    EXPECT_EQ(ValueOf(queue.PopNewestData()), number) << c.what;
+                    break;
+                case 'a':
+                    Drain(queue);
+                    break;
+                case 'c':
+                    queue.ClearData();
+                    break;
+                case '=':
+                    queue.ResizeCapacity(static_cast<std::size_t>(number));
+                    break;
+                default:
+                    Push(queue, std::exchange(pushed, number) + 1, number);
+            }
+        }
         EXPECT_EQ(Drain(queue), c.left) << c.what;
         EXPECT_EQ(Drain(queue), "none") << c.what;
     }

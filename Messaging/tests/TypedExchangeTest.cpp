@@ -1,3 +1,4 @@
+#include <list>
 #include <thread>
 
 #include "MessagingFixture.h"
@@ -6,6 +7,7 @@
 namespace {
 
 using namespace std::string_literals;
+using vq::vds::GetVersion;
 
 constexpr char kText[] = "\n\4text";  // an error message's payload
 
@@ -15,155 +17,130 @@ protected:
     /// Sends GetDeviceInfo while the peer answers with a type and a payload.
     bool Exchange(std::string const& type, std::string const& payload) {
         std::thread peer([&] {
-            ReceiveFrames(m_peer);
-            SendFrames(m_peer, {"", type, payload});
+            m_peer.Receive();
+            m_peer.Send({"", type, payload});
         });
         vq::vds::GetDeviceInfo request;
         request.set_device("d");
-        m_reply.Clear();
         m_error.Clear();
         bool const result =
             MessageUtils::SendReceive(m_client, request, m_reply, m_error, kLimit, &m_timedOut);
         peer.join();
+        EXPECT_FALSE(m_timedOut);
         return result;
     }
 
-    zmq::socket_t m_peer = Bind(ZMQ_REP, "server");
+    RawSocket m_peer = Raw(ZMQ_REP, "server");
     AMessagePipeRequestReply* m_client = Client("server");
     vq::vds::GetDeviceInfo::Reply m_reply;
     vq::vds::GetDeviceInfo::Error m_error;
     bool m_timedOut = true;
 };
 
-TEST_F(TypedExchangeTest, TheThreeLevelsOfAnAnswerAreToldApart) {
-    vq::test::LogCapture log;
-    EXPECT_TRUE(Exchange("vq.vds.GetDeviceInfo.Reply", ""));
-    EXPECT_FALSE(m_error.IsInitialized());
-    EXPECT_TRUE(Exchange("vq.vds.GetDeviceInfo.Error", kText));
-    EXPECT_EQ(m_error.message(), "text");
-    EXPECT_TRUE(log.Lines().empty());
-    EXPECT_FALSE(Exchange("vq.vds.Error", kText));
-    EXPECT_FALSE(m_timedOut);
-    EXPECT_EQ(log.Lines(), (Frames{"E got protocol error from vq.vds.GetDeviceInfo: text"}));
-}
-
-TEST_F(TypedExchangeTest, AnUnexpectedAnswerIsNamedAndLost) {
+TEST_F(TypedExchangeTest, TheLevelsOfAnAnswerAreToldApartAndTheUnexpectedIsNamedAndLost) {
+    std::string const unexpected =
+        "E Unexpected message received, wanted vq.vds.GetDeviceInfo.Reply or "
+        "vq.vds.GetDeviceInfo.Error or vq.vds.Error got ";
     struct Case {
         char const* type;
         std::string payload;
+        bool result;
+        std::string error;
+        Lines lines;
     };
-    for (Case const& c : {Case{"vq.vds.Ping.Reply", ""}, Case{"vq.vds.GetDeviceInfo.Error", ""},
-                          Case{"vq.vds.Error", "\xFF\xFF"}}) {
+    for (Case const& c :
+         {Case{"vq.vds.GetDeviceInfo.Reply", "", true, "", {}},
+          {"vq.vds.GetDeviceInfo.Error", kText, true, "text", {}},
+          {"vq.vds.Error", kText, false, "", {"E got protocol error from vq.vds.GetDeviceInfo: text"}},
+          {"vq.vds.Ping.Reply", "", false, "", {unexpected + "vq.vds.Ping.Reply"}},
+          {"vq.vds.GetDeviceInfo.Error", "", false, "", {unexpected + "vq.vds.GetDeviceInfo.Error"}},
+          {"vq.vds.Error", "\xFF\xFF", false, "", {unexpected + "vq.vds.Error"}}}) {
         vq::test::LogCapture log;
-        EXPECT_FALSE(Exchange(c.type, c.payload));
-        EXPECT_EQ(log.Lines(), (Frames{"E Unexpected message received, wanted vq.vds.GetDeviceInfo.Reply or "
-                                       "vq.vds.GetDeviceInfo.Error or vq.vds.Error got "s +
-                                       c.type}));
+        EXPECT_EQ(Exchange(c.type, c.payload), c.result);
+        EXPECT_EQ(m_error.message(), c.error);
+        EXPECT_EQ(log.Lines(), c.lines);
     }
     EXPECT_TRUE(Exchange("vq.vds.GetDeviceInfo.Reply", ""));
 }
 
 TEST_F(TypedExchangeTest, APeersErrorIsReportedUnderTheUnexpectedMessage) {
     AMessagePipeRequestReply* server = Server("receive");
-    zmq::socket_t peer = Connect(ZMQ_DEALER, "receive");
-    vq::vds::GetVersion::Reply version;
-    vq::vds::GetDeviceInfo::Error error;
+    RawSocket peer = Raw(ZMQ_DEALER, "receive");
+    GetVersion::Reply version;
     vq::test::LogCapture log;
-    SendFrames(peer, {"", "", "vq.vds.Error", kText});
+    peer.Send({"", "", "vq.vds.Error", kText});
     EXPECT_FALSE(MessageUtils::Receive(server, version, kLimit, nullptr));
-    EXPECT_EQ(log.Lines(),
-              (Frames{"E Unexpected message received, wanted vq.vds.GetVersion.Reply, got vq.vds.Error",
-                      "E (text)"}));
-    log.Clear();
     ASSERT_TRUE(MessageUtils::SendErrorAndLog<vq::vds::Error>(server, "next"));
-    EXPECT_EQ(log.Lines(), (Frames{"E next"}));
-    log.Clear();
-    SendFrames(peer, {"", "", "x", ""});
-    EXPECT_FALSE(MessageUtils::ReceiveOneOf(server, version, error, kLimit, nullptr));
-    EXPECT_EQ(log.Lines(), (Frames{"E Unexpected message received, wanted vq.vds.GetVersion.Reply or "
-                                   "vq.vds.GetDeviceInfo.Error, got x"}));
+    peer.Send({"", "", "x", ""});
+    EXPECT_FALSE(MessageUtils::ReceiveOneOf(server, version, m_error, kLimit, nullptr));
+    EXPECT_EQ(log.Lines(),
+              (Lines{"E Unexpected message received, wanted vq.vds.GetVersion.Reply, got vq.vds.Error",
+                     "E (text)", "E next",
+                     "E Unexpected message received, wanted vq.vds.GetVersion.Reply or "
+                     "vq.vds.GetDeviceInfo.Error, got x"}));
 }
 
-TEST_F(TypedExchangeTest, AMessageWithoutARequiredFieldIsNotSent) {
+TEST_F(TypedExchangeTest, WhatCannotBeSentOrReadIsRefusedWithALine) {
     vq::test::LogCapture log;
-    EXPECT_FALSE(MessageUtils::Send(m_client, vq::vds::Error(), kLimit, nullptr));
-    EXPECT_EQ(log.Lines(), (Frames{"E protoMessage 'vq.vds.Error' is not initialized",
-                                   "E Failed to encode message to vq.vds.Error"}));
-    EXPECT_TRUE(HasNothing(m_peer));
-    EXPECT_TRUE(Exchange("vq.vds.GetDeviceInfo.Reply", ""));
-
-    AMessagePipeEventSender* sender = Sender("events");
-    EXPECT_FALSE(MessageUtils::SendEvent(sender, 1, "c", vq::vds::Error(), kLimit, nullptr));
-}
-
-TEST_F(TypedExchangeTest, ATimeoutIsALineOnlyForWhoAskedForIt) {
-    vq::vds::GetVersion const request;
-    vq::vds::GetVersion::Reply reply;
-    {
-        vq::test::LogCapture log;
-        EXPECT_FALSE(MessageUtils::SendReceive(m_client, request, reply, kShort, nullptr));
-        EXPECT_TRUE(log.Lines().empty());
-    }
-    {
-        // The reply to the first request is still missing.
-        vq::test::LogCapture log;
-        bool timedOut = false;
-        EXPECT_FALSE(MessageUtils::SendReceive(m_client, request, reply, kShort, &timedOut));
-        EXPECT_TRUE(timedOut);
-        EXPECT_EQ(log.Count(LogLevel::Error, ""), 1u);
-        EXPECT_TRUE(log.Has(LogLevel::Error, "timedOut to send command vq.vds.GetVersion"));
-    }
-    AMessagePipeRequestReply* fresh = Pipes()->GetRequestReplyClient(Loopback("server"), "fresh");
-    vq::test::LogCapture log;
-    EXPECT_FALSE(MessageUtils::SendReceive(fresh, request, reply, kShort, &m_timedOut));
-    EXPECT_TRUE(m_timedOut);
-    EXPECT_EQ(log.Lines(), (Frames{"E timedOut to receive expected reply for vq.vds.GetVersion"}));
-}
-
-TEST_F(TypedExchangeTest, NullEndsAreRefusedWithALine) {
-    vq::test::LogCapture log;
-    vq::vds::GetVersion message;
+    GetVersion message;
     EXPECT_FALSE(MessageUtils::Send(nullptr, message, kLimit, &m_timedOut));
     EXPECT_FALSE(m_timedOut);
     EXPECT_FALSE(MessageUtils::SendEvent(nullptr, 0, "", message, kLimit, nullptr));
     EXPECT_FALSE(MessageUtils::Receive(nullptr, message, kLimit, nullptr));
     EXPECT_FALSE(m_context->EncodeMessage(message, nullptr));
     EXPECT_FALSE(m_context->DecodeMessage(nullptr, message));
+    EXPECT_FALSE(MessageUtils::Send(m_client, vq::vds::Error(), kLimit, nullptr));
     EXPECT_EQ(log.Lines(),
-              (Frames{"E Message writer for send is nullptr", "E Message sender for send is nullptr",
-                      "E Message reader for receive command is nullptr", "E wireMessage is null"}));
+              (Lines{"E Message writer for send is nullptr", "E Message sender for send is nullptr",
+                     "E Message reader for receive command is nullptr", "E wireMessage is null",
+                     "E protoMessage 'vq.vds.Error' is not initialized",
+                     "E Failed to encode message to vq.vds.Error"}));
+    EXPECT_FALSE(MessageUtils::SendEvent(Sender("events"), 1, "c", vq::vds::Error(), kLimit, nullptr));
+    EXPECT_FALSE(m_peer.Poll());
+    EXPECT_TRUE(Exchange("vq.vds.GetDeviceInfo.Reply", ""));
+}
+
+TEST_F(TypedExchangeTest, ATimeoutIsALineOnlyForWhoAskedForIt) {
+    GetVersion::Reply reply;
+    vq::test::LogCapture log;
+    EXPECT_FALSE(MessageUtils::SendReceive(m_client, GetVersion(), reply, kShort, nullptr));
+    EXPECT_EQ(log.Lines(), Lines{});
+    EXPECT_FALSE(MessageUtils::SendReceive(Client("server", "2"), GetVersion(), reply, kShort, &m_timedOut));
+    EXPECT_TRUE(m_timedOut);
+    // The reply to the first request is still missing.
+    EXPECT_FALSE(MessageUtils::SendReceive(m_client, GetVersion(), reply, kShort, &m_timedOut));
+    EXPECT_TRUE(m_timedOut);
+    EXPECT_TRUE(log.Has(LogLevel::Error, "timedOut to receive expected reply for vq.vds.GetVersion"));
+    EXPECT_TRUE(log.Has(LogLevel::Error, "timedOut to send command vq.vds.GetVersion"));
+    EXPECT_EQ(log.Count(LogLevel::Error, ""), 2u);
 }
 
 TEST_F(TypedExchangeTest, PollReadersDrainsEveryReaderInOneCall) {
-    AMessagePipeEventSender* firstSender = Sender("first");
-    AMessagePipeEventSender* secondSender = Sender("second");
-    AMessagePipeEventListener* first = Listener("first");
-    AMessagePipeEventListener* second = Listener("second");
-    AMessagePipeEventListener* idle = Listener("idle");
-    TakeSubscriptions(firstSender);
-    TakeSubscriptions(secondSender);
-    for (char const* type : {"a", "b", "c"}) {
-        ASSERT_TRUE(Publish(secondSender, type));
+    AMessagePipeEventSender* senders[] = {Sender("0"), Sender("1")};
+    AMessagePipeEventListener* first = Listener("0");
+    AMessagePipeEventListener* second = Listener("1");
+    TakeSubscriptions(senders[0]);
+    TakeSubscriptions(senders[1]);
+    for (auto const& [sender, type] : {std::pair{1, "a"}, {1, "b"}, {1, "c"}, {0, "d"}}) {
+        ASSERT_TRUE(Publish(senders[sender], type));
     }
-    ASSERT_TRUE(Publish(firstSender, "d"));
-
     vq::test::LogCapture log;
-    std::vector<MessageReaderContext> const readers = {{first}, {idle}, {nullptr}, {second}, {first}};
     std::list<AvailableReaderMessage> available;
-    ASSERT_TRUE(m_context->PollReaders(readers, available, kLimit, &m_timedOut));
+    ASSERT_TRUE(m_context->PollReaders({{first}, {Listener("idle")}, {nullptr}, {second}, {first}}, available,
+                                       kLimit, &m_timedOut));
     EXPECT_FALSE(m_timedOut);
     std::string types;
     for (AvailableReaderMessage const& entry : available) {
         std::unique_ptr<AMessage> const message(entry.message);
         types += message->Type();
-        EXPECT_EQ(entry.reader, types == "d" ? first : second);
+        EXPECT_EQ(entry.reader, message->Type() == "d" ? first : second);
     }
     EXPECT_EQ(types, "dabc");
     EXPECT_EQ(log.Count(LogLevel::Warning, "Ignoring non-ZMQ reader: "), 1u);
 
-    bool timedOut = true;
-    EXPECT_TRUE(m_context->PollReaders({{first}, {second}}, available, kShort, &timedOut));
-    EXPECT_FALSE(timedOut);
+    m_timedOut = true;
+    EXPECT_TRUE(m_context->PollReaders({{first}, {second}}, available, kShort, &m_timedOut));
+    EXPECT_FALSE(m_timedOut);
     EXPECT_TRUE(available.empty());
     EXPECT_FALSE(m_context->PollReaders({}, available, kUnlimited, nullptr));
 }
