@@ -14,10 +14,10 @@
 #include <system_error>
 
 #include "Logging/Log.h"
-#include "ProcessHost.h"
 #include "ProcessRunState.h"
 #include "Utils/FileDescriptor.h"
 #include "Utils/OSUtils.h"
+#include "Utils/ThreadUtils.h"
 
 namespace {
 

@@ -1,7 +1,6 @@
 #include "ProcessHost.h"
 
 #include <poll.h>
-#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
@@ -57,20 +56,6 @@ void WakeUp::Signal() const {
 std::size_t BytesInPipe(int descriptor) {
     int count = 0;
     return ::ioctl(descriptor, FIONREAD, &count) == 0 && count > 0 ? static_cast<std::size_t>(count) : 0;
-}
-
-void UseDefaultScheduling() {
-    if (HasRealTimeScheduling()) {
-        sched_param const parameters{};
-        ::pthread_setschedparam(::pthread_self(), SCHED_OTHER, &parameters);
-    }
-}
-
-bool HasRealTimeScheduling() {
-    int policy = SCHED_OTHER;
-    sched_param parameters{};
-    return ::pthread_getschedparam(::pthread_self(), &policy, &parameters) == 0 &&
-           (policy == SCHED_RR || policy == SCHED_FIFO);
 }
 
 ProcessLine ParseProcessLine(std::string_view line) {

@@ -37,11 +37,6 @@ private:
 /// Bytes that can be read from the pipe now.
 std::size_t BytesInPipe(int descriptor);
 
-/// Takes real-time scheduling from the calling thread, if it has inherited that.
-void UseDefaultScheduling();
-/// Would a thread or process started by this thread inherit real-time scheduling?
-bool HasRealTimeScheduling();
-
 /// Splits a line of the process list into process id (0 when it has none) and command.
 struct ProcessLine {
     pid_t pid = 0;

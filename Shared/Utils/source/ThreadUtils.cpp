@@ -74,6 +74,20 @@ void SetThreadSchedulerPolicy(int policy) {
     }
 }
 
+void UseDefaultScheduling() {
+    if (HasRealTimeScheduling()) {
+        sched_param const parameters{};
+        ::pthread_setschedparam(::pthread_self(), SCHED_OTHER, &parameters);
+    }
+}
+
+bool HasRealTimeScheduling() {
+    int policy = SCHED_OTHER;
+    sched_param parameters{};
+    return ::pthread_getschedparam(::pthread_self(), &policy, &parameters) == 0 &&
+           (policy == SCHED_RR || policy == SCHED_FIFO);
+}
+
 __attribute__((noinline)) std::string GetStackTrace(int skip, int maxFrames) {
     std::array<void*, kMaxFrames> frames{};
     int const count = ::backtrace(frames.data(), std::clamp(maxFrames, 0, kMaxFrames));

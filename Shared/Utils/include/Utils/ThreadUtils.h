@@ -18,6 +18,12 @@ void SetThreadName(std::string_view name);
 ///                started later inherit it). Any other value changes nothing.
 void SetThreadSchedulerPolicy(int policy);
 
+/// Takes real-time scheduling from the calling thread, which it may have inherited: for threads that do not
+/// serve the one that was given it.
+void UseDefaultScheduling();
+/// Would a thread or process started by this thread inherit real-time scheduling?
+bool HasRealTimeScheduling();
+
 /// The calling thread's stack, innermost first, a frame a line.
 /// @param skip       frames to leave out; 0 starts with the caller of this function.
 /// @param maxFrames  frames to collect before skipping; at most 256 are.
