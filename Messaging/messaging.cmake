@@ -9,6 +9,11 @@ vq_add_library(messaging
         source/EventQueue.cpp
         source/MessageTypeName.cpp
         source/MessageUtils.cpp
+        source/RemoteDeviceHandler.cpp
+        source/SocketServerBase.cpp
+        source/SocketServerClient.cpp
+        source/SocketServerPorts.cpp
+        source/SocketServerReply.cpp
         source/ZMQMessage.cpp
         source/ZMQMessageContext.cpp
         source/ZMQMessageManager.cpp
@@ -18,7 +23,7 @@ vq_add_library(messaging
         source/ZMQMessagePipeProviderAddresses.cpp
         source/ZMQMessagePipeRequestReply.cpp
     PUBLIC vq::message_address vq::protobuf PkgConfig::ZMQ
-    PRIVATE vq::logging vq::platform vq::proto_utils vq::registry Threads::Threads)
+    PRIVATE vq::device_bridge vq::logging vq::platform vq::proto_utils vq::registry Threads::Threads)
 
 vq_add_test(messaging_test
     SOURCES

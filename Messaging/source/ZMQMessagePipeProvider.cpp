@@ -14,9 +14,8 @@ constexpr unsigned kCreationAttempts = 5;
 
 }  // namespace
 
-ZMQMessagePipeProvider::ZMQMessagePipeProvider(ZMQMessageContext* context,
-                                               std::unique_ptr<RemoteDeviceHandler> deviceHandler)
-    : m_context(context), m_deviceHandler(std::move(deviceHandler)) {}
+ZMQMessagePipeProvider::ZMQMessagePipeProvider(ZMQMessageContext* context)
+    : m_context(context), m_deviceHandler(std::make_unique<RemoteDeviceHandler>()) {}
 
 ZMQMessagePipeProvider::~ZMQMessagePipeProvider() {
     Cleanup();
@@ -203,7 +202,5 @@ void ZMQMessagePipeProvider::Cleanup() {
             m_reqRepServers.size(), m_reqRepClients.size(), m_eventSenders.size(), m_eventListeners.size());
     }
     m_providers.clear();
-    if (m_deviceHandler != nullptr) {
-        m_deviceHandler->Cleanup();
-    }
+    m_deviceHandler->Cleanup();
 }

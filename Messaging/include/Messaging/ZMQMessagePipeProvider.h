@@ -20,10 +20,8 @@ class ZMQMessageContext;
 /// Makes ZeroMQ pipes: servers are REP and clients REQ sockets, senders PUB and listeners SUB.
 class ZMQMessagePipeProvider final : public AMessagePipeProvider {
 public:
-    /// @param context        the owner; outlives the provider
-    /// @param deviceHandler  the link to headsets; null for none
-    explicit ZMQMessagePipeProvider(ZMQMessageContext* context,
-                                    std::unique_ptr<RemoteDeviceHandler> deviceHandler = nullptr);
+    /// @param context  the owner; outlives the provider
+    explicit ZMQMessagePipeProvider(ZMQMessageContext* context);
     ~ZMQMessagePipeProvider() override;
 
     void Cleanup() override;
@@ -99,7 +97,7 @@ private:
     std::unique_ptr<zmq::socket_t> NewSocket(int type);
 
     ZMQMessageContext* const m_context;
-    std::unique_ptr<RemoteDeviceHandler> const m_deviceHandler;
+    std::unique_ptr<RemoteDeviceHandler> const m_deviceHandler;  ///< links to headsets
 
     // Guards all below. Two devices of one program may make pipes at the same time.
     std::recursive_mutex m_mutex;
