@@ -87,6 +87,8 @@ function(vq_add_test name)
         set(ARG_TIMEOUT 300)
     endif()
     vq_add_program(${name} SOURCES ${ARG_SOURCES} LIBS ${ARG_LIBS} vq::test_support)
+    # The code under test is optimised in its library; optimising the cases would double their build time.
+    target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O0>)
     set(properties TIMEOUT ${ARG_TIMEOUT})
     if(ARG_LABELS)
         list(APPEND properties LABELS "${ARG_LABELS}")
