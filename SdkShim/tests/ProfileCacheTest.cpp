@@ -78,6 +78,9 @@ TEST(ProfileCacheTest, BeforeAnyNamesARefreshSetsTheCountAlone) {
     cache.PullOutProfile(MakeProfile(3, 3));
     EXPECT_EQ(cache.Profile()->attribute_count, 3u);
     EXPECT_EQ(cache.Profile()->attribute_ptrs, nullptr);
+    vq::sd::VQIdentityProfile message;
+    cache.FillMessage(message);
+    EXPECT_EQ(message.attributes_size(), 3) << "what the next request for values sends";
     cache.ClearProfile();
     EXPECT_EQ(cache.Profile()->attribute_count, 0u);
 }

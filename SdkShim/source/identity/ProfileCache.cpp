@@ -94,8 +94,10 @@ bool ProfileCache::FillVQProfileAttributeNames(VQIdentityProfile** out) {
 
 void ProfileCache::FillMessage(sd::VQIdentityProfile& message) const {
     message.set_attribute_count(m_profile->attribute_count);
+    // A refresh before any names sets the count and leaves the caller's array null.
+    bool const isShown = m_profile->attribute_ptrs != nullptr;
     for (std::uint32_t i = 0; i < m_profile->attribute_count; ++i) {
-        VQIdentityAttribute const& attribute = *m_profile->attribute_ptrs[i];
+        VQIdentityAttribute const& attribute = isShown ? *m_profile->attribute_ptrs[i] : *m_attributes->at(i);
         sd::VQIdentityAttribute& copy = *message.add_attributes();
         copy.set_key(static_cast<sd::VQIdentityAttributeKey>(attribute.key));
         copy.set_name(attribute.name);
