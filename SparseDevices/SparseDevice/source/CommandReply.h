@@ -4,11 +4,13 @@
 
 #include "Messaging/MessageUtils.h"
 
-/// The request in a message; one that does not decode leaves what could be read of it.
+/// The request in a message; an empty one when it does not decode, and nothing of what could be read of it.
 template <class Request>
 Request DecodeCommand(AMessagePipeRequestReply* pipe, AMessage const* message) {
     Request request;
-    pipe->GetContext()->DecodeMessage(message, request);
+    if (!pipe->GetContext()->DecodeMessage(message, request)) {
+        request.Clear();
+    }
     return request;
 }
 

@@ -102,6 +102,7 @@ TEST_F(DeviceTest, AnswersMalformedRequestsAndServesTheNextOne) {
         {{"", type, payload, "more", "and more"}, "vq.vds.Error"},
         {{"", "", ""}, "vq.vds.Error"},
         {{"", std::string("vq\0%n%s", 7), payload}, "vq.vds.Error"},
+        {{"", type, payload + "\xff"}, "vq.sd.SetDeviceMaximumUpdateRate.Reply"},  // counts as empty
         {{"anybody", type, payload}, "vq.sd.SetDeviceMaximumUpdateRate.Reply"},
     };
     for (Case const& c : cases) {
