@@ -70,8 +70,8 @@ void SparseDeviceApplication::RequestAllExit() {
 }
 
 void SparseDeviceApplication::OnSignal(int number) {
+    s_signal = number;  // before the main loop may look for it
     RequestAllExit();
-    s_signal = number;
     if (number == SIGABRT) {
         // Nobody gets to say it later.
         AnnounceSignal();
