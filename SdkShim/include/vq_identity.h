@@ -3,19 +3,21 @@
  *
  * Usual course: VQIdentityGetAttributeNames (or VQIdentityGetKnownAttributeNames), set is_requested in the
  * records that you want, VQIdentityRequestAttributeValues, read value and is_granted,
- * VQIdentityReleaseUserProfile. The ...Async and
- * ...Wait pairs do the same in two steps each. Nothing has to be called first: the first call starts the
- * library's connection, and the first call after a release starts it anew.
+ * VQIdentityReleaseUserProfile. The ...Async and ...Wait pairs do the same in two steps each. Nothing has to
+ * be called first: the first call starts the library's connection, and the first call after a release starts
+ * it anew.
  *
  * Threads: the functions may be called from any thread, but never two at once; the caller serialises its
  * calls. VQIdentityGetResultString alone is free of this rule.
  *
  * Time: a call waits up to 15 s for the connection and then up to 5 s to send and 5 s more for the answer.
+ * The first one on a connection also asks the local server who the provider is, which is quick unless the
+ * server hangs.
  *
- * Results: beside the codes that each function lists, a provider's own non-zero code is returned as it
- * stands. VQResult_UnspecifiedFailure                           the library could not be initialised
- *   VQIdentityResult_FailedToConnectToLocalService        no connection to the local server within 15 s
- * hold for every function but VQIdentityGetResultString.
+ * Results: a provider's own non-zero code is returned as it stands. Every function but
+ * VQIdentityGetResultString also returns, beside the codes listed at it,
+ *   VQResult_UnspecifiedFailure                     when the library could not be initialised, and
+ *   VQIdentityResult_FailedToConnectToLocalService  when there was no connection to the local server in 15 s.
  */
 #ifndef VQ_IDENTITY_H
 #define VQ_IDENTITY_H
@@ -79,7 +81,8 @@ typedef struct VQIdentityAttribute {
  */
 typedef struct VQIdentityProfile {
     uint32_t attribute_count;
-    VQIdentityAttribute** attribute_ptrs; /* attribute_count pointers; null when the profile is empty */
+    /* attribute_count pointers; null in an empty profile and before names have been fetched */
+    VQIdentityAttribute** attribute_ptrs;
 } VQIdentityProfile;
 
 /*
@@ -104,11 +107,12 @@ VQ_API VQResult VQIdentityGetKnownAttributeNames(VQIdentityAttributeKey const* k
 
 /*
  * Sends the profile, as its records stand at this moment, to the provider and refreshes it from the answer.
- * Before any call that fetched names an empty profile is sent.
+ * Before any call that fetched names an empty profile is sent, and the answer's attributes are counted but
+ * not shown: attribute_ptrs stays null.
  *
  * profile: not read: the library's own profile is sent.
  * Returns VQResult_Ok, VQResult_UnspecifiedFailure when the provider could not be asked, or the provider's
- * code.
+ * code. An answer that counts more attributes than it holds ends the process.
  */
 VQ_API VQResult VQIdentityRequestAttributeValues(VQIdentityProfile const* profile) VQ_NOEXCEPT;
 
@@ -127,8 +131,9 @@ VQ_API VQResult VQIdentityReleaseUserProfile(VQIdentityProfile* profile) VQ_NOEX
  * Starts VQIdentityGetAttributeNames at the provider.
  *
  * out_future: receives a future, never 0, for VQIdentityGetAttributeNamesWait. A future can be waited on any
- * number of times and is never given up. Null: VQResult_InvalidParam, at once. Returns VQResult_Ok, or
- * VQIdentityResult_FailedToConnectToCloudService when the provider could not be asked.
+ * number of times and is never given up. Null: VQResult_InvalidParam, at once.
+ * Returns VQResult_Ok, or VQIdentityResult_FailedToConnectToCloudService when the provider could not be
+ * asked.
  */
 VQ_API VQResult VQIdentityGetAttributeNamesAsync(uint64_t* out_future) VQ_NOEXCEPT;
 
@@ -137,9 +142,11 @@ VQ_API VQResult VQIdentityGetAttributeNamesAsync(uint64_t* out_future) VQ_NOEXCE
  *
  * future: from either ...Async function. Unknown: VQResult_UnspecifiedFailure.
  * timeout: how long the provider may wait, in milliseconds; passed on to it. The call's own limits do not
- * change. out_profile: receives the profile. Null: VQResult_InvalidParam, at once. Returns VQResult_Ok,
- * VQIdentityResult_FailedToConnectToCloudService when the provider could not be asked, or the provider's
- * code. A successful answer without any attribute ends the process.
+ * change.
+ * out_profile: receives the profile. Null: VQResult_InvalidParam, at once.
+ * Returns VQResult_Ok, VQIdentityResult_FailedToConnectToCloudService when the provider could not be asked,
+ * or the provider's code. A successful answer without any attribute ends the process; so does one that counts
+ * more attributes than it holds.
  */
 VQ_API VQResult VQIdentityGetAttributeNamesWait(uint64_t future, uint32_t timeout,
                                                 VQIdentityProfile** out_profile) VQ_NOEXCEPT;
@@ -149,8 +156,9 @@ VQ_API VQResult VQIdentityGetAttributeNamesWait(uint64_t future, uint32_t timeou
  *
  * profile: not read: the library's own profile is sent.
  * out_future: receives a future for VQIdentityRequestAttributeValuesWait, as above. Null:
- * VQResult_InvalidParam, but only once there is a connection. Returns VQResult_Ok, or
- * VQIdentityResult_FailedToConnectToCloudService when the provider could not be asked.
+ * VQResult_InvalidParam, but only once there is a connection.
+ * Returns VQResult_Ok, or VQIdentityResult_FailedToConnectToCloudService when the provider could not be
+ * asked.
  */
 VQ_API VQResult VQIdentityRequestAttributeValuesAsync(VQIdentityProfile const* profile,
                                                       uint64_t* out_future) VQ_NOEXCEPT;
@@ -160,8 +168,9 @@ VQ_API VQResult VQIdentityRequestAttributeValuesAsync(VQIdentityProfile const* p
  *
  * future: from either ...Async function. Unknown: VQResult_UnspecifiedFailure, and the profile stays.
  * timeout: how long the provider may wait, in milliseconds; passed on to it. The call's own limits do not
- * change. Returns VQResult_Ok, VQIdentityResult_FailedToConnectToCloudService when the provider could not be
- * asked, or the provider's code.
+ * change.
+ * Returns VQResult_Ok, VQIdentityResult_FailedToConnectToCloudService when the provider could not be asked,
+ * or the provider's code. An answer that counts more attributes than it holds ends the process.
  */
 VQ_API VQResult VQIdentityRequestAttributeValuesWait(uint64_t future, uint32_t timeout) VQ_NOEXCEPT;
 

@@ -33,9 +33,8 @@ class IFeatureClient;
 ///
 /// Threads: DoInitialize and TearDown from any; Connect and Disconnect on the connection manager's thread
 /// only; what a derived class adds is the application's thread's.
-/// @tparam Context  the derived class, with OnConnect() and OnDisconnect(), both bool, which run within
-/// Connect
-///                  and Disconnect.
+/// @tparam Context  the derived class, with bool OnConnect() and bool OnDisconnect(): Connect and Disconnect
+///                  call them.
 /// @tparam Device   the shim's sparse device.
 template <class Context, class Device>
 class ShimContext {
@@ -62,11 +61,15 @@ public:
     void TearDown();
 
     /// Waits for the connection manager, if there is one.
+    /// @return false when there was no connection in time.
     bool WaitForConnection(std::chrono::milliseconds timeout);
 
     /// Checks the server, fetches its manifest and lets the derived class start the device. The outcome is
     /// not looked at by the connection manager: a refused server leaves the shim connected, without a device.
+    /// @return false when the server is refused or does not tell where its data are (logged), or the derived
+    ///         class says so.
     bool Connect();
+    /// Lets the derived class end the device, and forgets the server's pipes. Always true.
     bool Disconnect();
 
     SparseDeviceMule<Device>& DeviceMule() { return m_deviceMule; }

@@ -29,7 +29,10 @@ public:
 
     /// Makes the server know this process as an application; once. Waits up to 15 s to send and 15 s to
     /// receive.
+    /// @return false when the server refuses (logged) or does not answer.
     bool EnsureVQSDKApplicationRegistered();
+    /// Takes that back, waiting as long; from then on the process counts as not registered in any case.
+    /// @return false when the server does not confirm it.
     bool UnregisterVQSDKApplication();
 
 protected:

@@ -92,7 +92,7 @@ public:
     virtual bool OnPostInit();
     /// The device's own work of a step.
     virtual bool OnUpdate();
-    /// The application's thread calls these two.
+    /// The application's thread calls these two. False is logged there.
     virtual bool OnSuspend();
     virtual bool OnResume();
     /// Leaves the server (unless it has dropped the device already) and ends channels and dispatcher.
@@ -101,6 +101,7 @@ public:
     virtual void OnDeviceUnregisteredEvent(std::string const& deviceName);
 
     /// Registers the channels that Init made and reports the device as ready.
+    /// @return false when the server does not take the channels; whether it takes the report does not count.
     bool FinishInit();
 
     /// Asks to be ended; the next step leaves the server. Any thread.
@@ -171,6 +172,7 @@ public:
     bool UnregisterChannel(ChannelObserver* channel);
 
     /// Fetches the server's list of channels into the channel factory.
+    /// @return false before Init, and when the server does not give it (logged).
     bool UpdateKnownChannels();
 
     /// The device that produces a channel, by the server's mapping: the first one, or the first of
@@ -191,8 +193,12 @@ public:
                                                                    std::string const& address,
                                                                    std::string const& node);
 
+    /// What the server knows of one device, or of all.
+    /// @param reply  filled; fresh.
+    /// @return false when the server does not answer or does not know the device (logged).
     bool GetDeviceInfo(std::string const& device, vq::vds::GetDeviceInfo_Reply& reply);
     bool GetDeviceInfos(vq::vds::GetDeviceInfos_Reply& reply);
+    /// Names of devices and channels; none, with an error line, when the server does not answer.
     std::vector<std::string> FindDevicesOfType(SparseDeviceType type);
     /// @param type  display text of a data type.
     /// @param flag  passed on to the server.
@@ -202,13 +208,18 @@ public:
                                                 std::string const& type);
 
     /// Asks the server to map channels to this device.
+    /// @return false when the server does not answer or refuses one of them (logged).
     bool AddChannelProducerFromSelf(std::string const& channel);
     bool AddChannelProducersFromSelf(std::vector<std::string> const& channels);
 
     /// Sends the queued events; what fails is dropped too.
+    /// @return false when one of them failed (logged).
     bool SendSparseDeviceEvents();
-    /// Shows or takes back a message to the user of the machine; goes out at once.
+    /// Shows or takes back a message to the user of the machine; goes out at once, with what is queued before
+    /// it.
     /// @param category  a valid value, or the process ends.
+    /// @param a, b      passed on as they are.
+    /// @return as SendSparseDeviceEvents.
     bool SendSparseDeviceUserMessage(vq::sd::UserMessageCategory category, std::string const& text,
                                      std::uint64_t a, std::uint64_t b);
     bool CancelSparseDeviceUserMessage(std::uint64_t id);

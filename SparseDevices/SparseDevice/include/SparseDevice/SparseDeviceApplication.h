@@ -46,6 +46,7 @@ public:
     SparseDeviceApplication& operator=(SparseDeviceApplication const&) = delete;
 
     virtual std::string GetVersion() const;
+    /// For the program's own command line; nothing here calls it.
     virtual bool ProcessParams(int argc, char const* const* argv);
     /// Starts the devices and adds their mules.
     /// @return false ends the program.
@@ -57,21 +58,34 @@ public:
     virtual bool ProcessInputCommand(std::string const& line);
     /// Input thread.
     virtual void PrintInputCommandsList();
+    /// Makes the application known to the server and takes the id that it gives. Waits up to 5 s to send and
+    /// 5 s to receive.
+    /// @return false when there is no pipe, no answer or no id, or the server refuses (logged).
     virtual bool RegisterApplication();
+    /// Tells the server that the devices run; waits as long.
+    /// @return false when there is no pipe or no answer, or the server refuses (logged).
     virtual bool ReportInitialization();
+    /// Takes the registration back, waiting up to 1 s to send and 1 s to receive; drops id and pipe in any
+    /// case. Always true.
     virtual bool UnregisterApplication();
+    /// Starts reading standard input, when there is one to read.
     virtual void StartInputThread();
     /// Input thread. False ends all applications.
     virtual bool OnInputThreadStart();
+    /// For programs: a device of theirs has started. Nothing here calls it.
     virtual void OnStarted(std::shared_ptr<SparseDevice> device);
+    /// Begins to listen to the server's heartbeat. False (logged) ends the program before its loop.
     virtual bool OnInitialization();
+    /// Behind the last pass of the main loop, before the devices end.
     virtual bool OnShutdown();
+    /// Hand the call to each device that runs; true when all of them said so.
     virtual bool OnSuspend();
     virtual bool OnResume();
     /// Passes of the main loop a second; 1001 and more: without a pause.
     virtual float GetUpdateHz();
-    /// One pass of the main loop, its pause included.
+    /// One pass of the main loop, its pause included. False is logged and does not end the loop.
     virtual bool OnUpdate();
+    /// At least one heartbeat of the server has come since the last pass.
     virtual void OnServerHeartbeat();
 
     /// The whole program, up to the end of its loop.
@@ -97,6 +111,7 @@ public:
     bool IsExitRequested() const;
     bool IsRunning() const { return m_running; }
 
+    /// Call OnSuspend or OnResume, and log a failure.
     void HandleSuspend();
     void HandleResume();
 
@@ -114,11 +129,13 @@ public:
     /// Reads the manifest and lets the options override what it says. Ends the process with status 0 when the
     /// options say so.
     /// @param defaultManifest  path to use when the options have none.
+    /// @return false when the manifest cannot be read (logged).
     bool HandleCommonSparseDeviceCLIOptions(SparseDeviceCLIOptions options,
                                             std::string const& defaultManifest);
 
     /// The pipe to the server, made when there is none or it has been disposed; null when it cannot be made.
     AMessagePipeRequestReply* GetServerRequestReply();
+    /// The context of the server's address and its pipes; owned by the message manager.
     AMessageContext* GetServerMessageContext();
     AMessagePipeProvider* GetMessagePipeProvider();
     /// A client pipe to a device's commands, owned by the pipe provider; null when the server does not know
