@@ -107,7 +107,7 @@ VQ_API VQResult VQIdentityGetKnownAttributeNames(VQIdentityAttributeKey const* k
 
 /*
  * Sends the profile, as its records stand at this moment, to the provider and refreshes it from the answer.
- * Before any call that fetched names an empty profile is sent, and the answer's attributes are counted but
+ * Before any call that fetched names the profile is empty, and the answer's attributes are then counted but
  * not shown: attribute_ptrs stays null.
  *
  * profile: not read: the library's own profile is sent.
@@ -118,8 +118,8 @@ VQ_API VQResult VQIdentityRequestAttributeValues(VQIdentityProfile const* profil
 
 /*
  * Tells the provider that the profile is no longer used, then closes the connection and ends the library's
- * threads. The records stay readable until the next call that fetches names. The next call connects anew;
- * futures stay valid.
+ * threads. The records stay readable until the next call that refreshes the profile. The next call connects
+ * anew; futures stay valid.
  *
  * profile: not read.
  * Returns VQResult_Ok, or VQIdentityResult_FailedToConnectToCloudService when the provider could not be
