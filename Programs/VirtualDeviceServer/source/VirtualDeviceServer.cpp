@@ -147,6 +147,8 @@ bool VirtualDeviceServer::Implementation::Start() {
     if (m_options.name.empty()) {
         m_options.name = NameFromAddress(m_options.address);
     }
+    // Clients have working directories of their own.
+    m_options.dataDirectory = GetFullPath(m_options.dataDirectory);
     if (!CheckOptions()) {
         return false;
     }

@@ -17,7 +17,8 @@ namespace vq::server {
 inline ServerOptions Options(std::string const& address) {
     ServerOptions options;
     options.address = MessageAddress::FromString(address);
-    options.dataDirectory = test::HomeDirectory() + "data";
+    // Relative, as people type it; clients are told the full path.
+    options.dataDirectory = std::filesystem::relative(test::HomeDirectory() + "data");
     options.heartbeatPeriod = std::chrono::milliseconds(50);
     std::filesystem::create_directory(options.dataDirectory);
     std::ofstream(options.dataDirectory + "/ShimMultiDeviceManifest.json") << "{}";

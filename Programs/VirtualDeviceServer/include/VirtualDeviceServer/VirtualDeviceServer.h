@@ -17,7 +17,7 @@ struct ServerOptions {
     /// What its line in the registry is called; not two servers of one name may live. Empty: made from the
     /// address.
     std::string name;
-    /// Directory that holds ShimMultiDeviceManifest.json; clients are told this text.
+    /// Directory that holds ShimMultiDeviceManifest.json; clients are told its full path.
     std::string dataDirectory;
     /// A device that is silent for so long is unregistered; 0 for never.
     std::chrono::milliseconds pruneAfter{15000};
