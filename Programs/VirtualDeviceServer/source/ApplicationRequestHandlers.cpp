@@ -4,8 +4,6 @@ namespace vq::server {
 
 namespace {
 
-constexpr char kStopping[] = "the server is stopping";
-
 void ServeDeviceApplications(RequestTable& table, ServerState& state, ServerControl& control) {
     table.Serve<vq::vds::RegisterDeviceApplication>(
         [&state, &control](vq::vds::RegisterDeviceApplication const& request) -> Answer {

@@ -98,7 +98,7 @@ bool DeviceCommands::TakeAnswer(std::uint64_t number) {
     } else if (onAnswer) {
         AMessageContext* const context = m_provider.GetContext();
         onAnswer([&](google::protobuf::MessageLite& reply) {
-            return answer->Type() == reply.GetTypeName() && context->DecodeMessage(answer.get(), reply);
+            return context->DecodeMessage(answer.get(), reply);
         });
     }
     return false;

@@ -8,6 +8,7 @@
 #include "Logging/Log.h"
 #include "Messaging/ZMQMessageContext.h"
 #include "ServerEndpoints.h"
+#include "SocketUrl.h"
 #include "Utils/OSUtils.h"
 
 namespace vq::server {
@@ -18,21 +19,6 @@ using Transport = MessageAddress::Transport;
 
 /// Messages read in one go before others have their turn.
 constexpr int kBatch = 64;
-
-std::string UrlOf(MessageAddress const& address) {
-    std::string url = "inproc://";
-    if (address.transport == Transport::SOCKET) {
-        url = "tcp://";
-    } else if (address.transport == Transport::IPC) {
-        url = "ipc://";
-    }
-    url.append(address.location);
-    return url;
-}
-
-int DescriptorOf(ZMQMessagePipeBase const& pipe) {
-    return static_cast<int>(pipe.GetSocket()->get(zmq::sockopt::fd));
-}
 
 }  // namespace
 

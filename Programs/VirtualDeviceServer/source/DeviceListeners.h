@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "DescriptorPoll.h"
 #include "Messaging/ZMQMessagePipeProvider.h"

@@ -4,8 +4,6 @@ namespace vq::server {
 
 namespace {
 
-constexpr char kStopping[] = "the server is stopping";
-
 TimePoint Now() {
     return std::chrono::steady_clock::now();
 }

@@ -51,7 +51,7 @@ void ServeLaunchRequests(RequestTable& table, ServerState& state, ServerControl&
     table.Serve<vq::vds::LaunchDeviceApplication>(
         [&control](vq::vds::LaunchDeviceApplication const& request) -> Answer {
             if (control.IsStopping()) {
-                return OwnError<vq::vds::LaunchDeviceApplication>("the server is stopping");
+                return OwnError<vq::vds::LaunchDeviceApplication>(kStopping);
             }
             std::int64_t processId = 0;
             if (auto const refusal = control.Processes().Launch(request.application(), request.text_2(),

@@ -77,6 +77,9 @@ void ServeSharedMemoryRequests(RequestTable& table, SharedMemoryStore& store, Se
 
 /// @name Building answers
 ///@{
+/// Why nothing new may register once ServerControl::IsStopping.
+inline constexpr char kStopping[] = "the server is stopping";
+
 Answer GeneralError(std::string const& text);
 
 template <class Request>

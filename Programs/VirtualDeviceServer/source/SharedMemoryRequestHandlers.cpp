@@ -43,7 +43,7 @@ void ServeConfigurations(RequestTable& table, SharedMemoryStore& store) {
 void ServeSharedMemoryRequests(RequestTable& table, SharedMemoryStore& store, ServerControl& control) {
     table.Serve<CreateServerSharedMemory>([&](CreateServerSharedMemory const& request) {
         return FillUnlessRefused<CreateServerSharedMemory>([&](CreateServerSharedMemory::Reply& reply) {
-            return control.IsStopping() ? SharedMemoryStore::Refusal("the server is stopping")
+            return control.IsStopping() ? SharedMemoryStore::Refusal(kStopping)
                                         : store.Create(request, reply);
         });
     });

@@ -20,6 +20,7 @@
 #include "RequestTable.h"
 #include "ServerEndpoints.h"
 #include "ServerEvents.pb.h"
+#include "SocketUrl.h"
 #include "Timers.h"
 #include "Utils/OSUtils.h"
 
@@ -177,8 +178,7 @@ bool VirtualDeviceServer::Implementation::Start() {
 
 void VirtualDeviceServer::Implementation::Watch(ZMQMessagePipeBase const& pipe,
                                                 bool (Implementation::*serve)()) {
-    m_poll.Watch(static_cast<int>(pipe.GetSocket()->get(zmq::sockopt::fd)),
-                 [this, serve] { return (this->*serve)(); });
+    m_poll.Watch(DescriptorOf(pipe), [this, serve] { return (this->*serve)(); });
 }
 
 bool VirtualDeviceServer::Implementation::CheckOptions() const {
