@@ -81,8 +81,7 @@ double TimeBlock(std::size_t batch, Operation& operation) {
 }
 
 /// @return heap allocations an operation over one block; of all threads, so those that a reply causes in a
-/// peer's
-///         thread of this process count too.
+///         peer's thread of this process count too.
 template <typename Operation>
 double AllocationsOfBlock(std::size_t batch, Operation& operation) {
     AllocationCount const count;

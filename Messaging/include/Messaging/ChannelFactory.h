@@ -26,8 +26,7 @@ public:
         static Registrar& GetInstance();
 
         /// @param name  display text of the data type; an earlier channel creator of that name is replaced,
-        /// an earlier
-        ///              data creator stays.
+        ///              an earlier data creator stays.
         void Register(ChannelCreator channelCreator, DataCreator dataCreator, std::string const& name);
         /// Empty when there is none.
         ChannelCreator GetChannelCreator(std::string const& name) const;

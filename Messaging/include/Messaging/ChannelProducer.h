@@ -31,8 +31,7 @@ public:
     virtual bool SetDataFromMessageArray(char const* bytes, int length) = 0;
     /// Makes a sample of a copy of the message and sets it.
     /// @return false, with an error line, when the message is not of the channel's type; true says nothing of
-    /// the
-    ///         send.
+    ///         the send.
     virtual bool SetDataFromMessage(google::protobuf::MessageLite const* message) = 0;
     virtual void OnProducerActivated() { m_active = true; }
     virtual void OnProducerDeactivated() { m_active = false; }

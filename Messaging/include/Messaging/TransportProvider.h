@@ -51,8 +51,7 @@ private:
 class ZMQIPCAddressProvider final : public TransportProvider {
 public:
     /// @param location  a full path, or a name under the user's temporary directory; "_" stands in for an
-    /// empty
-    ///                  one.
+    ///                  empty one.
     explicit ZMQIPCAddressProvider(std::string const& location);
     MessageAddress Resolve(std::string const& logicalName, bool force) override;
 

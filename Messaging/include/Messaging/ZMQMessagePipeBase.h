@@ -93,8 +93,7 @@ private:
     Progress RecvFrames(int flags, Frames frames);
     /// PollFor and SendMessages in one, without the wait: a poll costs more than a send that succeeds.
     /// @return nothing when the ordinary way has to be taken: the socket is not ready, the timeout is none
-    /// that
-    ///         waits in PollFor, or the steps are to be traced. The frames are then untouched.
+    ///         that waits in PollFor, or the steps are to be traced. The frames are then untouched.
     std::optional<bool> TrySend(Frames frames, std::chrono::milliseconds timeout, bool* timedOut);
     /// PollFor and RecvMessages in one, by the socket's own time limit: a poll costs more than a receive.
     /// @return as for TrySend

@@ -18,9 +18,8 @@ class DescriptorPoll {
 public:
     /// Called when the descriptor is readable, and once after Watch.
     /// @return true when it has stopped before all was done: it is called again in the next round, readable
-    /// or
-    ///         not. A descriptor of a message socket must be done with until nothing is left, because it only
-    ///         tells of what has not been looked at yet.
+    ///         or not. A descriptor of a message socket must be done with until nothing is left, because it
+    ///         only tells of what has not been looked at yet.
     using OnReadable = std::function<bool()>;
 
     /// Throws std::system_error when the system gives no descriptor.

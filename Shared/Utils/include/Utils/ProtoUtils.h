@@ -22,8 +22,7 @@ using ProtoUtilsDetail::ConvertTo;
 
 /// A controller's state as the two messages in which it travels, fit for two channels.
 /// @param controllerEvent  gets everything but the pose; its timestamp is this moment, milliseconds of the
-/// steady
-///                         clock, and a finger counts as touching when its force is above 0.
+///                         steady clock, and a finger counts as touching when its force is above 0.
 /// @param transformEvent   gets the pose; its flags and contributors are not touched.
 void ConvertTo(::VQInputControllerState const& state, vq::ch::InputControllerDataEvent* controllerEvent,
                vq::ch::TransformChannelDataEvent* transformEvent);

@@ -27,8 +27,7 @@ public:
     static std::shared_ptr<ServerRegistry> MakeTestInstance();
 
     /// @param name  base name of the block and the mutex; both are opened or created at once. A failure is
-    /// logged and
-    ///              not retried: later calls then find no table.
+    ///              logged and not retried: later calls then find no table.
     explicit ServerRegistry(std::string name);
     ServerRegistry(ServerRegistry const&) = delete;
     ServerRegistry& operator=(ServerRegistry const&) = delete;

@@ -96,8 +96,7 @@ public:
     /// @param name  two names that differ only in slash against underscore are the same block.
     /// @param size  nominal size in bytes.
     /// @param type  every known type is backed by a file here; an unknown value is logged and gives a block
-    /// that
-    ///              refuses everything.
+    ///              that refuses everything.
     static SharedMemory* MakeRaw(std::string const& name, std::uint64_t size, SharedMemoryType type);
     static std::shared_ptr<SharedMemory> Make(std::string const& name, std::uint64_t size,
                                               SharedMemoryType type);

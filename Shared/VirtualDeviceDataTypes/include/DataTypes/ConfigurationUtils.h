@@ -14,8 +14,7 @@
 /// replaces an earlier one of its name, without limits and without an event. A setting that no property
 /// declares also makes a hidden property.
 /// @return false with an error line at the first value that doesn't convert or fit its property; settings
-/// read
-///         before it stay.
+///         read before it stay.
 bool ParseConfigurationSettings(Json::Value const& root, std::string const& key, ConfigurationState& state);
 
 /// Reads a change message: an object of new values.
