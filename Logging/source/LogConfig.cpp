@@ -177,6 +177,14 @@ bool LogConfig::RemoveLogHandler(LogHandler* handler) {
     return true;
 }
 
+bool LogConfig::DeleteLogHandler(LogHandler* handler) {
+    bool const removed = RemoveLogHandler(handler);
+    if (removed) {
+        DeleteHandlers({handler});
+    }
+    return removed;
+}
+
 void LogConfig::DeleteHandlers(std::vector<LogHandler*> const& removed) {
     // Another thread may still be using them. One that stays, blocked in a write, keeps them for good.
     constexpr auto limit = std::chrono::seconds(1);

@@ -1,34 +1,20 @@
 #include <cstdio>
-#include <cstdlib>
-#include <mutex>
 
 #include "Logging/LogHandler.h"
 #include "Logging/StdioLogHandler.h"
 
-namespace {
-
-void SayThatThereIsNoFileLog() {
-    for (char const* name : {"VQ_REMOTE_LOGFILE", "VDS_TEST_DIR"}) {
-        if (std::getenv(name) != nullptr) {
-            std::fprintf(stderr, "File logging is not available in this build: %s has no effect\n", name);
-            std::fflush(stderr);
-            return;
-        }
-    }
-}
-
-}  // namespace
+/// Makes the file log in a program that has it. The file log stands above the platform library and that above
+/// the log core, which must not know it: so this is a weak reference, null without the file log. The linker
+/// resolves it; nothing has to be registered while the program starts.
+extern "C" [[gnu::weak]] LogHandler* vq_create_file_log_handler(LogConfig& config);
 
 LogHandler* LogFactory::CreateLogHandler(LogConfig& config, LogTarget target) {
     switch (target) {
         case LogTarget::Stdout:
         case LogTarget::Stderr:
             return new StdioLogHandler(config, target);
-        case LogTarget::File: {
-            static std::once_flag said;
-            std::call_once(said, SayThatThereIsNoFileLog);
-            return nullptr;
-        }
+        case LogTarget::File:
+            return vq_create_file_log_handler != nullptr ? vq_create_file_log_handler(config) : nullptr;
     }
     std::fprintf(stderr, "Unknown log target %d\n", static_cast<int>(target));
     std::fflush(stderr);

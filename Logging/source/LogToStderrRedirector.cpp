@@ -33,14 +33,3 @@ LogToStderrRedirector::LogToStderrRedirector(LogConfig& config)
 LogToStderrRedirector::~LogToStderrRedirector() {
     m_config.SetLogCallback(std::move(m_previous));
 }
-
-void ConfigureFileLogging() {
-    LogConfig& config = LogConfig::Instance();
-    LogToStderrRedirector const redirector(config);
-    LogHandler* const handler = config.EnsureLogHandler<LogHandler>(LogTarget::File);
-    if (handler == nullptr) {
-        return;
-    }
-    // An empty record opens the file and writes nothing else.
-    handler->Log(LogRecord());
-}

@@ -13,6 +13,7 @@
 
 #include "Logging/Log.h"
 #include "Logging/LogConfig.h"
+#include "Logging/LogParameterCLIProcessor.h"
 #include "Messaging/AMessageManager.h"
 #include "Utils/FileDescriptor.h"
 #include "Utils/OSUtils.h"
@@ -124,9 +125,16 @@ int main(int argc, char** argv) {
     std::string address = arguments.options.address.ToString();
     CLI::App app("The server of virtual devices: registers devices, maps channels, publishes events.");
     AddOptions(app, arguments, address);
+    app.footer(LogParameterCLIProcessor::GetHelpLine());
+    bool helpShown = false;
+    if (!LogParameterCLIProcessor::TakeParams(argc, argv, helpShown) || helpShown) {
+        return helpShown ? 0 : 1;
+    }
     CLI11_PARSE(app, argc, argv);
 
-    LogConfig::Instance().SetLevel(arguments.logLevel);
+    if (app.count("--log-level") != 0) {
+        LogConfig::Instance().SetLevel(arguments.logLevel);
+    }
     google::protobuf::SetLogHandler(&LogParserComplaint);
     std::signal(SIGPIPE, SIG_IGN);
     RaiseDescriptorLimit();

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "Logging/FileLogHandler.h"
 #include "Logging/Log.h"
 #include "Logging/LogConfig.h"
 
@@ -41,9 +42,13 @@ void ShimDeviceApplicationOwner::ConfigureAppFileLogging() {
     }
     // Trouble with the file is to be seen now, not in the file.
     LogToStderrRedirector const redirector(LogConfig::Instance());
-    LogHandler* const handler = LogConfig::Instance().FindFileLogHandler();
+    auto* const handler = dynamic_cast<FileLogHandler*>(LogConfig::Instance().FindFileLogHandler());
     if (handler == nullptr) {
         return;
+    }
+    handler->SetLocation(path);
+    if (std::getenv("VDS_TESTS_DIR") != nullptr) {
+        handler->SetBuffered(false);  // a test driver sees every line as it is written
     }
     // An empty record opens the file and prints nothing.
     handler->Log(LogRecord());

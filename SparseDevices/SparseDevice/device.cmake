@@ -6,6 +6,7 @@ vq_add_library(sparse_device
         source/ConfigurationCommands.cpp
         source/DevicePipes.cpp
         source/EventSender.cpp
+        source/LogCommands.cpp
         source/RecordingCommands.cpp
         source/SparseDevice.cpp
         source/SparseDeviceApplication.cpp
@@ -21,7 +22,7 @@ vq_add_library(sparse_device
         source/SparseDeviceUpdate.cpp
     PUBLIC vq::channels vq::device_data_types vq::device_stats vq::manifest vq::messaging vq::protobuf
            vq::sparse_device_mule_base
-    PRIVATE vq::logging vq::platform vq::registry Threads::Threads)
+    PRIVATE vq::file_logging vq::logging vq::platform vq::registry Threads::Threads)
 
 if(VQ_BUILD_TESTS)
     vq_add_test(sparse_device_test

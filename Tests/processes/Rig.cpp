@@ -10,10 +10,6 @@ namespace vq::test {
 
 namespace {
 
-std::string Binary(char const* name) {
-    return std::string(VQ_BINARY_DIR) + "/" + name;
-}
-
 void ExpectReady(ChildProcess& process, char const* name) {
     ASSERT_TRUE(process.ReadLineWith("ready", kStartLimit)) << name << " did not start:\n"
                                                             << process.DrainOutput();
@@ -22,8 +18,8 @@ void ExpectReady(ChildProcess& process, char const* name) {
 }  // namespace
 
 Caller::Caller(ChildProcess::Environment const& environment)
-    : m_process(
-          std::make_unique<ChildProcess>(std::vector<std::string>{Binary("identity_caller")}, environment)) {
+    : m_process(std::make_unique<ChildProcess>(std::vector<std::string>{Rig::Binary("identity_caller")},
+                                               environment)) {
     ExpectReady(*m_process, "identity_caller");
 }
 
@@ -46,6 +42,10 @@ CallResult Caller::Finish(std::chrono::milliseconds limit) {
     return result;
 }
 
+std::string Rig::Binary(char const* name) {
+    return std::string(VQ_BINARY_DIR) + "/" + name;
+}
+
 Rig::Rig() : m_address("IPC:" + HomeDirectory() + "vds") {
     ::setenv("VQ_VDS_ADDRESS", m_address.c_str(), 1);
 }
@@ -58,11 +58,13 @@ void Rig::StartServer(std::vector<std::string> const& extraArguments) {
     ExpectReady(*m_server, "vdserver");
 }
 
-void Rig::StartProvider(std::vector<std::string> const& settings) {
+void Rig::StartProvider(std::vector<std::string> const& settings,
+                        std::vector<std::string> const& extraArguments) {
     std::vector<std::string> arguments = {Binary("mock_identity_device")};
     for (std::string const& setting : settings) {
         arguments.insert(arguments.end(), {"--set", setting});
     }
+    arguments.insert(arguments.end(), extraArguments.begin(), extraArguments.end());
     m_provider.reset();
     m_provider = std::make_unique<ChildProcess>(arguments);
     ExpectReady(*m_provider, "mock_identity_device");

@@ -56,12 +56,16 @@ class Rig {
 public:
     Rig();
 
+    /// Path of one of our programs.
+    static std::string Binary(char const* name);
+
     std::string const& Address() const { return m_address; }
 
     /// Starts a server on the rig's address and waits until it serves.
     void StartServer(std::vector<std::string> const& extraArguments = {});
     /// Starts the sample provider, with settings such as "DelayMs=200", and waits until it is registered.
-    void StartProvider(std::vector<std::string> const& settings = {});
+    void StartProvider(std::vector<std::string> const& settings = {},
+                       std::vector<std::string> const& extraArguments = {});
 
     ChildProcess& Server() { return *m_server; }
     ChildProcess& Provider() { return *m_provider; }

@@ -55,6 +55,8 @@ public:
     bool AddLogHandler(LogHandler* handler);
     /// Takes a handler out; the caller owns it then. False for null or one not there.
     bool RemoveLogHandler(LogHandler* handler);
+    /// Takes a handler out and deletes it, once no other thread is inside it. False as above.
+    bool DeleteLogHandler(LogHandler* handler);
 
     /// The first handler of that target, or null.
     LogHandler* FindLogHandler(LogTarget target) const;
@@ -101,7 +103,3 @@ private:
     std::shared_ptr<LogHandler> m_handler;
     LogCallback m_previous;
 };
-
-/// Makes sure that the process-wide file log is open, for a process that logs to a file by default. Trouble
-/// shows on standard error. Does nothing when no file handler can be made.
-void ConfigureFileLogging();

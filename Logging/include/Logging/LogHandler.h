@@ -42,11 +42,10 @@ public:
     LogConfig& GetConfig() const { return m_config; }
     LogTarget GetTarget() const { return m_target; }
 
-    /// Change these two before other threads log.
-    bool UsesColor() const { return m_color; }
+    bool UsesColor() const { return m_color.load(std::memory_order_relaxed); }
     void SetUsesColor(bool color) { m_color = color; }
     /// A silenced handler gets plain records only.
-    bool IsSilenced() const { return m_silenced; }
+    bool IsSilenced() const { return m_silenced.load(std::memory_order_relaxed); }
     void SetSilenced(bool silenced) { m_silenced = silenced; }
 
     /// Sets the use of colour from VQLOG_COLOR: "0", "off", "no" and "false" turn it off, any other value,
@@ -80,8 +79,9 @@ public:
 private:
     LogConfig& m_config;
     LogTarget const m_target;
-    bool m_color = false;
-    bool m_silenced = false;
+    // Options may change them while other threads log.
+    std::atomic<bool> m_color = false;
+    std::atomic<bool> m_silenced = false;
 };
 
 /// A handler that writes lines to a C stream.
@@ -108,8 +108,8 @@ private:
 /// What makes the handlers.
 class LogFactory {
 public:
-    /// A new handler, not added to the configuration. Null for a target that this build has no handler for; a
-    /// file is one of those, and standard error is told so once when the environment asks for a file.
+    /// A new handler, not added to the configuration. Null for a target that this program has no handler for:
+    /// an unknown one, which standard error is told, or a file where the file log is not linked in.
     /// @return owned by the caller.
     static LogHandler* CreateLogHandler(LogConfig& config, LogTarget target);
 };

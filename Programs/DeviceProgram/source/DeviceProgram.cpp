@@ -7,6 +7,7 @@
 #include "DataTypes/VariantUtils.h"
 #include "Logging/Log.h"
 #include "Logging/LogConfig.h"
+#include "Logging/LogParameterCLIProcessor.h"
 #include "Utils/OSUtils.h"
 
 namespace vq {
@@ -20,6 +21,7 @@ DeviceProgram::DeviceProgram(std::string const& description, std::string manifes
     m_commandLine.add_option("--set", m_settings, "NAME=VALUE: a setting in place of the manifest's")
         ->allow_extra_args(false);
     m_commandLine.add_flag("--verbose", m_verbose, "say what happens");
+    m_commandLine.footer(LogParameterCLIProcessor::GetHelpLine());
 }
 
 void DeviceProgram::AddSetting(std::string const& flags, std::string const& setting,
@@ -29,7 +31,11 @@ void DeviceProgram::AddSetting(std::string const& flags, std::string const& sett
         help);
 }
 
-int DeviceProgram::Main(int argc, char const* const* argv) {
+int DeviceProgram::Main(int argc, char** argv) {
+    bool helpShown = false;
+    if (!LogParameterCLIProcessor::TakeParams(argc, argv, helpShown) || helpShown) {
+        return helpShown ? 0 : 1;
+    }
     try {
         m_commandLine.parse(argc, argv);
     } catch (CLI::ParseError const& error) {

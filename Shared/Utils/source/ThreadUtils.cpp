@@ -28,6 +28,18 @@ void KeepThreadName(std::string_view name) {
     t_ThreadName[length] = '\0';
 }
 
+/// The name that the system gives to a thread which nobody has named: the program's.
+std::string_view GetInheritedThreadName() {
+    // Destroyed trivially: threads ask while the process ends, and for each line of a log, without the heap.
+    struct Name {
+        Name() : length(GetExecutableName().copy(text, kNameLength)) {}
+        char text[kNameLength];
+        std::size_t length;
+    };
+    static Name const name;
+    return {name.text, name.length};
+}
+
 struct FreedFrames {
     void operator()(char** frames) const { std::free(frames); }
 };
@@ -40,7 +52,7 @@ std::string GetThreadName() {
     }
     char name[kNameLength + 1] = "";
     if (::pthread_getname_np(::pthread_self(), name, sizeof name) == 0 && *name != '\0' &&
-        GetExecutableName().substr(0, kNameLength) != name) {
+        GetInheritedThreadName() != name) {
         KeepThreadName(name);
         return name;
     }

@@ -8,8 +8,8 @@
 
 #include "ApplicationThreads.h"
 #include "DevicePipes.h"
+#include "Logging/FileLogHandler.h"
 #include "Logging/Log.h"
-#include "Logging/LogConfig.h"
 #include "Messaging/AMessageManager.h"
 #include "Messaging/AMessagePipeProvider.h"
 #include "ServerExchange.h"

@@ -3,6 +3,7 @@
 #include "CommandReply.h"
 #include "DeviceRequests.pb.h"
 #include "Messaging/MessageTypeName.h"
+#include "SparseDevice/LogCommands.h"
 #include "SparseDevice/SparseDevice.h"
 #include "SparseDevice/StatsCollector.h"
 
@@ -15,6 +16,12 @@ bool SparseDeviceCommandHandler::SetupCommandMap(std::unordered_map<std::string,
                    [this, handler](AMessage* message) { return (this->*handler)(message); });
     };
     using namespace vq::sd;
+    AddCommand(commandMap, MessageTypeName(GetLogParameters::default_instance()), [this](AMessage* message) {
+        return OnGetLogParameters<GetLogParameters>(RequestPipe(), message);
+    });
+    AddCommand(commandMap, MessageTypeName(SetLogParameters::default_instance()), [this](AMessage* message) {
+        return OnSetLogParameters<SetLogParameters>(RequestPipe(), message);
+    });
     add(GetConfigurationPropertyInfo::default_instance(), &Self::OnGetConfigurationPropertyInfo);
     add(GetDeviceConfiguration::default_instance(), &Self::OnGetDeviceConfiguration);
     add(SetDeviceConfiguration::default_instance(), &Self::OnSetDeviceConfiguration);

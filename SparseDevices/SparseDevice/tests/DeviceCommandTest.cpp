@@ -3,7 +3,10 @@
 #include "DeviceEvents.pb.h"
 #include "DeviceFixture.h"
 #include "DeviceRequests.pb.h"
+#include "Logging/LogConfig.h"
+#include "ServerRequests.pb.h"
 #include "SparseDevice/ASparseDeviceCommandHandler.h"
+#include "TestSupport/TestHome.h"
 
 // Requests that reach the device on its own pipe, good and bad.
 
@@ -162,8 +165,8 @@ TEST_F(DeviceTest, ServesPaceStatisticsAndTheEnd) {
     owner.TakeAndClearStateChanged();
     Ask(RefreshDevice());
     EXPECT_TRUE(owner.TakeAndClearStateChanged());
-    EXPECT_EQ(AskForError(GetLogParameters()),
-              "unhandled request: unknown command type: vq.sd.GetLogParameters");
+    EXPECT_EQ(AskForError(vq::vds::GetLogParameters()),
+              "unhandled request: unknown command type: vq.vds.GetLogParameters");
 
     owner.RequestExit();
     EXPECT_EQ(AskForError(RefreshDevice()),
@@ -198,6 +201,27 @@ TEST_F(DeviceTest, TellsARecorderItsChannelsAndAnswersAPlayer) {
     stopPlayback.set_text("/tmp/archive");
     EXPECT_TRUE(Ask(stopPlayback).flag_1());
     Ask(StartPlayback());
+}
+
+TEST_F(DeviceTest, ItsLogIsReadAndSetFromAfar) {
+    ASSERT_TRUE(Start());
+    auto const set = [](std::vector<std::string> const& parameters) {
+        SetLogParameters request;
+        for (std::string const& parameter : parameters) {
+            request.add_parameters(parameter);
+        }
+        return request;
+    };
+    LogConfig::Instance().Reset(true);
+    std::string const path = HomeDirectory() + "device.log";
+    Ask(set({"-V", "warning", "--logfile", path, "ignored"}));
+    EXPECT_EQ(LogConfig::Instance().GetLevel(), LogLevel::Warning);
+    auto const reply = Ask(GetLogParameters());
+    EXPECT_THAT(reply.parameters(), testing::ElementsAre("-V2f", path, "--logfile", path));
+    EXPECT_EQ(AskForError(set({"-V", "5-c-c"})), "Multiple '-' in -V at -c");
+    Ask(set({"--bogus"}));  // told on standard error alone
+    EXPECT_EQ(LogConfig::Instance().SetLogCallback({}), nullptr) << "the callback is restored";
+    LogConfig::Instance().Reset(true);
 }
 
 TEST_F(DeviceTest, QuitsAfterItHasAnswered) {

@@ -22,9 +22,9 @@ public:
     /// @param setting  name of the setting.
     void AddSetting(std::string const& flags, std::string const& setting, std::string const& help);
 
-    /// The whole program.
+    /// The whole program. It takes the logging options beside its own.
     /// @return the exit status: 0 when it ran, 1 when it could not start (logged), else the parser's.
-    int Main(int argc, char const* const* argv);
+    int Main(int argc, char** argv);
 
     std::string GetVersion() const override { return "1.0.0"; }
     bool OnInitialization() override;

@@ -2,8 +2,8 @@
 
 #include "SparseDevice/ASparseDeviceCommandHandler.h"
 
-/// The commands that every device serves: configuration, pace, recording, statistics and the end of the
-/// device or its application. A command that is not among them is answered as unknown.
+/// The commands that every device serves: the log, configuration, pace, recording, statistics and the end
+/// of the device or its application. A command that is not among them is answered as unknown.
 class SparseDeviceCommandHandler : public ASparseDeviceCommandHandler {
 public:
     bool SetupCommandMap(std::unordered_map<std::string, int>& commandMap) override;

@@ -1,0 +1,294 @@
+#include "Logging/FileLogHandler.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "FileLogHandlerGuard.h"
+#include "LogLine.h"
+#include "Logging/LogConfig.h"
+#include "Utils/OSUtils.h"
+#include "Utils/ThreadUtils.h"
+
+// Records, the buffer and its writing.
+
+namespace {
+
+/// Local time of day of the last line, a thread: it changes once a second.
+struct SecondText {
+    std::time_t second = -1;
+    char text[6] = {};
+};
+constinit thread_local SecondText t_secondText;
+
+void SetTwoDigits(char* out, int number) {
+    out[0] = static_cast<char>('0' + number / 10);
+    out[1] = static_cast<char>('0' + number % 10);
+}
+
+/// "HHMMSS.mmm", as LogHandler::FormatTime writes it.
+void AddTime(LogLine& line, LogTimePoint time) {
+    auto const seconds = std::chrono::floor<std::chrono::seconds>(time);
+    std::time_t const second = std::chrono::system_clock::to_time_t(seconds);
+    if (second != t_secondText.second) {
+        std::tm local{};
+        ::localtime_r(&second, &local);
+        SetTwoDigits(t_secondText.text, local.tm_hour);
+        SetTwoDigits(t_secondText.text + 2, local.tm_min);
+        SetTwoDigits(t_secondText.text + 4, local.tm_sec);
+        t_secondText.second = second;
+    }
+    auto const milliseconds =
+        static_cast<int>(std::chrono::floor<std::chrono::milliseconds>(time - seconds).count());
+    char fraction[4] = {'.', static_cast<char>('0' + milliseconds / 100)};
+    SetTwoDigits(fraction + 2, milliseconds % 100);
+    line.Add(std::string_view(t_secondText.text, sizeof t_secondText.text));
+    line.Add(std::string_view(fraction, sizeof fraction));
+}
+
+}  // namespace
+
+FileLogHandler::FileLogHandler(LogConfig& config)
+    : BaseStdioLogHandler(config, LogTarget::File),
+      m_programName(GetExecutableName()),
+      m_names(LogFileNames::FromPath(GetDefaultLocation())),
+      m_fullPath(m_names.FullPath()) {}
+
+FileLogHandler::~FileLogHandler() {
+    Close();
+}
+
+std::string FileLogHandler::GetDefaultLocation() {
+    return GetUserTempDirectory() + "logfile.txt";
+}
+
+void FileLogHandler::SetLocation(std::string const& path) {
+    Guard const guard(*this);
+    CloseFiles();
+    m_names = LogFileNames::FromPath(path);
+    m_fullPath = m_names.FullPath();
+}
+
+std::string FileLogHandler::GetLocation() const {
+    Guard const guard(*this);
+    return m_fullPath;
+}
+
+void FileLogHandler::SetBuffered(bool buffered) {
+    Guard const guard(*this);
+    if (buffered != m_buffered) {
+        FlushStream(m_buffer);
+        m_buffered = buffered;
+    }
+}
+
+bool FileLogHandler::IsBuffered() const {
+    Guard const guard(*this);
+    return m_buffered;
+}
+
+unsigned long FileLogHandler::GetMaxFileSize() const {
+    Guard const guard(*this);
+    return m_maxFileSize;
+}
+
+void FileLogHandler::Flush() {
+    Guard const guard(*this);
+    DoFlush();
+}
+
+void FileLogHandler::Close() {
+    Guard const guard(*this);
+    DoFlush();
+    CloseFiles();
+}
+
+void FileLogHandler::AddColor(LogLine& line, LogColor color) const {
+    line.Add(ColorText(color));
+}
+
+void FileLogHandler::FormatHeader(LogLine& line, LogRecord const& record) const {
+    AddColor(line, LogColor::Header);
+    AddTime(line, record.time);
+    line.Add(" <");
+    line.Add(m_programName);
+    line.Add('~');
+    line.Add(GetThreadName());
+    line.Add("> ");
+    AddColor(line, LogColor::Location);
+    if (record.tag != nullptr) {
+        line.Add(std::string_view(record.tag));
+    }
+    line.Add(std::string_view(ShortLevelName(record.level)));
+    line.Add(' ');
+    AddMediumLocation(line, record);
+}
+
+void FileLogHandler::AddMediumLocation(LogLine& line, LogRecord const& record) {
+    line.Add('[');
+    if (record.file != nullptr) {
+        std::string_view const path = record.file;
+        line.Add(GetFileNameView(path));
+        line.Add(':');
+        line.AddNumber(record.line);
+    } else {
+        line.Add(std::string_view(record.function != nullptr ? record.function : "???"));
+    }
+    line.Add("] ");
+}
+
+void FileLogHandler::Log(LogRecord const& record) {
+    if (FileLogBusy::IsSet()) {
+        return;
+    }
+    FileLogBusy const busy;
+    if ((m_stream.load(std::memory_order_relaxed) == nullptr && !EnsureFile()) || record.IsEmpty()) {
+        return;
+    }
+    LogLine line;
+    FormatHeader(line, record);
+    AddColor(line, GetLevelColor(record.level));
+    line.Add(record.message);
+    AddColor(line, LogColor::Reset);
+    std::size_t const length = line.View().size();
+    line.Add('\n');
+
+    std::lock_guard const lock(m_mutex);
+    if (m_stream == nullptr && !OpenOrFallBack()) {
+        return;  // closed by another thread since we looked
+    }
+    if (m_buffered && record.IsRepeatOf(m_lastRecord)) {
+        KeepRepeat(line.View().substr(0, length));
+        return;
+    }
+    if (m_repeatCount != 0) {
+        DoFlush();
+    } else {
+        m_lastRecord = record;
+    }
+    Append(line.View());
+}
+
+void FileLogHandler::KeepRepeat(std::string_view line) {
+    ++m_repeatCount;
+    m_repeatText = line;
+    m_repeatText += " (repeated ";
+    m_repeatText += std::to_string(m_repeatCount);
+    m_repeatText += m_repeatCount < 2 ? " time)\n" : " times)\n";
+}
+
+void FileLogHandler::Append(std::string_view line) {
+    if (!m_buffered) {
+        ReopenReplacedFile();
+        FlushStream(line);
+        return;
+    }
+    m_buffer += line;
+    if (m_buffer.size() >= m_flushBytes ||
+        std::chrono::steady_clock::now() >= m_lastFlush + m_flushInterval) {
+        ReopenReplacedFile();
+        FlushBuffer();
+    }
+}
+
+void FileLogHandler::FlushBuffer() {
+    // Without an open file it waits for the next one.
+    if (m_stream != nullptr) {
+        FlushStream(m_buffer);
+        m_buffer.clear();
+    }
+}
+
+void FileLogHandler::DoFlush() {
+    if (m_stream == nullptr) {
+        return;
+    }
+    ReopenReplacedFile();
+    if (m_buffered) {
+        FlushBuffer();
+    }
+    if (m_repeatCount != 0 && m_stream != nullptr) {
+        m_repeatCount = 0;
+        m_lastRecord = LogRecord();
+        FlushStream(m_repeatText);
+    }
+}
+
+void FileLogHandler::FlushStream(std::string_view text) {
+    std::FILE* const file = m_stream;
+    if (file == nullptr) {
+        return;
+    }
+    if (!text.empty()) {
+        FileLogBusy const busy;
+        bool timedOut = false;
+        bool locked = LockFile(file, m_lockTimeout, &timedOut);
+        if (timedOut) {
+            locked = LockBesideRotation();
+        } else {
+            CheckLogFileSize(text.size());
+        }
+        Write(text, locked);
+        if (locked) {
+            UnlockFile(file);
+        }
+    }
+    m_lastFlush = std::chrono::steady_clock::now();
+}
+
+/// Another process has held the log for long, perhaps to rotate it: waits for the end of that and tries
+/// again.
+bool FileLogHandler::LockBesideRotation() {
+    if (m_lockFile && !m_rotating) {
+        bool locked = LockFile(m_lockFile.get(), std::chrono::seconds(1));
+        if (!locked) {
+            LOG_PLAIN_E("waiting for log rotation on %s", m_fullPath.c_str());
+            locked = LockFile(m_lockFile.get(), m_rotateLockTimeout);
+        }
+        if (locked) {
+            UnlockFile(m_lockFile.get());
+        }
+    }
+    bool timedOut = false;
+    bool const locked = LockFile(m_stream, m_lockTimeout, &timedOut);
+    if (timedOut) {
+        LOG_PLAIN_E("log stream %s is stuck, writing anyway", m_fullPath.c_str());
+    }
+    return locked;
+}
+
+/// One write, past the stream: the file is open for appending, so that even without the lock lines stay
+/// whole.
+void FileLogHandler::Write(std::string_view text, bool locked) {
+    int const descriptor = ::fileno(m_stream);
+    std::size_t done = 0;
+    int error = 0;
+    while (done < text.size() && error == 0) {
+        ssize_t const count = ::write(descriptor, text.data() + done, text.size() - done);
+        if (count > 0) {
+            done += static_cast<std::size_t>(count);
+        } else if (count == 0 || errno != EINTR) {
+            error = count == 0 ? EIO : errno;
+        }
+    }
+    if (error == 0) {
+        m_writeFailed = false;
+        return;
+    }
+    off_t const end = ::lseek(descriptor, 0, SEEK_CUR);
+    std::size_t const torn = done - (text.substr(0, done).rfind('\n') + 1);
+    if (locked && torn != 0 && end >= 0) {
+        // Others go on behind us once there is room again: leave them no half line.
+        static_cast<void>(!::ftruncate(descriptor, end - static_cast<off_t>(torn)));
+    }
+    if (!std::exchange(m_writeFailed, true)) {
+        LOG_PLAIN_E("failed to write log %s (%s)", m_fullPath.c_str(), GetOSErrorText(error).c_str());
+    }
+}
+
+/// What the log core finds of this library, see LogFactory.
+extern "C" LogHandler* vq_create_file_log_handler(LogConfig& config) {
+    return new FileLogHandler(config);
+}

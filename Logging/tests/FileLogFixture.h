@@ -1,0 +1,96 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <utime.h>
+
+#include <algorithm>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "Logging/FileLogHandler.h"
+#include "Logging/LogConfig.h"
+#include "TestSupport/LogCapture.h"
+#include "TestSupport/TestHome.h"
+
+namespace vq::test {
+
+inline std::string ReadFile(std::string const& path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+/// A file log in a directory of its own, outside the process-wide configuration.
+class FileLogTest : public testing::Test {
+public:
+    FileLogTest() {
+        std::filesystem::create_directory(directory);
+        handler->SetLocation(path);
+    }
+    ~FileLogTest() override {
+        handler.reset();
+        std::filesystem::remove_all(directory);
+    }
+
+    static LogRecord MakeRecord(std::string text) {
+        LogRecord record;
+        record.time = LogTimePoint{std::chrono::microseconds(1'600'000'000'007'999)};
+        record.file = "/src/Channel.cpp";
+        record.line = 120;
+        record.function = "Send";
+        record.level = LogLevel::Info;
+        record.message = std::move(text);
+        return record;
+    }
+    void Log(std::string text) { handler->Log(MakeRecord(std::move(text))); }
+    /// Flushes, and gives what records left in a file: for each line what stands behind the location. Banners
+    /// are "***".
+    std::vector<std::string> Messages(std::string const& file) {
+        handler->Flush();
+        std::vector<std::string> messages;
+        std::istringstream text(ReadFile(file));
+        for (std::string line; std::getline(text, line);) {
+            std::size_t const location = line.find("] ");
+            messages.push_back(line.starts_with("*** ")        ? "***"
+                               : location != std::string::npos ? line.substr(location + 2)
+                                                               : "torn: " + line);
+        }
+        return messages;
+    }
+    std::vector<std::string> Messages() { return Messages(path); }
+
+    /// Names in the directory, sorted, without hidden ones.
+    std::vector<std::string> Names() const {
+        std::vector<std::string> names;
+        for (auto const& entry : std::filesystem::directory_iterator(directory)) {
+            std::string const name = entry.path().filename();
+            if (name.front() != '.') {
+                names.push_back(name);
+            }
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    static void SetModified(std::string const& file, std::time_t time) {
+        utimbuf const both{time, time};
+        ASSERT_EQ(::utime(file.c_str(), &both), 0);
+    }
+    static std::string Dated(std::time_t time) {
+        char text[16];
+        return {text, std::strftime(text, sizeof text, "-%Y%m%d", std::localtime(&time))};
+    }
+
+    std::string const directory = HomeDirectory() + "logs/";
+    std::string const path = directory + "app.log";
+    LogConfig config{false};
+    std::unique_ptr<FileLogHandler> handler = std::make_unique<FileLogHandler>(config);
+};
+
+}  // namespace vq::test

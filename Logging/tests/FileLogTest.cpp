@@ -1,0 +1,230 @@
+// What goes into a log file, and when.
+
+#include "FileLogFixture.h"
+
+#include <stdlib.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "Utils/OSUtils.h"
+#include "Utils/ThreadUtils.h"
+
+namespace vq::test {
+
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+namespace {
+
+TEST_F(FileLogTest, WritesABannerAndLinesByteByByte) {
+    ::setenv("TZ", "UTC", 1);
+    ::tzset();
+    LogRecord record = MakeRecord("channel opened");
+    record.tag = "tag ";
+    std::string const start = "122640.007 <" + GetExecutableName() + "~worker> ";
+    std::thread([&] {
+        SetThreadName("worker");
+        handler->Log(record);
+        record.tag = nullptr;
+        record.file = nullptr;
+        record.level = LogLevel::Error;
+        handler->Log(record);
+        handler->SetUsesColor(true);
+        record.tag = "tag";
+        record.level = LogLevel::Warning;
+        handler->Log(record);
+        record.message.assign(5000, 'x');
+        handler->SetUsesColor(false);
+        handler->Log(record);
+    }).join();
+    handler->Close();
+    std::istringstream text(ReadFile(path));
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(text, line);) {
+        lines.push_back(line);
+    }
+    EXPECT_THAT(lines, ElementsAre(StartsWith("*** " + GetExecutableName() + " pid " +
+                                              std::to_string(::getpid()) + " started logging at "),
+                                   start + "tag I [Channel.cpp:120] channel opened",
+                                   start + "E [Send] channel opened",
+                                   "\033[2m" + start + "\033[35mtagW [Send] \033[1;33mchannel opened\033[m",
+                                   start + "tagW [Send] " + std::string(5000, 'x')));
+}
+
+TEST_F(FileLogTest, FoldsRepeatsIntoOneLineWithACount) {
+    for (int i = 0; i < 5; ++i) {
+        Log("lost");
+    }
+    Log("found");  // ends the run, and cannot begin one
+    Log("found");
+    Log("found");
+    EXPECT_THAT(Messages(), ElementsAre("***", "lost", "lost (repeated 4 times)", "found", "found",
+                                        "found (repeated 1 time)"));
+    handler->SetBuffered(false);
+    Log("lost");
+    Log("lost");
+    EXPECT_THAT(Messages(), AllOf(testing::SizeIs(8), Contains("lost").Times(3)));
+}
+
+TEST_F(FileLogTest, WritesWhenTheBufferIsFullOrOld) {
+    handler->Log(LogRecord());
+    EXPECT_THAT(ReadFile(path), StartsWith("*** ")) << "an empty record opens the file";
+    std::size_t const banner = ReadFile(path).size();
+    int lines = 0;
+    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (ReadFile(path).size() == banner && std::chrono::steady_clock::now() < end) {
+        Log("line " + std::to_string(++lines));
+    }
+    EXPECT_GT(ReadFile(path).size(), banner);
+    EXPECT_THAT(ReadFile(path), EndsWith("line " + std::to_string(lines) + "\n"));
+    Log(std::string(65536, 'x'));
+    EXPECT_THAT(ReadFile(path), EndsWith("xxx\n"));
+}
+
+TEST_F(FileLogTest, TakesWhatIsBufferedToANewLocation) {
+    Log("one");
+    EXPECT_EQ(Messages().size(), 2U);
+    Log("two");
+    Log("two");
+    handler->SetLocation(directory + "other.log");
+    EXPECT_THAT(Messages(), ElementsAre("***", "one"));
+    Log("three");
+    EXPECT_THAT(Messages(directory + "other.log"),
+                ElementsAre("***", "two", "two (repeated 1 time)", "three"));
+    EXPECT_EQ(handler->GetLocation(), directory + "other.log");
+}
+
+TEST_F(FileLogTest, OpensAFallbackOrTellsThatItCannot) {
+    LogCapture capture(LogLevel::Info);
+    std::filesystem::create_directory(path);
+    Log("to the fallback");
+    EXPECT_EQ(handler->GetLocation(), directory + "logfile.log");
+    EXPECT_THAT(Messages(directory + "logfile.log"), ElementsAre("***", "to the fallback"));
+    EXPECT_THAT(capture.Lines(), ElementsAre("E *** failed to open log stream: " + path + " (Is a directory)",
+                                             "I Logging to " + directory + "logfile.log"));
+
+    std::string const missing = directory + "missing/";
+    handler->SetLocation(missing + "app.log");
+    capture.Clear();
+    Log("nowhere");
+    EXPECT_TRUE(capture.Has(LogLevel::Error, "*** failed to open log stream: " + missing +
+                                                 "app.log (No such file or directory)"));
+    EXPECT_TRUE(capture.Has(LogLevel::Error, "failed to open fallback " + missing + "logfile.log (No such"));
+    EXPECT_EQ(handler->GetLocation(), "");
+    std::filesystem::create_directory(missing);
+    Log("back");
+    EXPECT_THAT(Messages(missing + "logfile.log"), ElementsAre("***", "back"));
+}
+
+TEST_F(FileLogTest, FollowsItsPathWhenTheFileIsRemovedOrReplaced) {
+    LogCapture const capture;
+    Log("one");
+    handler->Flush();
+    std::filesystem::remove(path);
+    Log("two");
+    EXPECT_THAT(Messages(), ElementsAre("***", "two"));
+    std::filesystem::rename(path, directory + "moved.log");
+    Log("three");
+    EXPECT_THAT(Messages(directory + "moved.log"), ElementsAre("***", "two", "three"))
+        << "nothing took its place";
+    std::ofstream(path).flush();
+    Log("four");
+    EXPECT_THAT(Messages(), ElementsAre("***", "four"));
+
+    std::filesystem::remove_all(directory);
+    Log("five");
+    handler->Flush();
+    EXPECT_TRUE(capture.Has(LogLevel::Error, "failed to open fallback"));
+    std::filesystem::create_directory(directory);
+    Log("six");
+    EXPECT_THAT(Messages(directory + "logfile.log"), ElementsAre("***", "five", "six"));
+}
+
+TEST_F(FileLogTest, AFullDiskCostsLinesButTearsNoneAndStopsNothing) {
+    if (::mount("tmpfs", directory.c_str(), "tmpfs", 0, "size=64k") != 0) {
+        GTEST_SKIP() << "may not mount a file system";
+    }
+    LogCapture capture(LogLevel::Info);
+    handler->SetBuffered(false);
+    for (int i = 0; i < 300; ++i) {
+        Log("line " + std::to_string(i) + std::string(1000, 'x'));
+    }
+    EXPECT_EQ(capture.Count(LogLevel::Error, "failed to write log " + path + " (No space left on device)"),
+              1U);
+    handler->SetMaxFileSize(20000);
+    EXPECT_TRUE(capture.Has(LogLevel::Error, "Log file backup to " + directory + "app"));
+    EXPECT_THAT(Names(), ElementsAre("app.log")) << "what cannot be copied stays";
+    std::vector<std::string> const messages = Messages();
+    EXPECT_GT(messages.size(), 40U);
+    EXPECT_THAT(messages, testing::Each(testing::AnyOf("***", EndsWith("xxx"))));
+
+    handler->SetMaxFileSize(1 << 20);
+    ASSERT_EQ(::truncate(path.c_str(), 0), 0);
+    Log("room again");
+    EXPECT_THAT(Messages(), ElementsAre("room again"));
+    handler->Close();
+    ::umount(directory.c_str());
+}
+
+TEST_F(FileLogTest, KeepsWhatItLogsItselfOutOfTheFile) {
+    LogConfig& global = LogConfig::Instance();
+    global.AddLogHandler(handler.get());
+    testing::internal::CaptureStdout();
+    LOG_I("first");
+    EXPECT_THAT(testing::internal::GetCapturedStdout(), HasSubstr("Logging to " + path + "\n"));
+    global.RemoveLogHandler(handler.get());
+    EXPECT_THAT(Messages(), ElementsAre("***", "first"));
+}
+
+TEST_F(FileLogTest, ThreadsWriteWholeLinesWhileItIsReconfigured) {
+    constexpr int kThreads = 4;
+    constexpr int kLines = 2000;
+    std::vector<std::jthread> threads;
+    for (int thread = 0; thread < kThreads; ++thread) {
+        threads.emplace_back([this, thread] {
+            for (int line = 0; line < kLines; ++line) {
+                Log(std::to_string(thread) + " " + std::to_string(line));
+            }
+        });
+    }
+    for (int i = 0; i < 30; ++i) {
+        handler->Flush();
+        handler->SetMaxFileSize(i % 2 == 0 ? 10000 : 1 << 20);
+        handler->GetLogsAtLocation();
+        handler->Close();
+    }
+    threads.clear();
+    handler->Close();
+    std::vector<std::string> all;
+    for (DatedLog const& log : handler->GetLogsAtLocation()) {
+        std::vector<std::string> const some = Messages(log.path);
+        all.insert(all.end(), some.begin(), some.end());
+    }
+    std::erase(all, "***");
+    EXPECT_EQ(all.size(), std::size_t{kThreads * kLines});
+    std::sort(all.begin(), all.end());
+    EXPECT_EQ(std::unique(all.begin(), all.end()), all.end());
+    EXPECT_THAT(all, testing::Not(Contains(StartsWith("torn"))));
+}
+
+TEST_F(FileLogTest, ATestDriverChoosesTheDirectoryOfTheDefaultLog) {
+    ::setenv("VDS_TEST_DIR", directory.c_str(), 1);
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    ConfigureFileLogging();
+    ConfigureFileLogging();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Logging to " + directory + "/VDSTests.log\n");
+    EXPECT_THAT(Messages(directory + "VDSTests.log"), ElementsAre("***"));
+}
+
+}  // namespace
+
+}  // namespace vq::test

@@ -1,0 +1,72 @@
+// Log files and logging options of the programs and of an application.
+
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "Rig.h"
+#include "TestSupport/TestHome.h"
+
+namespace vq::test {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+std::string ReadFile(std::string const& path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+TEST(LogFiles, ServerProviderAndApplicationShareOne) {
+    std::string const file = HomeDirectory() + "all.log";
+    Rig rig;
+    rig.StartServer({"-V4-c+f", file, "--prune-after", "60000"});
+    rig.StartProvider({}, {"--logfile", file, "--verbosity=4"});
+    Caller caller({{"VQ_REMOTE_LOGFILE", file}, {"VDS_TESTS_DIR", ""}});
+    EXPECT_EQ(caller.Call("names").code, kOk);
+    EXPECT_THAT(ReadFile(file),
+                HasSubstr("*** identity_caller pid " + std::to_string(caller.Process().Pid())));
+    caller.Process().CloseInput();
+    EXPECT_EQ(caller.Process().WaitForExit(kStartLimit), 0);
+    rig.StopProvider();
+    EXPECT_THAT(rig.Provider().Output(), HasSubstr("Starting application"));
+    rig.StopServer();
+    EXPECT_THAT(rig.Server().Output(), Not(HasSubstr(" V ["))) << "its console is off";
+    std::string const text = ReadFile(file);
+    EXPECT_THAT(text,
+                AllOf(HasSubstr("*** vdserver pid "), HasSubstr(" <vdserver~"),
+                      HasSubstr("*** mock_identity_device pid "), HasSubstr(" <mock_identity_device~")));
+}
+
+TEST(LogFiles, AProviderLogsToItsUsersFileUnlessToldNot) {
+    std::string const file = HomeDirectory() + ".config/vqvds/logfile.txt";
+    Rig rig;
+    rig.StartServer();
+    rig.StartProvider({}, {"-V4-c"});
+    rig.StopProvider();
+    std::string const text = ReadFile(file);
+    EXPECT_THAT(text, AllOf(HasSubstr("*** mock_identity_device pid "), HasSubstr("V [")));
+    rig.StartProvider({}, {"-V4", "--no-logfile"});
+    rig.StopProvider();
+    std::string const more = ReadFile(file).substr(text.size());
+    EXPECT_THAT(more, Not(HasSubstr("V [")));
+}
+
+TEST(LogFiles, ABadOptionEndsAProgram) {
+    Rig rig;
+    for (char const* const program : {"vdserver", "mock_identity_device"}) {
+        ChildProcess child({Rig::Binary(program), "-Vq"});
+        EXPECT_EQ(child.WaitForExit(kStartLimit), 1);
+        EXPECT_THAT(child.Output(), HasSubstr("error: Unexpected option at q in -Vq\n"));
+        ChildProcess help({Rig::Binary(program), "-Vh"});
+        EXPECT_EQ(help.WaitForExit(kStartLimit), 0);
+        EXPECT_THAT(help.Output(), HasSubstr("Verbosity/logging help:\n"));
+    }
+}
+
+}  // namespace
+}  // namespace vq::test
