@@ -92,24 +92,6 @@ TEST_F(Faults, AServerThatIsKilledAndRestartedServesTheSameApplicationAgain) {
     EXPECT_EQ(caller.Call("release").code, kOk);
 }
 
-class ServerKilledDuringBringUp : public Faults, public testing::WithParamInterface<int> {};
-
-TEST_P(ServerKilledDuringBringUp, FailsTheCallInsideItsLimitsAndTheProcessEnds) {
-    m_rig.StartServer();
-    Caller caller;
-    caller.Begin("names");
-    // Not a wait for an event: the point of the kill is what varies.
-    std::this_thread::sleep_for(std::chrono::milliseconds(GetParam()));
-    m_rig.KillServer();
-    CallResult const names = caller.Finish();
-    EXPECT_TRUE(names.code == kFailure || names.code == kNoLocalService) << names.code;
-    EXPECT_LT(names.duration, 40s);
-    caller.Process().CloseInput();
-    EXPECT_EQ(caller.Process().WaitForExit(kCallLimit), 0) << caller.Process().DrainOutput();
-}
-
-INSTANTIATE_TEST_SUITE_P(AfterMilliseconds, ServerKilledDuringBringUp, testing::Values(3, 30, 600));
-
 TEST_F(Faults, AProviderKilledDuringACallFailsItAndItsSuccessorServesTheNext) {
     m_rig.StartServer({"--prune-after", "1500"});
     m_rig.StartProvider({"DelayMs=3000"});

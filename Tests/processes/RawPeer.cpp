@@ -48,7 +48,7 @@ RawSocket::RawSocket(int type, std::string const& endpoint)
     if (type == ZMQ_SUB) {
         zmq_setsockopt(m_socket, ZMQ_SUBSCRIBE, "", 0);
     }
-    bool const binds = type == ZMQ_REP || type == ZMQ_PUB;
+    bool const binds = type == ZMQ_REP || type == ZMQ_PUB || type == ZMQ_ROUTER;
     int const result = binds ? zmq_bind(m_socket, endpoint.c_str()) : zmq_connect(m_socket, endpoint.c_str());
     EXPECT_EQ(result, 0) << endpoint << ": " << zmq_strerror(zmq_errno());
 }
