@@ -37,7 +37,7 @@ TEST_F(IdentityCalls, NamesThenValuesGiveTheGrantedProfile) {
         << "what the caller holds stays readable: " << released.rest;
 }
 
-TEST_F(IdentityCalls, KnownNamesAreChosenByKeyAndNoKeysIsAnEmptySuccess) {
+TEST_F(IdentityCalls, KnownNamesAreChosenByKey) {
     Start();
     Caller caller;
     CallResult const known = caller.Call("known 7 2");

@@ -51,7 +51,6 @@ public:
     void SetRequestPipe(AMessagePipeRequestReply* pipe) { m_requestPipe = pipe; }
     /// The key under which the device holds this handler; set by the device.
     void SetKey(int key) { m_key = key; }
-    int Key() const { return m_key; }
 
 protected:
     /// Enters one command, in place of an earlier one of that type.
