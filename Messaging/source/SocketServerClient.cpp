@@ -1,5 +1,6 @@
 #include "Messaging/SocketServerClient.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "Logging/Log.h"
@@ -27,8 +28,9 @@ SocketServerClient::SocketServerClient(zmq::context_t* context, std::string cons
     : SocketServerBase(context),
       m_serverPort(port),
       m_socket(std::make_unique<zmq::socket_t>(*context, ZMQ_REQ)),
-      m_bridge(std::make_unique<VqdbAccessor>(serial, std::move(stop))),
-      m_identity(serial) {
+      m_bridge(std::make_unique<VqdbAccessor>(serial, stop)),
+      m_identity(serial),
+      m_stop(std::move(stop)) {
     m_socket->set(zmq::sockopt::routing_id, "socket server");
     // Nothing may wait for a headset that is gone.
     m_socket->set(zmq::sockopt::linger, 0);
@@ -55,7 +57,7 @@ bool SocketServerClient::Validate(std::uint32_t minimumLevel, std::string& error
     request += kProtocolVersion;
     zmq::message_t message(request);
     bool timedOut = false;
-    if (!Send(*m_socket, message, m_timeout, timedOut)) {
+    if (!Try(&Send, message, timedOut)) {
         if (timedOut) {
             error =
                 "Was not able to send version check request.\nBe sure the device is connected properly and "
@@ -64,7 +66,7 @@ bool SocketServerClient::Validate(std::uint32_t minimumLevel, std::string& error
         }
         return false;
     }
-    if (!Recv(*m_socket, message, m_timeout, timedOut)) {
+    if (!Try(&Recv, message, timedOut)) {
         if (timedOut) {
             error =
                 "Did not receive a reply to the version check request.\nNOTE: this usually indicates a "
@@ -79,10 +81,23 @@ bool SocketServerClient::Validate(std::uint32_t minimumLevel, std::string& error
     return ReadVersionReply(message.to_string_view(), minimumLevel, error);
 }
 
+bool SocketServerClient::Try(Transfer transfer, zmq::message_t& message, bool& timedOut) {
+    constexpr std::chrono::milliseconds kLook{100};
+    auto const end = std::chrono::steady_clock::now() + m_timeout;
+    auto left = m_timeout;
+    do {
+        if (transfer(*m_socket, message, m_stop.stop_possible() ? std::min(left, kLook) : left, timedOut)) {
+            return true;
+        }
+        left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+    } while (timedOut && left.count() > 0 && !m_stop.stop_requested());
+    return false;
+}
+
 bool SocketServerClient::Exchange(std::string const& request, zmq::message_t& reply) {
     zmq::message_t message(request);
     bool timedOut = false;
-    return Send(*m_socket, message, m_timeout, timedOut) && Recv(*m_socket, reply, m_timeout, timedOut);
+    return Try(&Send, message, timedOut) && Try(&Recv, reply, timedOut);
 }
 
 bool SocketServerClient::Command(std::string const& request) {

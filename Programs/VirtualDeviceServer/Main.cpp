@@ -59,6 +59,9 @@ void AddOptions(CLI::App& app, Arguments& arguments, std::string& address) {
         ->capture_default_str();
     app.add_option("--launch-from", options.launchDirectory,
                    "Let clients start the programs in this directory (default: they may start none)");
+    app.add_option("--headset-level", options.minimumHeadsetLevel,
+                   "Least platform API level of headsets to connect")
+        ->capture_default_str();
     app.add_option("--ready-fd", arguments.readyDescriptor,
                    "Descriptor that also gets the line \"ready ADDRESS\" once the server can be reached");
     std::map<std::string, LogLevel> const levels = {{"error", LogLevel::Error},

@@ -32,7 +32,7 @@ public:
     /// @param context  not owned, outlives this object
     /// @param serial   of the headset
     /// @param port     where its socket server listens, on the headset
-    /// @param stop     see VqdbAccessor
+    /// @param stop     once it is requested, no command waits any longer; for the bridge see VqdbAccessor
     SocketServerClient(zmq::context_t* context, std::string const& serial, int port,
                        std::stop_token stop = {});
     /// Disconnects all ports.
@@ -90,6 +90,9 @@ private:
 
     /// The maps of a role; null, logged, for a role that does not exist.
     PortMaps const* MapsOf(SocketRole role) const;
+    using Transfer = bool (*)(zmq::socket_t&, zmq::message_t&, std::chrono::milliseconds, bool&);
+    /// Sends or receives within the limit, unless the word to stop comes before.
+    bool Try(Transfer transfer, zmq::message_t& message, bool& timedOut);
     bool Exchange(std::string const& request, zmq::message_t& reply);
     /// A command whose reply carries nothing.
     bool Command(std::string const& request);
@@ -101,4 +104,5 @@ private:
     PortMaps m_forward;
     PortMaps m_reverse;
     std::string const m_identity;
+    std::stop_token const m_stop;
 };

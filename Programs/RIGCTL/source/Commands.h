@@ -63,6 +63,19 @@ Status PruneDevice(Session& session, std::string const& device);
 /// @param parameters  none: show them
 Status LogParameters(Session& session, std::string const& target, Texts const& parameters);
 
+// ---- headsets ----
+
+/// Those that the device bridge knows.
+Status ListHeadsets(Session& session);
+/// Lets the server make the link to a headset.
+/// @param serial  empty: the one of VQ_SERIAL, or the only one
+/// @param port    of the socket server on it
+Status ConnectHeadset(Session& session, std::string const& serial, unsigned port);
+Status DisconnectHeadset(Session& session, std::string const& serial);
+/// Connects ports to the other end of the server's link, and shows the pairs.
+/// @param listensHere  the ports are of this machine; otherwise of the headset
+Status ForwardPorts(Session& session, std::vector<unsigned> const& ports, bool listensHere);
+
 // ---- the rest ----
 
 /// @param type    full name of a request, or its last part

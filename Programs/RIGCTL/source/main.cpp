@@ -29,6 +29,7 @@ struct Request {
     Texts texts;
     double hertz = 0;
     unsigned id = 0;
+    std::vector<unsigned> ports;
     bool flag = false;
 };
 
@@ -127,6 +128,34 @@ void AddSteering(CLI::App& app, Request& r) {
     });
 }
 
+void AddRemote(CLI::App& app, Request& r) {
+    CLI::App* const remote =
+        Add(app, r, "remote", "Headsets behind the device bridge", "remote connect 4711", &ListHeadsets);
+    auto const verb = [&](char const* name, char const* what, Action action) {
+        CLI::App* const command = remote->add_subcommand(name, what);
+        command->final_callback([&r, action = std::move(action)] { r.action = action; });
+        return command;
+    };
+    verb("list", "Show those that the bridge knows", &ListHeadsets);
+    CLI::App* const connect = verb("connect", "Let the server make a link to one",
+                                   [&r](Session& s) { return ConnectHeadset(s, r.target, r.ports[0]); });
+    CLI::App* const disconnect =
+        verb("disconnect", "End the link", [&r](Session& s) { return DisconnectHeadset(s, r.target); });
+    for (CLI::App* const command : {connect, disconnect}) {
+        command->add_option("--device", r.target, "Serial (default: VQ_SERIAL, or the only one)");
+    }
+    CLI::App* const forwards =
+        verb("forwards", "Connect ports of the headset to new ones here, and show both",
+             [&r](Session& s) { return ForwardPorts(s, r.ports, r.flag); });
+    forwards->add_flag("--reverse", r.flag, "The ports are of this machine, and get new ones on the headset");
+    CLI::Range const isPort(1, 65535);
+    connect->add_option("PORT", r.ports, "Of the socket server on the headset")
+        ->required()
+        ->expected(1)
+        ->check(isPort);
+    forwards->add_option("PORT", r.ports, "Where somebody takes connections")->required()->check(isPort);
+}
+
 void AddCommon(CLI::App& app, Request& r) {
     CLI::Option* const start = app.add_flag("-s,--start", r.start, "Start the server in the background");
     CLI::Option* const stop = app.add_flag("-k,--kill", r.stop, "Stop the server");
@@ -164,6 +193,7 @@ int main(int argc, char** argv) {
     AddListings(app, request);
     AddConfig(app, request);
     AddSteering(app, request);
+    AddRemote(app, request);
     try {
         app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {

@@ -27,11 +27,6 @@ std::string Bytes(std::uint32_t value, int count) {
     return bytes;
 }
 
-unsigned Number16(std::string const& text, std::size_t at) {
-    return static_cast<unsigned>(static_cast<unsigned char>(text[at]) << 8 |
-                                 static_cast<unsigned char>(text[at + 1]));
-}
-
 bool IsTest(std::string const& request) {
     return request.starts_with("TEST");
 }
@@ -49,9 +44,9 @@ std::string AnswerSharedMemory(std::string const& request, std::string& descript
     if (request.size() < 7 || !event.ParseFromString(request.substr(7))) {
         return "ERRcannot read the event";
     }
-    description = "MEM write port " + std::to_string(Number16(request, 3)) + " read port " +
-                  std::to_string(Number16(request, 5)) + " memory '" + event.memory_id() + "' of " +
-                  std::to_string(event.size()) + " bytes";
+    description = "MEM write port " + std::to_string(HeadsetServer::PortIn(request, 3)) + " read port " +
+                  std::to_string(HeadsetServer::PortIn(request, 5)) + " memory '" + event.memory_id() +
+                  "' of " + std::to_string(event.size()) + " bytes";
     return std::string(kGood);
 }
 
@@ -60,8 +55,8 @@ std::string AnswerTest(std::string const& request, std::string& description) {
         return Refuse("Bad TEST message");
     }
     description = "TEST number " + std::to_string(static_cast<unsigned char>(request[4])) + " port " +
-                  std::to_string(Number16(request, 5)) + " for " + std::to_string(Number16(request, 7)) +
-                  " s";
+                  std::to_string(HeadsetServer::PortIn(request, 5)) + " for " +
+                  std::to_string(HeadsetServer::PortIn(request, 7)) + " s";
     return std::string(kGood);
 }
 
@@ -100,6 +95,10 @@ bool HeadsetServer::Answer(std::string const& command, std::string const& how) {
         m_rules[command] = {kind, colon == std::string::npos ? "" : how.substr(colon + 1)};
     }
     return known;
+}
+
+int HeadsetServer::PortIn(std::string const& request, std::size_t at) {
+    return static_cast<unsigned char>(request.at(at)) << 8 | static_cast<unsigned char>(request.at(at + 1));
 }
 
 std::vector<std::string> HeadsetServer::Requests() const {
@@ -173,8 +172,8 @@ std::string HeadsetServer::ReplyTo(std::string const& request, std::string& desc
         return GetEphemeralPort(port) ? good + Bytes(static_cast<std::uint32_t>(port), 2) : "ERRno free port";
     }
     if (command == "VDS" && request.size() > 5) {
-        description =
-            "VDS port " + std::to_string(Number16(request, 3)) + " name '" + request.substr(5) + "'";
+        description = "VDS port " + std::to_string(HeadsetServer::PortIn(request, 3)) + " name '" +
+                      request.substr(5) + "'";
         return good;
     }
     if (command == "MEM") {

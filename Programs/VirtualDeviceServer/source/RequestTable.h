@@ -19,6 +19,8 @@ namespace vq::server {
 /// An answer to a request: its Reply, its own Error, or vq.vds.Error.
 using Answer = std::unique_ptr<google::protobuf::MessageLite>;
 
+class RemoteDevices;
+
 /// Who answers which request, by the request's type name.
 ///
 /// Threads: one.
@@ -55,6 +57,7 @@ public:
     virtual ApplicationProcesses& Processes() = 0;
     /// Broadcasts the latest sample of every channel again.
     virtual void ResendLatestSamples() = 0;
+    virtual RemoteDevices& Remotes() = 0;
     /// The server ends once the present request is answered.
     virtual void Stop() = 0;
     /// It is on the way out: nothing new may register.
@@ -70,6 +73,7 @@ void ServeDeviceRequests(RequestTable& table, ServerState& state, ServerControl&
 void ServeChannelRequests(RequestTable& table, ServerState& state);
 void ServeApplicationRequests(RequestTable& table, ServerState& state, ServerControl& control);
 void ServeLaunchRequests(RequestTable& table, ServerState& state, ServerControl& control);
+void ServeRemoteRequests(RequestTable& table, ServerControl& control);
 void ServeStatsRequests(RequestTable& table, ServerState& state, ServerControl& control);
 void ServePropertyRequests(RequestTable& table, ServerState& state, ServerControl& control);
 void ServeChannelDataRequests(RequestTable& table, ChannelDataStore& store, ServerControl& control);

@@ -17,6 +17,7 @@
 #include "Messaging/AMessageContext.h"
 #include "Messaging/MessageUtils.h"
 #include "RegistryEntry.h"
+#include "RemoteDevices.h"
 #include "RequestTable.h"
 #include "ServerEndpoints.h"
 #include "ServerEvents.pb.h"
@@ -93,6 +94,7 @@ private:
     DeviceCommands& Commands() override { return *m_commands; }
     ApplicationProcesses& Processes() override { return *m_processes; }
     void ResendLatestSamples() override;
+    RemoteDevices& Remotes() override { return *m_remotes; }
     void Stop() override { ++m_stopRequests; }
     bool IsStopping() const override { return m_stopping; }
 
@@ -124,6 +126,7 @@ private:
     std::unique_ptr<DeviceListeners> m_listeners;
     std::unique_ptr<DeviceCommands> m_commands;
     std::unique_ptr<ApplicationProcesses> m_processes;
+    std::unique_ptr<RemoteDevices> m_remotes;
     RequestTable m_requests;
     RegistryEntry m_registryEntry;
     Timers m_timers;
@@ -220,11 +223,17 @@ void VirtualDeviceServer::Implementation::OpenState(JournalContent const& former
     m_processes = std::make_unique<ApplicationProcesses>(
         m_options.launchDirectory, m_address.ToString(), m_poll,
         [this](std::int64_t id, std::string const& how) { m_state->EndApplicationsOf(id, how); });
+    m_remotes = std::make_unique<RemoteDevices>(
+        *m_endpoints.Provider().GetDeviceHandler(), *m_endpoints.Provider().GetContext(),
+        RemoteDevices::Settings{.serverName = m_options.name,
+                                .serverPort = std::max(m_address.ExtractPort(), 0),
+                                .minimumLevel = m_options.minimumHeadsetLevel});
     ServeGeneralRequests(m_requests, *this);
     ServeDeviceRequests(m_requests, *m_state, *this);
     ServeChannelRequests(m_requests, *m_state);
     ServeApplicationRequests(m_requests, *m_state, *this);
     ServeLaunchRequests(m_requests, *m_state, *this);
+    ServeRemoteRequests(m_requests, *this);
     ServeStatsRequests(m_requests, *m_state, *this);
     ServePropertyRequests(m_requests, *m_state, *this);
     ServeChannelDataRequests(m_requests, *m_channelData, *this);
@@ -272,6 +281,7 @@ void VirtualDeviceServer::Implementation::Run() {
             break;
         }
     }
+    m_remotes.reset();
     m_commands.reset();
     m_listeners.reset();
     m_sharedMemory.reset();
@@ -411,6 +421,7 @@ void VirtualDeviceServer::Implementation::BeginStop() {
     m_stopping = true;
     m_stopDeadline = Timers::Clock::now() + m_options.stopGrace;
     m_registryEntry.Remove();
+    m_remotes->Stop();
     vq::vds::ServerStoppingEvent event;
     event.set_text("server '" + m_options.name + "' is stopping");
     m_endpoints.Publish(event);

@@ -38,6 +38,9 @@ public:
     /// @return false when it is none of these
     bool Answer(std::string const& command, std::string const& how);
 
+    /// The port in a request, at that byte. The request must be long enough.
+    static int PortIn(std::string const& request, std::size_t at);
+
     /// All requests so far, as they came.
     std::vector<std::string> Requests() const;
 

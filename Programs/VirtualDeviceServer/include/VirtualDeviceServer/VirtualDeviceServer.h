@@ -28,6 +28,8 @@ struct ServerOptions {
     std::int32_t protocolVersion = 12;
     /// Clients may have the programs in this directory started; empty: none.
     std::string launchDirectory;
+    /// Headsets with a lower platform API level are not connected.
+    std::uint32_t minimumHeadsetLevel = 0;
 };
 
 /// The server of virtual devices: keeps the registry of devices, channels and applications, maps channels to

@@ -1,0 +1,138 @@
+// A server, its steering program and a simulated headset behind the simulated bridge.
+
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <zmq.h>
+
+#include <thread>
+
+#include "Messaging/MessageAddress.h"
+#include "RawPeer.h"
+#include "Rig.h"
+#include "ServerRequests.pb.h"
+#include "SimulatedHeadset/BridgeState.h"
+#include "SimulatedHeadset/BridgeTunnels.h"
+#include "SimulatedHeadset/HeadsetServer.h"
+
+namespace vq::test {
+namespace {
+
+using testing::HasSubstr;
+
+struct Outcome {
+    int status = -1;
+    std::string output;
+};
+
+class HeadsetTest : public testing::Test {
+protected:
+    HeadsetTest() {
+        bridge.SetDevices({{"A1", "device"}});
+        int port = 0;
+        EXPECT_TRUE(GetEphemeralPort(port));
+        ::setenv("VQ_VDS_ADDRESS", ("SOCKET:127.0.0.1:" + std::to_string(port)).c_str(), 1);
+        server = Start(
+            {"vdserver", "--address", ::getenv("VQ_VDS_ADDRESS"), "--name", "rig", "--headset-level", "29"});
+        EXPECT_TRUE(server->ReadLineWith("ready", kStartLimit)) << server->DrainOutput();
+    }
+    ~HeadsetTest() override {
+        server->Signal(SIGTERM);
+        EXPECT_EQ(server->WaitForExit(kStartLimit), 0) << server->DrainOutput();
+        EXPECT_TRUE(tunnels.List().empty());
+    }
+
+    static std::unique_ptr<ChildProcess> Start(std::vector<std::string> arguments) {
+        arguments[0] = std::string(VQ_BINARY_DIR) + "/" + arguments[0];
+        return std::make_unique<ChildProcess>(arguments);
+    }
+    static Outcome Finish(ChildProcess& program) {
+        Outcome outcome;
+        outcome.status = program.WaitForExit(kCallLimit).value_or(-1);
+        outcome.output = program.DrainOutput();
+        return outcome;
+    }
+    static Outcome Rigctl(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), "RIGCTL");
+        arguments.insert(arguments.end(), {"--timeout", "60000", "--json"});
+        return Finish(*Start(arguments));
+    }
+    /// Begins to connect, and returns once that is with the bridge or the headset.
+    std::unique_ptr<ChildProcess> BeginConnect(std::function<bool()> const& isThere) {
+        auto program =
+            Start({"RIGCTL", "remote", "connect", std::to_string(headset.Port()), "--timeout", "60000"});
+        while (!isThere()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        return program;
+    }
+
+    headset::BridgeState bridge;
+    headset::BridgeTunnels tunnels{bridge};
+    headset::HeadsetServer headset{0, 29};
+    std::unique_ptr<ChildProcess> server;
+};
+
+TEST_F(HeadsetTest, IsConnectedToldOfTheServerAndLetGo) {
+    std::string const port = std::to_string(headset.Port());
+    EXPECT_THAT(Rigctl({"remote", "list"}).output, HasSubstr(R"({"answers":true,"serial":"A1"})"));
+    Outcome const connected = Rigctl({"remote", "connect", port});
+    ASSERT_EQ(connected.status, 0) << connected.output << server->DrainOutput();
+    EXPECT_EQ(Rigctl({"remote", "connect", port, "--device", "A1"}).status, 0) << "it is connected already";
+
+    // The way from the headset to the server is open.
+    std::string const advertisement = headset.Requests().back();
+    ASSERT_EQ(advertisement.substr(0, 3) + advertisement.substr(5), "VDSrig");
+    int const way = headset::HeadsetServer::PortIn(advertisement, 3);
+    RawSocket far(ZMQ_REQ, "tcp://127.0.0.1:" + std::to_string(way));
+    vq::vds::Ping::Reply pong;
+    Exchange(far, vq::vds::Ping(), pong);
+
+    std::string const pair = Rigctl({"remote", "forwards", "4711"}).output;
+    EXPECT_THAT(pair, HasSubstr(R"("headset":4711)"));
+    EXPECT_EQ(Rigctl({"remote", "forwards", "4711"}).output, pair) << "the same pair again";
+    EXPECT_THAT(Rigctl({"remote", "forwards", "--reverse", "4711", "4712"}).output,
+                HasSubstr(R"("here":4712)"));
+    EXPECT_EQ(tunnels.List().size(), 5U);  // the link, the server, three pairs
+
+    struct Case {
+        std::vector<std::string> arguments;
+        char const* refusal;
+    };
+    for (auto const& [arguments, refusal] :
+         {Case{{"call", "MapRemotePort", "port=0", "flag_2=true"}, "0 is no port"},
+          Case{{"call", "ConnectRemoteDevice", "device=A1", "port=65536"}, "65536 is no port"},
+          Case{{"remote", "connect", port, "--device", "a b"}, "this is no serial of a headset"},
+          Case{{"remote", "connect", "1"}, "Remote client already connected at port "},
+          Case{{"remote", "connect", port, "--device", "B2"}, "Remote client is not available"},
+          Case{{"remote", "disconnect", "--device", "B2"}, "there is no link to a headset of that serial"}}) {
+        Outcome const outcome = Rigctl(arguments);
+        EXPECT_EQ(outcome.status, 1) << arguments[1];
+        EXPECT_THAT(outcome.output, HasSubstr(refusal));
+    }
+    EXPECT_EQ(Rigctl({"remote", "disconnect"}).status, 0);
+    EXPECT_TRUE(tunnels.List().empty());
+    EXPECT_THAT(Rigctl({"remote", "forwards", "4711"}).output, HasSubstr("no headset is connected"));
+    headset.Answer("VDS", "nak:no");
+    EXPECT_THAT(Rigctl({"remote", "connect", port}).output, HasSubstr("could not be told of this server"));
+}
+
+TEST_F(HeadsetTest, HoldsUpNobodyElseWhileItHangs) {
+    bridge.SetMisbehaviour("forward hang\n");
+    auto const calls = bridge.Calls().size();
+    auto connecting = BeginConnect([&] {
+        auto const now = bridge.Calls();
+        return now.size() > calls && now.back().find("forward") != std::string::npos;
+    });
+    EXPECT_EQ(Rigctl({"devices"}).status, 0);
+    EXPECT_EQ(Rigctl({"remote", "disconnect"}).status, 0) << "the attempt is given up";
+    EXPECT_EQ(Finish(*connecting).status, 1);
+
+    // And one whose socket server is silent; the server then ends in the middle of it.
+    bridge.SetMisbehaviour("");
+    headset.Answer("VER", "silent");
+    connecting = BeginConnect([&] { return !headset.Requests().empty(); });
+    EXPECT_EQ(Rigctl({"devices"}).status, 0);
+}
+
+}  // namespace
+}  // namespace vq::test
