@@ -126,14 +126,16 @@ public:
         ::posix_spawnattr_destroy(&m_attributes);
     }
 
-    /// The child's id; -1 when the file turns out to be no program.
+    /// @param environment  empty: ours
+    /// @return the child's id; -1 when the file turns out to be no program.
     pid_t Spawn(std::string const& executable, std::vector<std::string> arguments,
                 std::vector<std::string> environment) const {
         pid_t pid = -1;
         std::vector<char*> const argv = Pointers(arguments);
-        std::vector<char*> const envp = Pointers(environment);
+        std::vector<char*> const extended = Pointers(environment);
+        char* const* const envp = environment.empty() ? environ : extended.data();
         int const error =
-            ::posix_spawn(&pid, executable.c_str(), &m_actions, &m_attributes, argv.data(), envp.data());
+            ::posix_spawn(&pid, executable.c_str(), &m_actions, &m_attributes, argv.data(), envp);
         // Only a negative result fails: the errors that a caller can do something about were found before.
         if (error < 0) {
             Fail("Failed to spawn: ", -error);
@@ -233,6 +235,9 @@ std::string ProcessFactory::Describe() const {
 }
 
 std::vector<std::string> ProcessFactory::Environment() const {
+    if (m_extraEnvironment.empty()) {
+        return {};
+    }
     std::vector<std::string> environment = m_extraEnvironment;
     for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
         // Of two entries of one name some programs take the first and some the last.

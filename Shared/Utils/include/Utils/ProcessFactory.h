@@ -52,6 +52,7 @@ public:
 
 private:
     std::string Describe() const;
+    /// The child's, with the extra entries; empty when there are none.
     std::vector<std::string> Environment() const;
 
     std::vector<std::string> m_arguments;
