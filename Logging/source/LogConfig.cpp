@@ -120,11 +120,6 @@ LogCallback LogConfig::SetLogCallback(LogCallback callback) {
     return std::exchange(m_callback, std::move(callback));
 }
 
-LogCallback LogConfig::GetLogCallback() const {
-    std::lock_guard lock(m_mutex);
-    return m_callback;
-}
-
 std::vector<LogHandler*> LogConfig::GetLogHandlers() const {
     std::lock_guard lock(m_mutex);
     return m_handlers;

@@ -39,7 +39,6 @@ public:
     /// Installs a callback, an empty one for none.
     /// @return the previous one.
     LogCallback SetLogCallback(LogCallback callback);
-    LogCallback GetLogCallback() const;
 
     /// A copy of the list; the configuration keeps owning the handlers.
     std::vector<LogHandler*> GetLogHandlers() const;

@@ -33,6 +33,7 @@ public:
     ServerRegistry& operator=(ServerRegistry const&) = delete;
     ~ServerRegistry() = default;
 
+    /// What the constructor does; for after Terminate. Does nothing while the registry is open.
     void Initialize();
     /// Closes block and mutex and leaves both in place for others.
     void Terminate();
@@ -48,6 +49,7 @@ public:
     /// @param descriptor  the first entry with that address; untouched when there is none.
     bool FindServer(MessageAddress const& address, ServerDescriptor& descriptor,
                     std::chrono::milliseconds timeout, bool* timedOut);
+    /// The same by name.
     bool FindServerByName(std::string const& name, ServerDescriptor& descriptor,
                           std::chrono::milliseconds timeout, bool* timedOut);
 
