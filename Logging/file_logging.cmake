@@ -2,7 +2,7 @@
 vq_add_library(file_logging
     SOURCES source/ConfigureFileLogging.cpp source/FileLogHandler.cpp source/FileLogHandlerFiles.cpp
             source/FileLogHandlerRotation.cpp source/LogFileNames.cpp source/LogParameterCLIProcessor.cpp
-            source/LoggingOptions.cpp
+            source/LogParameters.cpp source/LoggingOptions.cpp
     PUBLIC vq::logging
     PRIVATE vq::platform Threads::Threads)
 # Whatever links this library has the file log: the log core refers to this function weakly, and a weak reference

@@ -6,7 +6,6 @@ vq_add_library(sparse_device
         source/ConfigurationCommands.cpp
         source/DevicePipes.cpp
         source/EventSender.cpp
-        source/LogCommands.cpp
         source/RecordingCommands.cpp
         source/SparseDevice.cpp
         source/SparseDeviceApplication.cpp

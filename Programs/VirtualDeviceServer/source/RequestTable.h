@@ -74,6 +74,7 @@ void ServeChannelRequests(RequestTable& table, ServerState& state);
 void ServeApplicationRequests(RequestTable& table, ServerState& state, ServerControl& control);
 void ServeLaunchRequests(RequestTable& table, ServerState& state, ServerControl& control);
 void ServeRemoteRequests(RequestTable& table, ServerControl& control);
+void ServeLogRequests(RequestTable& table);
 void ServeStatsRequests(RequestTable& table, ServerState& state, ServerControl& control);
 void ServePropertyRequests(RequestTable& table, ServerState& state, ServerControl& control);
 void ServeChannelDataRequests(RequestTable& table, ChannelDataStore& store, ServerControl& control);

@@ -234,6 +234,7 @@ void VirtualDeviceServer::Implementation::OpenState(JournalContent const& former
     ServeApplicationRequests(m_requests, *m_state, *this);
     ServeLaunchRequests(m_requests, *m_state, *this);
     ServeRemoteRequests(m_requests, *this);
+    ServeLogRequests(m_requests);
     ServeStatsRequests(m_requests, *m_state, *this);
     ServePropertyRequests(m_requests, *m_state, *this);
     ServeChannelDataRequests(m_requests, *m_channelData, *this);

@@ -152,8 +152,10 @@ std::vector<Exchange> AllExchanges() {
         Expect<GetPortableSharedMemoryConfiguration>(kError, badMemory),
         Expect<ClearPortableSharedMemoryConfiguration>(kError, badMemory),
         Expect<DeleteServerSharedMemory>(kReply, memory), Expect<DeleteServerSharedMemory>(kError, memory));
+    add(Expect<GetLogParameters>(kReply), Expect<SetLogParameters>(kReply),
+        Expect<SetLogParameters>(kError, [](auto& m) { m.add_parameters("--logfile-maxsize=0"); }));
     // Known to the protocol and not served; unknown to it; and without what it requires.
-    add(Expect<GetLogParameters>(kError), Expect<Empty>(kError), Expect<GetDeviceInfo>(kError),
+    add(Expect<GetRecordingStatus>(kError), Expect<Empty>(kError), Expect<GetDeviceInfo>(kError),
         Expect<RegisterSparseDevice>(kError));
     return all;
 }

@@ -2,19 +2,13 @@
 
 #include <chrono>
 #include <string>
-#include <vector>
+#include <utility>
 
+#include "Logging/LogParameters.h"
 #include "Messaging/MessageUtils.h"
 #include "ServerRequests.pb.h"
 
 // Remote control of the process's log, for whoever answers requests on a pipe.
-
-/// The process's log as command line arguments that would set it up like this again.
-std::vector<std::string> DescribeLogParameters();
-
-/// Applies logging options to the process's log.
-/// @param errors  on failure what the log had to say meanwhile, of every thread, never empty.
-bool ApplyLogParameters(std::vector<std::string> const& parameters, std::string& errors);
 
 /// Answers with the parameters of the process's log.
 template <class Request>

@@ -1,4 +1,4 @@
-#include "SparseDevice/LogCommands.h"
+#include "Logging/LogParameters.h"
 
 #include <memory>
 #include <mutex>
