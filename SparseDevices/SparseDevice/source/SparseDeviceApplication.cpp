@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <iostream>
 
 #include "ApplicationThreads.h"
 #include "DevicePipes.h"

@@ -1,8 +1,8 @@
-#include <sys/types.h>
-
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <memory>
 #include <thread>
 
 #include "ApplicationThreads.h"
@@ -48,6 +48,7 @@ bool SparseDeviceApplication::Run() {
         return false;
     }
     RunApplication();
+    AnnounceSignal();  // also one that kept the loop from starting
     UnregisterApplication();
     return result;
 }
