@@ -16,10 +16,12 @@
 
 namespace {
 
-/// Local time of day of the last line, a thread: it changes once a second.
+/// What lines of one second have in common, a thread: its local time of day, and the system's name for a
+/// thread that was given none.
 struct SecondText {
     std::time_t second = -1;
-    char text[6] = {};
+    char time[6] = {};
+    char threadName[24] = {};
 };
 constinit thread_local SecondText t_secondText;
 
@@ -35,17 +37,40 @@ void AddTime(LogLine& line, LogTimePoint time) {
     if (second != t_secondText.second) {
         std::tm local{};
         ::localtime_r(&second, &local);
-        SetTwoDigits(t_secondText.text, local.tm_hour);
-        SetTwoDigits(t_secondText.text + 2, local.tm_min);
-        SetTwoDigits(t_secondText.text + 4, local.tm_sec);
+        SetTwoDigits(t_secondText.time, local.tm_hour);
+        SetTwoDigits(t_secondText.time + 2, local.tm_min);
+        SetTwoDigits(t_secondText.time + 4, local.tm_sec);
+        *t_secondText.threadName = '\0';
         t_secondText.second = second;
     }
     auto const milliseconds =
         static_cast<int>(std::chrono::floor<std::chrono::milliseconds>(time - seconds).count());
     char fraction[4] = {'.', static_cast<char>('0' + milliseconds / 100)};
     SetTwoDigits(fraction + 2, milliseconds % 100);
-    line.Add(std::string_view(t_secondText.text, sizeof t_secondText.text));
+    line.Add(std::string_view(t_secondText.time, sizeof t_secondText.time));
     line.Add(std::string_view(fraction, sizeof fraction));
+}
+
+/// As GetThreadName, which asks the system each time about a thread that was given no name. Call it behind
+/// AddTime.
+void AddThreadName(LogLine& line) {
+    std::string_view const given = GetGivenThreadName();
+    if (!given.empty()) {
+        line.Add(given);
+        return;
+    }
+    char* const kept = t_secondText.threadName;
+    if (*kept == '\0') {
+        kept[GetThreadName().copy(kept, sizeof t_secondText.threadName - 1)] = '\0';
+    }
+    line.Add(std::string_view(kept));
+}
+
+/// A clock for intervals of many milliseconds, which is cheaper to read than an exact one.
+std::chrono::nanoseconds CoarseNow() {
+    std::timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
 }
 
 }  // namespace
@@ -54,7 +79,8 @@ FileLogHandler::FileLogHandler(LogConfig& config)
     : BaseStdioLogHandler(config, LogTarget::File),
       m_programName(GetExecutableName()),
       m_names(LogFileNames::FromPath(GetDefaultLocation())),
-      m_fullPath(m_names.FullPath()) {}
+      m_fullPath(m_names.FullPath()),
+      m_lastFlush(CoarseNow()) {}
 
 FileLogHandler::~FileLogHandler() {
     Close();
@@ -105,38 +131,23 @@ void FileLogHandler::Close() {
     CloseFiles();
 }
 
-void FileLogHandler::AddColor(LogLine& line, LogColor color) const {
-    line.Add(ColorText(color));
-}
-
-void FileLogHandler::FormatHeader(LogLine& line, LogRecord const& record) const {
-    AddColor(line, LogColor::Header);
+void FileLogHandler::Format(LogLine& line, LogRecord const& record, std::string_view tag,
+                            LogPlace const& place) const {
+    line.Add(ColorText(LogColor::Header));
     AddTime(line, record.time);
-    line.Add(" <");
+    line.Add(std::string_view(" <"));
     line.Add(m_programName);
     line.Add('~');
-    line.Add(GetThreadName());
-    line.Add("> ");
-    AddColor(line, LogColor::Location);
-    if (record.tag != nullptr) {
-        line.Add(std::string_view(record.tag));
-    }
-    line.Add(std::string_view(ShortLevelName(record.level)));
+    AddThreadName(line);
+    line.Add(std::string_view("> "));
+    line.Add(ColorText(LogColor::Location));
+    line.Add(tag);
+    line.Add(*ShortLevelName(record.level));
     line.Add(' ');
-    AddMediumLocation(line, record);
-}
-
-void FileLogHandler::AddMediumLocation(LogLine& line, LogRecord const& record) {
-    line.Add('[');
-    if (record.file != nullptr) {
-        std::string_view const path = record.file;
-        line.Add(GetFileNameView(path));
-        line.Add(':');
-        line.AddNumber(record.line);
-    } else {
-        line.Add(std::string_view(record.function != nullptr ? record.function : "???"));
-    }
-    line.Add("] ");
+    line.Add(place, record);
+    line.Add(ColorText(GetLevelColor(record.level)));
+    line.Add(record.message);
+    line.Add(ColorText(LogColor::Reset));
 }
 
 void FileLogHandler::Log(LogRecord const& record) {
@@ -147,13 +158,14 @@ void FileLogHandler::Log(LogRecord const& record) {
     if ((m_stream.load(std::memory_order_relaxed) == nullptr && !EnsureFile()) || record.IsEmpty()) {
         return;
     }
-    LogLine line;
-    FormatHeader(line, record);
-    AddColor(line, GetLevelColor(record.level));
-    line.Add(record.message);
-    AddColor(line, LogColor::Reset);
+    LogPlace const place = LogPlace::FindMedium(record);
+    std::string_view const tag = record.tag != nullptr ? record.tag : "";
+    // Beside these texts: colours, the time, the thread's name, the line's number.
+    LogLine line(m_programName.size() + tag.size() + place.name.size() + record.message.size() + 128);
+    Format(line, record, tag, place);
     std::size_t const length = line.View().size();
     line.Add('\n');
+    std::chrono::nanoseconds const now = CoarseNow();
 
     std::lock_guard const lock(m_mutex);
     if (m_stream == nullptr && !OpenOrFallBack()) {
@@ -168,7 +180,7 @@ void FileLogHandler::Log(LogRecord const& record) {
     } else {
         m_lastRecord = record;
     }
-    Append(line.View());
+    Append(line.View(), now);
 }
 
 void FileLogHandler::KeepRepeat(std::string_view line) {
@@ -179,15 +191,14 @@ void FileLogHandler::KeepRepeat(std::string_view line) {
     m_repeatText += m_repeatCount < 2 ? " time)\n" : " times)\n";
 }
 
-void FileLogHandler::Append(std::string_view line) {
+void FileLogHandler::Append(std::string_view line, std::chrono::nanoseconds now) {
     if (!m_buffered) {
         ReopenReplacedFile();
         FlushStream(line);
         return;
     }
     m_buffer += line;
-    if (m_buffer.size() >= m_flushBytes ||
-        std::chrono::steady_clock::now() >= m_lastFlush + m_flushInterval) {
+    if (m_buffer.size() >= m_flushBytes || now >= m_lastFlush + m_flushInterval) {
         ReopenReplacedFile();
         FlushBuffer();
     }
@@ -235,7 +246,7 @@ void FileLogHandler::FlushStream(std::string_view text) {
             UnlockFile(file);
         }
     }
-    m_lastFlush = std::chrono::steady_clock::now();
+    m_lastFlush = CoarseNow();
 }
 
 /// Another process has held the log for long, perhaps to rotate it: waits for the end of that and tries

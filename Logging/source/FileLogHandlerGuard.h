@@ -13,5 +13,5 @@ public:
 
 private:
     FileLogBusy m_busy;
-    std::lock_guard<std::mutex> m_lock;
+    std::lock_guard<SpinningMutex> m_lock;
 };

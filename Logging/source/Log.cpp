@@ -1,5 +1,7 @@
 #include "Logging/Log.h"
 
+#include <algorithm>
+#include <chrono>
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
@@ -10,6 +12,7 @@
 #include <utility>
 
 #include "Logging/LogConfig.h"
+#include "QuickFormat.h"
 
 constinit std::atomic<std::int32_t> g_logLevel{static_cast<std::int32_t>(LogLevel::Info)};
 
@@ -34,6 +37,11 @@ bool PrintInto(char* buffer, std::size_t size, char const* format, std::va_list 
 
 /// Formats in the thread's buffer, or in a growing one on the heap when the text is longer.
 void FormatMessage(std::string& message, char const* format, std::va_list arguments) {
+    std::ptrdiff_t const length = QuickFormat(g_print_buffer, kPrintBufferSize, format, arguments);
+    if (length >= 0) {
+        message.assign(g_print_buffer, static_cast<std::size_t>(length));
+        return;
+    }
     int result = 0;
     if (PrintInto(g_print_buffer, kPrintBufferSize, format, arguments, result)) {
         message.assign(g_print_buffer, static_cast<std::size_t>(result));
@@ -61,50 +69,44 @@ void FormatMessage(std::string& message, char const* format, std::va_list argume
     }
 }
 
-/// Lends a record the memory of the thread's last message, so that only a thread's first lines allocate. A
-/// record inside another, logged by a handler, finds none and allocates for itself.
-class MessageMemory {
+/// The memory of the thread's last message, for the next one: only a thread's first lines allocate. A record
+/// inside another, logged by a handler, finds none and allocates for itself.
+class SpareText {
 public:
-    explicit MessageMemory(std::string& message) : m_message(message) {
+    static std::string Take() {
+        std::string text;
         if (!t_ended) {
-            m_message = std::move(t_spare.text);
-            m_message.clear();
+            text = std::move(t_kept.text);
+            text.clear();
+        }
+        return text;
+    }
+    static void Give(std::string&& text) {
+        if (!t_ended && text.capacity() <= kPrintBufferSize) {
+            t_kept.text = std::move(text);
         }
     }
-    ~MessageMemory() {
-        if (!t_ended && m_message.capacity() <= kPrintBufferSize) {
-            t_spare.text = std::move(m_message);
-        }
-    }
-    MessageMemory(MessageMemory const&) = delete;
-    MessageMemory& operator=(MessageMemory const&) = delete;
 
 private:
-    struct Spare {
-        ~Spare() { t_ended = true; }
+    struct Kept {
+        ~Kept() { t_ended = true; }
         std::string text;
     };
-    static thread_local Spare t_spare;
+    static thread_local Kept t_kept;
     // Statements may still run behind the end of the thread's other objects: in destructors of static ones.
     static constinit thread_local bool t_ended;
-
-    std::string& m_message;
 };
 
-thread_local MessageMemory::Spare MessageMemory::t_spare;
-constinit thread_local bool MessageMemory::t_ended = false;
+thread_local SpareText::Kept SpareText::t_kept;
+constinit thread_local bool SpareText::t_ended = false;
 
 char const* OrEmpty(char const* text) {
     return text != nullptr ? text : "";
 }
 
-}  // namespace
-
-void LogInternal(bool plain, char const* tag, char const* file, int line, char const* function,
-                 LogLevel level, char const* format, ...) {
-    if (format == nullptr) {
-        return;
-    }
+/// A record without its message, of this moment.
+LogRecord MakeRecord(bool plain, char const* tag, char const* file, int line, char const* function,
+                     LogLevel level) {
     LogRecord record;
     record.time = std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now());
     record.tag = tag != nullptr && *tag != '\0' ? tag : nullptr;
@@ -114,25 +116,45 @@ void LogInternal(bool plain, char const* tag, char const* file, int line, char c
     record.level = level;
     record.plain = plain;
     record.toStderr = level < LogLevel::Info;
+    return record;
+}
 
-    MessageMemory const memory(record.message);
+void Dispatch(LogRecord& record) {
+    LogConfig::Instance().Dispatch(record);
+    SpareText::Give(std::move(record.message));
+}
+
+}  // namespace
+
+void LogInternal(bool plain, char const* tag, char const* file, int line, char const* function,
+                 LogLevel level, char const* format, ...) {
+    if (format == nullptr) {
+        return;
+    }
+    LogRecord record = MakeRecord(plain, tag, file, line, function, level);
+    record.message = SpareText::Take();
     std::va_list arguments;
     va_start(arguments, format);
-    if (std::strcmp(format, "%s") == 0) {
+    if (format[0] == '%' && format[1] == 's' && format[2] == '\0') {
         char const* const text = va_arg(arguments, char const*);
         record.message = text != nullptr ? text : "(null)";
     } else {
         FormatMessage(record.message, format, arguments);
     }
     va_end(arguments);
-    LogConfig::Instance().Dispatch(record);
+    Dispatch(record);
 }
 
 LogBuffer::LogBuffer(bool plain, char const* tag, char const* file, int line, char const* function,
                      LogLevel level)
-    : m_plain(plain), m_tag(tag), m_file(file), m_line(line), m_function(function), m_level(level) {}
+    : m_plain(plain), m_tag(tag), m_file(file), m_line(line), m_function(function), m_level(level) {
+    str(SpareText::Take());
+}
 
 LogBuffer::~LogBuffer() {
-    std::string const text = str();
-    LogInternal(m_plain, m_tag, m_file, m_line, m_function, m_level, "%s", text.c_str());
+    LogRecord record = MakeRecord(m_plain, m_tag, m_file, m_line, m_function, m_level);
+    record.message = std::move(*this).str();
+    // As text for "%s": up to the first NUL.
+    record.message.resize(std::min(record.message.find('\0'), record.message.size()));
+    Dispatch(record);
 }

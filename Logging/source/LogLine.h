@@ -3,54 +3,49 @@
 #include <charconv>
 #include <cstddef>
 #include <cstring>
-#include <iterator>
-#include <string>
+#include <memory>
 #include <string_view>
+
+#include "LogPlace.h"
 
 /// The text of one line while it is put together: on the stack as long as it is short.
 class LogLine {
 public:
-    LogLine() = default;
+    /// @param size  the most characters that will be added; nothing checks it again.
+    explicit LogLine(std::size_t size)
+        : m_long(size > sizeof m_short ? new char[size] : nullptr),
+          m_text(m_long ? m_long.get() : m_short),
+          m_next(m_text) {}
     LogLine(LogLine const&) = delete;
     LogLine& operator=(LogLine const&) = delete;
 
-    void Add(char character) {
-        *MakeRoom(1) = character;
-        ++m_size;
-    }
+    void Add(char character) { *m_next++ = character; }
     void Add(std::string_view text) {
-        if (!text.empty()) {
-            std::memcpy(MakeRoom(text.size()), text.data(), text.size());
-            m_size += text.size();
+        if (!text.empty()) {  // most colours are
+            std::memcpy(m_next, text.data(), text.size());
+            m_next += text.size();
         }
     }
-    template <typename Integer>
-    void AddNumber(Integer number) {
-        char digits[24];
-        char const* const end = std::to_chars(std::begin(digits), std::end(digits), number).ptr;
-        Add(std::string_view(digits, static_cast<std::size_t>(end - digits)));
+    /// At most 11 characters.
+    void Add(int number) { m_next = std::to_chars(m_next, m_next + 11, number).ptr; }
+    /// "[name:line] "; at most 15 characters beside the name.
+    void Add(LogPlace const& place, LogRecord const& record) {
+        Add('[');
+        Add(place.name);
+        if (place.HasColon(record)) {
+            Add(':');
+        }
+        if (place.withLine) {
+            Add(static_cast<int>(record.line));
+        }
+        Add(std::string_view("] "));
     }
 
-    std::string_view View() const { return {m_text, m_size}; }
+    std::string_view View() const { return {m_text, static_cast<std::size_t>(m_next - m_text)}; }
 
 private:
-    /// Where the next `size` characters go.
-    char* MakeRoom(std::size_t size) {
-        if (m_capacity - m_size < size) {
-            std::string longer;
-            longer.reserve((m_size + size) * 2);
-            longer.assign(m_text, m_size);
-            longer.resize(longer.capacity());
-            m_long.swap(longer);
-            m_text = m_long.data();
-            m_capacity = m_long.size();
-        }
-        return m_text + m_size;
-    }
-
     char m_short[1024];
-    std::string m_long;
-    char* m_text = m_short;
-    std::size_t m_capacity = sizeof m_short;
-    std::size_t m_size = 0;
+    std::unique_ptr<char[]> const m_long;
+    char* const m_text;
+    char* m_next;
 };

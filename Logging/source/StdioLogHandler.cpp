@@ -4,63 +4,12 @@
 #include <stdio_ext.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <charconv>
-#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <iterator>
-#include <memory>
 #include <string_view>
-#include <utility>
 
+#include "LogLine.h"
 #include "LogPlace.h"
-
-/// The text of one line, on the stack while it is short.
-class StdioLogHandler::Line {
-public:
-    void Add(char character) {
-        *MakeRoom(1) = character;
-        ++m_size;
-    }
-    void Add(std::string_view text) {
-        if (text.empty()) {
-            return;  // most colours
-        }
-        std::memcpy(MakeRoom(text.size()), text.data(), text.size());
-        m_size += text.size();
-    }
-    void Add(int number) {
-        char digits[12];
-        char const* const end = std::to_chars(std::begin(digits), std::end(digits), number).ptr;
-        Add(std::string_view(digits, static_cast<std::size_t>(end - digits)));
-    }
-
-    bool WriteTo(std::FILE* stream) const { return std::fwrite(m_text, 1, m_size, stream) == m_size; }
-
-private:
-    char* MakeRoom(std::size_t size) {
-        if (m_capacity - m_size < size) {
-            Grow(size);
-        }
-        return m_text + m_size;
-    }
-
-    void Grow(std::size_t size) {
-        m_capacity = std::max(m_size + size, 2 * m_capacity);
-        std::unique_ptr<char[]> larger(new char[m_capacity]);
-        std::memcpy(larger.get(), m_text, m_size);
-        m_large = std::move(larger);
-        m_text = m_large.get();
-    }
-
-    char m_small[512];
-    std::unique_ptr<char[]> m_large;
-    char* m_text = m_small;
-    std::size_t m_size = 0;
-    std::size_t m_capacity = sizeof m_small;
-};
 
 StdioLogHandler::StdioLogHandler(LogConfig& config, LogTarget target) : BaseStdioLogHandler(config, target) {
     // A reader of our output that goes away must not kill the process: the write fails instead.
@@ -86,9 +35,13 @@ void StdioLogHandler::Log(LogRecord const& record) {
     if (record.toStderr != (GetTarget() == LogTarget::Stderr) || stream == nullptr || record.IsEmpty()) {
         return;
     }
-    Line line;
-    Format(line, record);
-    if (!line.WriteTo(stream)) {
+    LogPlace const place = LogPlace::FindForConsole(record);
+    std::string_view const tag = record.tag != nullptr ? record.tag : "";
+    // Beside these texts: colours, the process, the level's name, the line's number.
+    LogLine line(tag.size() + place.name.size() + record.message.size() + 128);
+    Format(line, record, tag, place);
+    std::string_view const text = line.View();
+    if (std::fwrite(text.data(), 1, text.size(), stream) != text.size()) {
         m_stream = nullptr;
     } else if (UsesColor() || ::__flbf(stream) == 0) {
         // Without colour a line ends in its line feed, and a line-buffered stream has let it go already.
@@ -96,11 +49,12 @@ void StdioLogHandler::Log(LogRecord const& record) {
     }
 }
 
-void StdioLogHandler::Format(Line& line, LogRecord const& record) const {
+void StdioLogHandler::Format(LogLine& line, LogRecord const& record, std::string_view tag,
+                             LogPlace const& place) const {
     if (!record.plain) {
         line.Add(ColorText(LogColor::Location));
         if (record.tag != nullptr) {
-            line.Add(std::string_view(record.tag));
+            line.Add(tag);
             line.Add(' ');
         }
         if (IsLogged(LogLevel::Verbose)) {
@@ -109,7 +63,7 @@ void StdioLogHandler::Format(Line& line, LogRecord const& record) const {
         }
         line.Add(*ShortLevelName(record.level));
         line.Add(' ');
-        AddPlace(line, record);
+        line.Add(place, record);
         line.Add(ColorText(LogColor::Reset));
     }
     line.Add(ColorText(GetLevelColor(record.level)));
@@ -120,18 +74,4 @@ void StdioLogHandler::Format(Line& line, LogRecord const& record) const {
     line.Add(std::string_view(record.message));
     line.Add('\n');
     line.Add(ColorText(LogColor::Reset));
-}
-
-void StdioLogHandler::AddPlace(Line& line, LogRecord const& record) {
-    LogPlace const place = LogPlace::FindForConsole(record);
-    line.Add('[');
-    line.Add(place.name);
-    if (place.HasColon(record)) {
-        line.Add(':');
-    }
-    if (place.withLine) {
-        line.Add(static_cast<int>(record.line));
-    }
-    line.Add(']');
-    line.Add(' ');
 }

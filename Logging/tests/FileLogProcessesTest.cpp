@@ -130,8 +130,8 @@ TEST_F(FileLogProcessesTest, AStoppedPeerThatHoldsTheLocksCostsNoLine) {
     handler->Flush();
     auto const peer = StartStoppedHolder({path, directory + ".app.lock"});
     capture.Clear();
-    Log("during");
     auto const start = std::chrono::steady_clock::now();
+    Log("during");
     EXPECT_THAT(Messages(), ElementsAre("***", "before", "during"));
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(12));
     EXPECT_THAT(capture.Lines(), ElementsAre("E waiting for log rotation on " + path,

@@ -1,5 +1,8 @@
 #include <gmock/gmock.h>
 
+#include <climits>
+#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
@@ -30,6 +33,21 @@ TEST(LogInternalTest, FormatsShortAndLongMessagesWhole) {
             std::to_string(size) + " " + filler.substr(0, static_cast<std::size_t>(size)) + "|7";
         EXPECT_EQ(capture.Records().back().message, expected);
     }
+}
+
+TEST(LogInternalTest, FormatsAsTheLibraryDoes) {
+    LogCapture const capture;
+    char expected[256];
+#define EXPECT_SAME(...)                                   \
+    std::snprintf(expected, sizeof expected, __VA_ARGS__); \
+    LOG_I(__VA_ARGS__);                                    \
+    EXPECT_EQ(capture.Records().back().message, expected)
+    EXPECT_SAME("%d %i %u %x %c%%%s", INT_MIN, 7, UINT_MAX, 0xbeefU, 'c', "text");
+    EXPECT_SAME("%ld %lu %lx|%lld %llu %llx", LONG_MIN, ULONG_MAX, 255UL, LLONG_MAX, ULLONG_MAX, 10ULL);
+    EXPECT_SAME("%zu %zd %zx", SIZE_MAX, static_cast<ssize_t>(-1), std::size_t{16});
+    EXPECT_SAME("%s then %5d|%-4s|%.2f|%hhd|%p|%lc", "quick", 3, "x", 2.5, 7, static_cast<void*>(&expected),
+                L'w');
+#undef EXPECT_SAME
 }
 
 TEST(LogInternalTest, PassesASingleTextThroughUnformatted) {

@@ -7,14 +7,15 @@
 #include <ctime>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "Logging/LogHandler.h"
+#include "Logging/SpinningMutex.h"
 
 class LogLine;
+struct LogPlace;
 
 /// A log file and when it was last written to.
 struct DatedLog {
@@ -92,12 +93,10 @@ private:
     };
     class Guard;
 
-    void AddColor(LogLine& line, LogColor color) const;
-    void FormatHeader(LogLine& line, LogRecord const& record) const;
-    static void AddMediumLocation(LogLine& line, LogRecord const& record);
+    void Format(LogLine& line, LogRecord const& record, std::string_view tag, LogPlace const& place) const;
 
     // Buffering. From here on all hold the mutex, and the thread is marked as busy.
-    void Append(std::string_view line);
+    void Append(std::string_view line, std::chrono::nanoseconds now);
     void KeepRepeat(std::string_view line);
     void DoFlush();
     void FlushBuffer();
@@ -126,7 +125,7 @@ private:
     std::vector<DatedLog> ListOldLogs();
 
     std::string const m_programName;
-    mutable std::mutex m_mutex;  // guards everything below; m_stream is only read without it
+    mutable SpinningMutex m_mutex;  // guards everything below; m_stream is only read without it
     LogFileNames m_names;
     std::string m_fullPath;
     std::string m_buffer;
@@ -137,7 +136,7 @@ private:
     bool m_buffered = true;
     std::size_t m_flushBytes = 65536;
     std::chrono::milliseconds m_flushInterval{100};
-    std::chrono::steady_clock::time_point m_lastFlush = std::chrono::steady_clock::now();
+    std::chrono::nanoseconds m_lastFlush;               // on a monotonic clock
     std::unique_ptr<std::FILE, ClosedFile> m_lockFile;  // open while the log is
     std::chrono::seconds m_rotateLockTimeout{10};
     std::uint64_t m_maxFileSize = 134217728;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -69,11 +68,12 @@ private:
     /// The process-wide one: its level is the one that statements test.
     explicit LogConfig(std::atomic<std::int32_t>& level);
 
-    class HandlerList;
-    class InHandlers;
+    using Handlers = std::vector<LogHandler*>;
 
     LogHandler* EnsureHandler(LogTarget target);
     LogHandler* FindLocked(LogTarget target) const;
+    void Publish(Handlers handlers);
+    bool AsksCallback(LogRecord const& record) const;
     void CallHandlers(LogRecord const& record);
     void DeleteHandlers(std::vector<LogHandler*> const& removed);
 
@@ -81,10 +81,12 @@ private:
     std::atomic<std::int32_t> m_ownLevel = 0;
     std::atomic<std::int32_t>& m_level;
     LogCallback m_callback;
-    std::vector<LogHandler*> m_handlers;
-    int m_inHandlers = 0;  // how often threads are inside them
-    int m_deleting = 0;    // threads that wait for the others to leave
-    std::condition_variable m_left;
+    std::atomic<bool> m_hasCallback = false;
+    // The handlers, read without the mutex by threads that are marked as readers. A list is never changed:
+    // another takes its place, and it stays until no thread can still be reading it.
+    std::unique_ptr<Handlers const> m_list;
+    std::atomic<Handlers const*> m_handlers = nullptr;
+    std::vector<std::unique_ptr<Handlers const>> m_formerLists;
 };
 
 /// While it lives, every record goes to standard error through a handler of its own, and not to the

@@ -1,6 +1,11 @@
 #pragma once
 
+#include <string_view>
+
 #include "Logging/LogHandler.h"
+
+class LogLine;
+struct LogPlace;
 
 /// Prints records of levels I, V and T on standard output, or those of F, E and W on standard error, one line
 /// each. After a failed write it stays mute.
@@ -12,7 +17,5 @@ public:
     void Log(LogRecord const& record) override;
 
 private:
-    class Line;
-    void Format(Line& line, LogRecord const& record) const;
-    static void AddPlace(Line& line, LogRecord const& record);
+    void Format(LogLine& line, LogRecord const& record, std::string_view tag, LogPlace const& place) const;
 };

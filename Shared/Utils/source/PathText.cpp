@@ -1,15 +1,23 @@
 #include "Utils/PathText.h"
 
+#include <cstring>
+
 namespace {
 
 /// Where the file name begins: behind the last '/', or behind the last '\' of a path without '/'; 0 with
 /// neither.
 std::size_t FileNameStart(std::string_view path) {
-    std::size_t separator = path.rfind('/');
-    if (separator == std::string_view::npos) {
-        separator = path.rfind('\\');
+    if (path.empty()) {
+        return 0;
     }
-    return separator == std::string_view::npos ? 0 : separator + 1;
+    // Log lines come here: the system's search looks at many characters at once.
+    void const* separator = ::memrchr(path.data(), '/', path.size());
+    if (separator == nullptr) {
+        separator = ::memrchr(path.data(), '\\', path.size());
+    }
+    return separator == nullptr
+               ? 0
+               : static_cast<std::size_t>(static_cast<char const*>(separator) - path.data()) + 1;
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ namespace {
 constexpr std::size_t kNameLength = 15;
 constexpr int kMaxFrames = 256;
 
-thread_local char t_ThreadName[kNameLength + 1] = "";
+constinit thread_local char t_ThreadName[kNameLength + 1] = "";
 
 /// Keeps up to 15 characters as the calling thread's name.
 void KeepThreadName(std::string_view name) {
@@ -45,6 +45,10 @@ struct FreedFrames {
 };
 
 }  // namespace
+
+std::string_view GetGivenThreadName() {
+    return t_ThreadName;
+}
 
 std::string GetThreadName() {
     if (*t_ThreadName != '\0') {

@@ -9,6 +9,9 @@
 /// it only has the program's name.
 std::string GetThreadName();
 
+/// The name that the calling thread was given, empty when it has none yet; costs nothing, unlike the above.
+std::string_view GetGivenThreadName();
+
 /// Names the calling thread; 15 characters are kept. On the main thread this renames the process.
 void SetThreadName(std::string_view name);
 
