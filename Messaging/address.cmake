@@ -3,7 +3,6 @@ vq_add_library(message_address
     SOURCES
         source/EphemeralPort.cpp
         source/MessageAddress.cpp
-        source/SocketTypes.cpp
         source/TransportProvider.cpp
     PRIVATE vq::logging vq::platform)
 

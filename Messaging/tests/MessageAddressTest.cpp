@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "Messaging/SocketTypes.h"
 #include "Messaging/TransportProvider.h"
 #include "TestSupport/TestHome.h"
 
@@ -74,16 +73,6 @@ TEST(MessageAddressTest, ATcpNameKeepsItsPortUntilItIsForcedToMove) {
         EXPECT_NE(moved.ExtractPort(), 80);
         EXPECT_EQ(provider.Resolve(name, false), moved);
     }
-}
-
-TEST(MessageAddressTest, SocketTypesPairUpAndRefuseOtherNumbers) {
-    for (int type = 0; type < 12; ++type) {
-        EXPECT_EQ(SocketTypes::GetOppositeType(SocketTypes::GetOppositeType(type)), type);
-    }
-    EXPECT_EQ(SocketTypes::GetTypeName(SocketTypes::GetOppositeType(3)), "ZMQ_REP");
-    EXPECT_EQ(SocketTypes::GetTypeName(-1), "-1");
-    EXPECT_DEATH(SocketTypes::GetOppositeType(12), "");
-    EXPECT_DEATH(SocketTypes::GetOppositeType(-1), "");
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ public:
     virtual void Cleanup() = 0;
 
     virtual AMessageContext* GetContext() const = 0;
-    /// The link to headsets; null where the build has none.
+    /// The links to headsets; never null, owned by this provider.
     virtual RemoteDeviceHandler* GetDeviceHandler() const = 0;
 
     /// The physical address of a logical one.
