@@ -21,7 +21,7 @@ endif()
 
 vq_add_test(shim_connection_test
     SOURCES tests/VDSConnectionManagerTest.cpp tests/VerifyServerVersionTest.cpp
-    LIBS vq::shim_connection vq::log_capture)
+    LIBS vq::shim_connection vq::raw_wire vq::log_capture)
 
 vq_add_test(shim_device_test
     SOURCES tests/ShimSparseDeviceTest.cpp

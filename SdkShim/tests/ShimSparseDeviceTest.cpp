@@ -99,18 +99,6 @@ TEST_F(ShimSparseDeviceTest, TheFirstCommandAsksTheServerAndTheSecondDoesNot) {
     EXPECT_EQ(m_server.RequestTypes(), Types{});
 }
 
-TEST_F(ShimSparseDeviceTest, AtVerboseLevelOneMoreQuestionTellsTheProvidersName) {
-    m_server.SetMappings({{kPreferred, kChannel}});
-    Start();
-    vq::test::LogCapture verbose(LogLevel::Verbose);
-    EXPECT_EQ(Provider(), kPreferred);
-    EXPECT_EQ(m_server.RequestTypes(),
-              (Types{"GetChannelMappings", "GetChannelMappings", "GetDeviceRequestReplyAddress"}));
-    EXPECT_TRUE(verbose.Has(
-        LogLevel::Verbose,
-        "channel: [identity_channel] for feature [Identity] device: [MockVQ1IdentitySparseDevice]"));
-}
-
 TEST_F(ShimSparseDeviceTest, AMissingProviderIsRememberedUntilTheChannelIsMapped) {
     Start();
     EXPECT_EQ(Provider(), "");
@@ -153,19 +141,16 @@ TEST_F(ShimSparseDeviceTest, AfterAPruneTheDeviceFollowsMappingsAgain) {
     MapTo(kPreferred, kPreferred);
 }
 
-TEST_F(ShimSparseDeviceTest, AFeatureWithoutAChannelIsReportedEachTime) {
-    Start();
-    EXPECT_EQ(m_device.GetFeatureProviderPipe(Feature::HandTracking), nullptr);
-    EXPECT_EQ(m_device.GetFeatureProviderPipe(Feature::HandTracking), nullptr);
-    EXPECT_EQ(m_log.Count(LogLevel::Error, "No command pipe available for feature 'HandTracking'"), 2u);
-    EXPECT_EQ(m_server.RequestTypes(), Types{});
-}
-
-TEST_F(ShimSparseDeviceTest, AMissingSettingMeansTheChannelWithoutAName) {
+TEST_F(ShimSparseDeviceTest, AFeatureWithoutAChannelIsReportedEachTimeAndAChannelWithoutANameIsNobodys) {
     m_server.SetMappings({{kPreferred, kChannel}});
     Start(false);
     EXPECT_EQ(Provider(), "");
     EXPECT_FALSE(m_log.Has(LogLevel::Error, "No command pipe available"));
+    m_server.ClearRequests();
+    EXPECT_EQ(m_device.GetFeatureProviderPipe(Feature::HandTracking), nullptr);
+    EXPECT_EQ(m_device.GetFeatureProviderPipe(Feature::HandTracking), nullptr);
+    EXPECT_EQ(m_log.Count(LogLevel::Error, "No command pipe available for feature 'HandTracking'"), 2u);
+    EXPECT_EQ(m_server.RequestTypes(), Types{});
 }
 
 TEST_F(ShimSparseDeviceTest, TheApplicationIsRegisteredOnce) {

@@ -7,9 +7,10 @@
 #include <semaphore>
 #include <string>
 #include <thread>
-#include <zmq.hpp>
 
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/RawWire.h"
+#include "TestSupport/TestHome.h"
 #include "Utils/ServerRegistry.h"
 
 using namespace std::chrono_literals;
@@ -23,146 +24,124 @@ constexpr auto kLimit = 60s;
 /// What a server shows to a connection manager: its line in the registry and a heartbeat socket.
 class HeartbeatServer {
 public:
-    explicit HeartbeatServer(int protocol) : m_socket(m_context, zmq::socket_type::pub) {
-        m_socket.bind("tcp://127.0.0.1:*");
-        std::string const endpoint = m_socket.get(zmq::sockopt::last_endpoint);
-        m_server.name = "fake";
-        m_server.address = {"127.0.0.1:9", MessageAddress::Transport::SOCKET, ""};
-        m_server.heartbeatAddress = {endpoint.substr(endpoint.rfind('/') + 1),
-                                     MessageAddress::Transport::SOCKET, ""};
-        m_server.memoryEventAddress = m_server.address;
-        m_server.protocol = protocol;
-        m_server.pid = ::getpid();
-        EXPECT_TRUE(ServerRegistry::Instance().RegisterServer(m_server, kLimit, nullptr));
+    explicit HeartbeatServer(int protocol) {
+        MessageAddress const address = MessageAddress::FromString(m_address);
+        m_line = {"fake", address, protocol, protocol, ::getpid(), address, address};
+        EXPECT_TRUE(ServerRegistry::Instance().RegisterServer(m_line, kLimit, nullptr));
     }
-    ~HeartbeatServer() { ServerRegistry::Instance().RemoveServer(m_server, kLimit, nullptr); }
+    ~HeartbeatServer() { ServerRegistry::Instance().RemoveServer(m_line, kLimit, nullptr); }
 
     /// An event whose header cannot be read.
-    void SendMalformed() {
-        m_socket.send(zmq::str_buffer("vq.vds.ServerHeartbeat?"), zmq::send_flags::sndmore);
-        m_socket.send(zmq::message_t(), zmq::send_flags::none);
-    }
+    void SendMalformed() { m_socket.Send({"vq.vds.ServerHeartbeat?", ""}); }
 
 private:
-    zmq::context_t m_context;
-    zmq::socket_t m_socket;
-    ServerDescriptor m_server;
+    std::string const m_address = "IPC:" + vq::test::HomeDirectory() + "heartbeat";
+    vq::test::RawSocket m_socket{ZMQ_PUB, m_address};
+    ServerDescriptor m_line;
 };
 
-/// Counts the calls of both callbacks.
-class CallCounter {
+/// Counts the calls of a callback.
+class Calls {
 public:
-    auto Connect() {
-        return [this] { Add(m_connects); };
+    std::function<void()> Counting() {
+        return [this] {
+            std::lock_guard lock(m_mutex);
+            ++m_count;
+            m_changed.notify_all();
+        };
     }
-    auto Disconnect() {
-        return [this] { Add(m_disconnects); };
+    bool WaitFor(int count) {
+        std::unique_lock lock(m_mutex);
+        return m_changed.wait_for(lock, kLimit, [&] { return m_count >= count; });
     }
-    bool WaitForConnects(int count) { return Wait(m_connects, count); }
-    int Connects() { return Get(m_connects); }
-    int Disconnects() { return Get(m_disconnects); }
+    int Count() {
+        std::lock_guard lock(m_mutex);
+        return m_count;
+    }
 
 private:
-    void Add(int& counter) {
-        std::lock_guard lock(m_mutex);
-        ++counter;
-        m_changed.notify_all();
-    }
-    bool Wait(int const& counter, int count) {
-        std::unique_lock lock(m_mutex);
-        return m_changed.wait_for(lock, kLimit, [&] { return counter >= count; });
-    }
-    int Get(int const& counter) {
-        std::lock_guard lock(m_mutex);
-        return counter;
-    }
-
     std::mutex m_mutex;
     std::condition_variable m_changed;
-    int m_connects = 0;
-    int m_disconnects = 0;
+    int m_count = 0;
+};
+
+class VDSConnectionManagerTest : public testing::Test {
+protected:
+    LogCapture m_log{LogLevel::Verbose};
+    Calls m_connects;
+    Calls m_disconnects;
 };
 
 }  // namespace
 
-TEST(VDSConnectionManagerTest, ASilentServerStaysAttachedUntilTheStop) {
-    LogCapture log(LogLevel::Verbose);
+TEST_F(VDSConnectionManagerTest, ASilentServerStaysAttachedUntilTheStop) {
     HeartbeatServer server(12);
-    CallCounter calls;
     VDSConnectionManager manager(100ms, 200ms);
     EXPECT_FALSE(manager.WaitForConnection(kLimit)) << "not started";
-    ASSERT_TRUE(manager.Start("Test", calls.Connect(), calls.Disconnect()));
-    EXPECT_FALSE(manager.Start("Other", calls.Disconnect(), calls.Connect()));
-    EXPECT_TRUE(log.Has(LogLevel::Error, "[VDSConnectionManager|Test] Already started."));
+    ASSERT_TRUE(manager.Start("Test", m_connects.Counting(), m_disconnects.Counting()));
+    EXPECT_FALSE(manager.Start("Other", nullptr, nullptr));
+    EXPECT_TRUE(m_log.Has(LogLevel::Error, "[VDSConnectionManager|Test] Already started."));
 
     ASSERT_TRUE(manager.WaitForConnection(kLimit));
     std::this_thread::sleep_for(1s);  // many times the limit of the silence
     EXPECT_TRUE(manager.WaitForConnection(0ms));
-    EXPECT_EQ(calls.Disconnects(), 0);
+    EXPECT_EQ(m_disconnects.Count(), 0);
     manager.Stop();
     EXPECT_FALSE(manager.WaitForConnection(0ms));
-    EXPECT_EQ(calls.Connects(), 1);
-    EXPECT_EQ(calls.Disconnects(), 1);
+    EXPECT_EQ(m_connects.Count(), 1);
+    EXPECT_EQ(m_disconnects.Count(), 1);
 }
 
-TEST(VDSConnectionManagerTest, AHeartbeatThatCannotBeReadDetachesOnceAndThenReconnects) {
-    LogCapture log(LogLevel::Verbose);
+TEST_F(VDSConnectionManagerTest, AHeartbeatThatCannotBeReadDetachesOnceAndThenReconnects) {
     HeartbeatServer server(12);
-    CallCounter calls;
     VDSConnectionManager manager(100ms, 200ms);
-    ASSERT_TRUE(manager.Start("Test", calls.Connect(), calls.Disconnect()));
+    ASSERT_TRUE(manager.Start("Test", m_connects.Counting(), m_disconnects.Counting()));
     ASSERT_TRUE(manager.WaitForConnection(kLimit));
     std::this_thread::sleep_for(300ms);  // it has seen the listener well
     // Faster than the manager reads, so that each of its looks finds one.
     auto const begin = std::chrono::steady_clock::now();
-    while (calls.Disconnects() == 0 && std::chrono::steady_clock::now() < begin + kLimit) {
+    while (m_disconnects.Count() == 0 && std::chrono::steady_clock::now() < begin + kLimit) {
         server.SendMalformed();
         std::this_thread::sleep_for(1ms);
     }
     EXPECT_GT(std::chrono::steady_clock::now() - begin, 150ms) << "one bad heartbeat is no reason to detach";
-    EXPECT_TRUE(calls.WaitForConnects(2));
+    EXPECT_TRUE(m_connects.WaitFor(2));
     EXPECT_TRUE(manager.WaitForConnection(kLimit));
-    EXPECT_EQ(calls.Disconnects(), 1);
-    EXPECT_TRUE(log.Has(LogLevel::Verbose, "[VDSConnectionManager|Test] Have not observed heartbeat in "));
+    EXPECT_EQ(m_disconnects.Count(), 1);
+    EXPECT_TRUE(m_log.Has(LogLevel::Verbose, "[VDSConnectionManager|Test] Have not observed heartbeat in "));
 }
 
-TEST(VDSConnectionManagerTest, WithoutAServerItSaysSoOnceAndCallsNobody) {
-    LogCapture log(LogLevel::Verbose);
-    CallCounter calls;
+TEST_F(VDSConnectionManagerTest, WithoutAServerItSaysSoOnceAndCallsNobody) {
     VDSConnectionManager manager;
-    ASSERT_TRUE(manager.Start("Test", calls.Connect(), calls.Disconnect()));
-    ASSERT_TRUE(log.WaitFor(LogLevel::Info, "Test library is not connected."));
+    ASSERT_TRUE(manager.Start("Test", m_connects.Counting(), m_disconnects.Counting()));
+    ASSERT_TRUE(m_log.WaitFor(LogLevel::Info, "Test library is not connected."));
     EXPECT_FALSE(manager.WaitForConnection(500ms));
     manager.Stop();
-    EXPECT_EQ(log.Count(LogLevel::Info, "Test library is not connected."), 1u);
-    EXPECT_EQ(calls.Connects() + calls.Disconnects(), 0);
-    EXPECT_TRUE(log.Has(LogLevel::Verbose, "[VDSConnectionManager|Test] - Successfully disconnected!"));
+    EXPECT_EQ(m_log.Count(LogLevel::Info, "Test library is not connected."), 1u);
+    EXPECT_EQ(m_connects.Count() + m_disconnects.Count(), 0);
+    EXPECT_TRUE(m_log.Has(LogLevel::Verbose, "[VDSConnectionManager|Test] - Successfully disconnected!"));
 
     HeartbeatServer server(12);
-    ASSERT_TRUE(manager.Start("Test", calls.Connect(), calls.Disconnect()));
+    ASSERT_TRUE(manager.Start("Test", m_connects.Counting(), m_disconnects.Counting()));
     EXPECT_TRUE(manager.WaitForConnection(kLimit)) << "a stopped manager can be started again";
 }
 
-TEST(VDSConnectionManagerTest, ItIsConnectedOnlyWhenTheCallbackHasReturned) {
-    LogCapture log;
+TEST_F(VDSConnectionManagerTest, ItIsConnectedOnlyWhenTheCallbackHasReturned) {
     HeartbeatServer server(13);
     std::binary_semaphore entered{0};
     std::binary_semaphore leave{0};
+    auto const connect = [&] {
+        entered.release();
+        leave.acquire();
+    };
     VDSConnectionManager manager;
-    ASSERT_TRUE(manager.Start(
-        "Test",
-        [&] {
-            entered.release();
-            leave.acquire();
-        },
-        nullptr));
+    ASSERT_TRUE(manager.Start("Test", connect, nullptr));
     entered.acquire();
     EXPECT_FALSE(manager.WaitForConnection(50ms));
     leave.release();
     EXPECT_TRUE(manager.WaitForConnection(kLimit)) << "a newer server is refused elsewhere";
-    EXPECT_EQ(
-        log.Count(LogLevel::Warning,
-                  "Tessel Server is running protocol version 13, expected version 12: verify your runtime "
-                  "environment"),
-        1u);
+    EXPECT_EQ(m_log.Count(LogLevel::Warning,
+                          "Tessel Server is running protocol version 13, expected version 12: "
+                          "verify your runtime environment"),
+              1u);
 }

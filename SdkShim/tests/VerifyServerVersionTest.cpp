@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <future>
 #include <string>
 #include <vector>
@@ -10,110 +9,60 @@
 #include "Messaging/AMessageContext.h"
 #include "Messaging/AMessageManager.h"
 #include "Messaging/AMessagePipeProvider.h"
-#include "Messaging/MessageUtils.h"
-#include "ServerRequests.pb.h"
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/RawWire.h"
+#include "TestSupport/TestHome.h"
 
-using namespace std::chrono_literals;
+TEST(VerifyServerVersionTest, ANewerProtocolIsRefusedAnyOlderOneAcceptedAndARefusalMayBeTheOlderTool) {
+    using Lines = std::vector<std::string>;
+    using Answer = std::pair<std::string, std::string>;  // type and payload
+    std::string const path = "IPC:" + vq::test::HomeDirectory() + "server";
+    vq::test::RawSocket server(ZMQ_REP, path);
+    MessageAddress const address = MessageAddress::FromString(path);
+    AMessageManager& manager = AMessageManager::Instance();
+    auto* const pipe = manager.GetContext(address)->GetPipeProvider()->GetRequestReplyClient(address, "");
 
-namespace {
-
-using Lines = std::vector<std::string>;
-
-/// A server that answers as told, and the library's question to it.
-class VerifyServerVersionTest : public testing::Test {
-protected:
-    VerifyServerVersionTest() {
-        AMessageManager& manager = AMessageManager::Instance();
-        MessageAddress address = manager.GetDefaultServerIpcAddress();
-        AMessagePipeProvider* const pipes = manager.GetContext(address)->GetPipeProvider();
-        address.logicalName = "server";
-        m_server = pipes->GetRequestReplyServer(address, "");
-        m_client = pipes->GetRequestReplyClient(address, "");
-    }
-    ~VerifyServerVersionTest() override { AMessageManager::Instance().Cleanup(); }
-
-    int Verify(std::function<void()> serve) {
-        m_log.Clear();
-        auto server = std::async(std::launch::async, serve);
-        int const result = vq::SdkShim::VerifyServerVersion(m_client, "Test");
-        server.get();
-        return result;
-    }
-    template <class Request>
-    void Expect() {
-        Request request;
-        ASSERT_TRUE(MessageUtils::Receive(m_server, request, 30s, nullptr));
-    }
-    template <class Message>
-    void Answer(Message const& message) {
-        ASSERT_TRUE(MessageUtils::Send(m_server, message, 30s, nullptr));
-    }
-    void Refuse() { ASSERT_TRUE(MessageUtils::SendError<vq::vds::Error>(m_server, "no")); }
-
-    vq::test::LogCapture m_log;
-    AMessagePipeRequestReply* m_server = nullptr;
-    AMessagePipeRequestReply* m_client = nullptr;
-};
-
-char const kFailure[] = "E [Test Shim] Failed to fetch protocol version from VDS";
-char const kRefused[] = "E got protocol error from vq.vds.GetProtocolVersion: no";
-
-}  // namespace
-
-TEST_F(VerifyServerVersionTest, ANewerProtocolIsRefusedAndAnyOlderOneAccepted) {
+    auto const version = [](char const* protocol) {
+        return Answer{"vq.vds.GetProtocolVersion.Reply", std::string("\x08\x63\x10") + protocol};
+    };
+    Answer const refusal{"vq.vds.Error", "\n\2no"};
+    std::string const failure = "E [Test Shim] Failed to fetch protocol version from VDS";
+    std::string const refused = "E got protocol error from vq.vds.GetProtocolVersion: no";
     struct Case {
-        int protocol;
+        std::vector<Answer> answers;  // to GetProtocolVersion, then to GetVersion
         int result;
         Lines lines;
     };
-    for (Case const& test :
-         {Case{12, 0, {}}, Case{0, 0, {}}, Case{-1, 0, {}},
-          Case{13,
-               4,
-               {"E [Test Shim] Tessel protocol version is too new for these TL shims / support "
-                "libraries (13 > 12)"}}}) {
-        SCOPED_TRACE(test.protocol);
-        EXPECT_EQ(Verify([&] {
-                      Expect<vq::vds::GetProtocolVersion>();
-                      vq::vds::GetProtocolVersion::Reply reply;
-                      reply.set_server_version(99);
-                      reply.set_protocol_version(test.protocol);
-                      Answer(reply);
-                  }),
-                  test.result);
-        EXPECT_EQ(m_log.Lines(), test.lines);
+    for (Case const& c : {
+             Case{{version("\x0c")}, 0, {}},
+             {{version("\x01")}, 0, {}},
+             {{version("\xff\xff\xff\xff\xff\xff\xff\xff\xff\x01")}, 0, {}},
+             {{version("\x0d")},
+              4,
+              {"E [Test Shim] Tessel protocol version is too new for these TL shims / support libraries (13 "
+               "> 12)"}},
+             {{refusal, {"vq.vds.GetVersion.Reply", "\x08\1"}},
+              2,
+              {refused,
+               "E [Test Shim] It looks like VQ Remote is running.  These Tessel shim libraries only work "
+               "with The "
+               "Bench.",
+               failure}},
+             {{refusal, refusal}, 2, {refused, "E got protocol error from vq.vds.GetVersion: no", failure}},
+             // Who does not answer is asked nothing else.
+             {{}, 2, {"E timedOut to receive expected reply for vq.vds.GetProtocolVersion", failure}},
+         }) {
+        vq::test::LogCapture const log;
+        auto serving = std::async(std::launch::async, [&] {
+            for (Answer const& answer : c.answers) {
+                EXPECT_EQ(server.Receive().at(1),
+                          &answer == &c.answers[0] ? "vq.vds.GetProtocolVersion" : "vq.vds.GetVersion");
+                server.Send({"", answer.first, answer.second});
+            }
+        });
+        EXPECT_EQ(vq::SdkShim::VerifyServerVersion(pipe, "Test"), c.result);
+        serving.get();
+        EXPECT_EQ(log.Lines(), c.lines);
     }
-}
-
-TEST_F(VerifyServerVersionTest, AServerThatRefusesTheQuestionMayBeTheOlderTool) {
-    EXPECT_EQ(Verify([&] {
-                  Expect<vq::vds::GetProtocolVersion>();
-                  Refuse();
-                  Expect<vq::vds::GetVersion>();
-                  vq::vds::GetVersion::Reply reply;
-                  reply.set_major(1);
-                  Answer(reply);
-              }),
-              2);
-    EXPECT_EQ(m_log.Lines(),
-              (Lines{kRefused,
-                     "E [Test Shim] It looks like VQ Remote is running.  These Tessel shim libraries "
-                     "only work with The Bench.",
-                     kFailure}));
-
-    EXPECT_EQ(Verify([&] {
-                  Expect<vq::vds::GetProtocolVersion>();
-                  Refuse();
-                  Expect<vq::vds::GetVersion>();
-                  Refuse();
-              }),
-              2);
-    EXPECT_EQ(m_log.Lines(), (Lines{kRefused, "E got protocol error from vq.vds.GetVersion: no", kFailure}));
-}
-
-TEST_F(VerifyServerVersionTest, AServerThatDoesNotAnswerIsAskedNothingElse) {
-    EXPECT_EQ(Verify([&] { Expect<vq::vds::GetProtocolVersion>(); }), 2);
-    EXPECT_EQ(m_log.Lines(),
-              (Lines{"E timedOut to receive expected reply for vq.vds.GetProtocolVersion", kFailure}));
+    manager.Cleanup();
 }

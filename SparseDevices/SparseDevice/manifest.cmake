@@ -5,4 +5,4 @@ vq_add_library(manifest
 
 vq_add_test(manifest_test
     SOURCES tests/ManifestProcessorTest.cpp
-    LIBS vq::manifest vq::json vq::log_capture)
+    LIBS vq::manifest vq::text vq::log_capture)

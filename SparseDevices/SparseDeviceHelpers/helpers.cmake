@@ -4,4 +4,4 @@ vq_add_library(sparse_device_helpers
     PUBLIC vq::sparse_device vq::messaging vq::protobuf vq::platform vq::logging vq::device_stats)
 vq_add_test(sparse_device_helpers_test
     SOURCES tests/RpcCommandTest.cpp tests/SparseDeviceMuleTest.cpp tests/UpdateDevicesTest.cpp
-    LIBS vq::sparse_device_helpers vq::fake_server vq::log_capture)
+    LIBS vq::sparse_device_helpers vq::fake_server vq::raw_wire vq::log_capture)

@@ -4,7 +4,6 @@
 #include <google/protobuf/message_lite.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
@@ -18,39 +17,17 @@
 #include "Identity.pb.h"
 #include "ServerEvents.pb.h"
 #include "ServerRequests.pb.h"
+#include "TestSupport/WireWriter.h"
 #include "VQKeycodes.pb.h"
 
 namespace {
 
 using google::protobuf::MessageLite;
 
-std::string Varint(std::uint64_t value) {
-    std::string bytes;
-    for (; value > 0x7f; value >>= 7) {
-        bytes += static_cast<char>((value & 0x7f) | 0x80);
-    }
-    return bytes + static_cast<char>(value);
-}
-
-/// For bool, enumerations and all integers; negative ones take ten bytes.
-std::string Number(std::uint32_t field, std::int64_t value) {
-    return Varint(field << 3) + Varint(static_cast<std::uint64_t>(value));
-}
-
-std::string FloatBytes(float value) {
-    std::string bytes(sizeof value, '\0');
-    std::memcpy(bytes.data(), &value, sizeof value);
-    return bytes;
-}
-
-std::string Float(std::uint32_t field, float value) {
-    return Varint(field << 3 | 5) + FloatBytes(value);
-}
-
-/// For string, bytes, messages and packed runs.
-std::string Text(std::uint32_t field, std::string const& content) {
-    return Varint(field << 3 | 2) + Varint(content.size()) + content;
-}
+using wire::Float;
+using wire::FloatBytes;
+using wire::Number;
+using wire::Text;
 
 /// One field as bytes, and whether its message is complete without it.
 struct Piece {
@@ -92,7 +69,7 @@ Sample Of(char const* typeName, std::vector<Piece> pieces) {
             [](std::string const& bytes) { return Parsed<Message>(bytes).unknown_fields(); }};
 }
 
-std::string const vec3 = Float(1, 1.5F) + Float(2, -2) + Float(3, 0);
+std::string const vec3 = wire::Vector(1.5F, -2, 0);
 std::string const quaternion = vec3 + Float(4, 1);
 std::string const yes = Number(4, 1);
 std::string const attribute = Number(1, 7) + Text(2, "email") + Text(3, "a@b") + Number(4, 1) + Number(5, 0);

@@ -3,7 +3,6 @@
 #include "TestSupport/LogCapture.h"
 #include "Utils/JsonUtils.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -11,9 +10,8 @@
 
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
 using vq::test::LogCapture;
+using Lines = std::vector<std::string>;
 
 Json::Value Parse(std::string const& text) {
     Json::Value root;
@@ -22,70 +20,54 @@ Json::Value Parse(std::string const& text) {
     return root;
 }
 
-std::string OneLine(LogCapture const& log) {
-    std::string lines;
-    for (std::string const& line : log.Lines()) {
-        lines += (lines.empty() ? "" : "|") + line;
-    }
-    return lines;
+Lines LineOrNone(std::string const& line) {
+    return line.empty() ? Lines{} : Lines{line};
 }
 
-TEST(JsonFields, IntsAreReadFromWhatHoldsOne) {
+TEST(JsonFields, NumbersAreReadFromWhatHoldsOne) {
     struct Case {
         char const* json;
-        bool found;
-        int value;
-        char const* line;
+        bool isInt;
+        int integer;
+        char const* intLine;
+        bool isDouble;
+        double real;
+        char const* doubleLine;
     };
-    char const* const notAnInt = "E F field is not an int";
-    char const* const truncates =
+    std::string const truncates =
         "E F field contains a double instead of an int, value will not convert without truncation";
-    for (Case const& row : std::vector<Case>{
-             {"null", false, 0, ""},
-             {"-7", true, -7, ""},
-             {"2147483647", true, 2147483647, ""},
-             {"2147483648", false, 0, notAnInt},
-             {"-3000000000", false, 0, notAnInt},
+    char const* const noInt = "E F field is not an int";
+    char const* const noIntText = "E F field string does not contain an int";
+    char const* const noDouble = "E F field is not a double";
+    for (Case const& c : {
+             Case{"null", false, 0, "", false, 0, ""},
+             {"-7", true, -7, "", true, -7, ""},
+             {"2147483647", true, 2147483647, "", true, 2147483647, ""},
+             {"2147483648", false, 0, noInt, true, 2147483648, ""},
+             {"-3000000000", false, 0, noInt, true, -3000000000, ""},
+             {"18446744073709551615", false, 0, noInt, true, 18446744073709551615.0, ""},
              {"3.0", true, 3,
-              "W F field contains a double instead of an int but value converts without truncation"},
-             {"3.5", false, 0, truncates},
-             {"1e20", false, 0, truncates},
-             {"\"12x\"", true, 12, ""},
-             {"\"x\"", false, 0, "E F field string does not contain an int"},
-             {"\"99999999999\"", false, 0, "E F field string does not contain an int"},
-             {"true", false, 0, notAnInt},
-             {"[1]", false, 0, notAnInt},
+              "W F field contains a double instead of an int but value converts without truncation", true, 3,
+              ""},
+             {"3.5", false, 0, truncates.c_str(), true, 3.5, ""},
+             {"1e20", false, 0, truncates.c_str(), true, 1e20, ""},
+             {"\"12x\"", true, 12, "", true, 12, ""},
+             {"\"2.5km\"", true, 2, "", true, 2.5, ""},
+             {"\"x\"", false, 0, noIntText, false, 0, "E F field string does not contain a double"},
+             {"\"99999999999\"", false, 0, noIntText, true, 99999999999, ""},
+             {"true", false, 0, noInt, false, 0, noDouble},
+             {"[1]", false, 0, noInt, false, 0, noDouble},
          }) {
         LogCapture log;
-        int value = 99;
-        EXPECT_EQ(TryGetIntField(Parse(row.json), "F", value), row.found) << row.json;
-        EXPECT_EQ(value, row.value) << row.json;
-        EXPECT_EQ(OneLine(log), row.line) << row.json;
-    }
-}
-
-TEST(JsonFields, DoublesAreReadFromWhatHoldsOne) {
-    struct Case {
-        char const* json;
-        bool found;
-        double value;
-        char const* line;
-    };
-    for (Case const& row : std::vector<Case>{
-             {"null", false, 0, ""},
-             {"3", true, 3, ""},
-             {"18446744073709551615", true, 18446744073709551615.0, ""},
-             {"0.5", true, 0.5, ""},
-             {"\"2.5km\"", true, 2.5, ""},
-             {"\"km\"", false, 0, "E F field string does not contain a double"},
-             {"false", false, 0, "E F field is not a double"},
-             {"{}", false, 0, "E F field is not a double"},
-         }) {
-        LogCapture log;
-        double value = 99;
-        EXPECT_EQ(TryGetDoubleField(Parse(row.json), "F", value), row.found) << row.json;
-        EXPECT_EQ(value, row.value) << row.json;
-        EXPECT_EQ(OneLine(log), row.line) << row.json;
+        int integer = 99;
+        EXPECT_EQ(TryGetIntField(Parse(c.json), "F", integer), c.isInt) << c.json;
+        EXPECT_EQ(integer, c.integer) << c.json;
+        EXPECT_EQ(log.Lines(), LineOrNone(c.intLine)) << c.json;
+        log.Clear();
+        double real = 99;
+        EXPECT_EQ(TryGetDoubleField(Parse(c.json), "F", real), c.isDouble) << c.json;
+        EXPECT_EQ(real, c.real) << c.json;
+        EXPECT_EQ(log.Lines(), LineOrNone(c.doubleLine)) << c.json;
     }
 }
 
@@ -97,47 +79,40 @@ TEST(JsonFields, GetFormsAddALineAndDefaultsReplaceWhatFails) {
     EXPECT_FALSE(GetIntField(Json::Value(), "I", number));
     EXPECT_FALSE(GetDoubleField(Json::Value("x"), "D", real));
     EXPECT_FALSE(GetBoolField(Json::Value("true"), "B", flag));
-    EXPECT_EQ(number, 0);
-    EXPECT_EQ(real, 0);
-    EXPECT_FALSE(flag);
-    EXPECT_THAT(log.Lines(),
-                ElementsAre("E I field does not exist", "E D field string does not contain a double",
-                            "E D field does not exist", "E B field does not exist"));
+    EXPECT_TRUE(number == 0 && real == 0 && !flag);
+    EXPECT_EQ(log.Lines(), (Lines{"E I field does not exist", "E D field string does not contain a double",
+                                  "E D field does not exist", "E B field does not exist"}));
     log.Clear();
     EXPECT_EQ(GetIntFieldWithDefault(Json::Value(), "I", 5), 5);
     EXPECT_EQ(GetDoubleFieldWithDefault(Json::Value(), "D", 5), 5);
     EXPECT_TRUE(GetBoolFieldWithDefault(Json::Value("no"), "B", true));
     EXPECT_FALSE(GetBoolFieldWithDefault(Json::Value(false), "B", true));
-    EXPECT_THAT(log.Lines(), IsEmpty());
+    EXPECT_EQ(log.Lines(), Lines{});
 }
 
 TEST(JsonFields, StringMembersMayBeOptionalButNeverOfAnotherKind) {
-    Json::Value const object = Parse(R"({ "s": "text", "n": 1 })");
     struct Case {
-        char const* key;
-        bool optional;
-        bool result;
-        char const* value;
-        char const* line;
+        char const *object, *key;
+        bool optional, result;
+        char const *value, *line;
     };
-    for (Case const& row : std::vector<Case>{
-             {"s", false, true, "text", ""},
-             {"x", true, true, "fallback", ""},
-             {"x", false, false, "fallback", "E expected string for P.x field"},
-             {"n", true, false, "fallback", "E expected string for P.n field"},
-         }) {
+    char const* const object = R"({ "s": "text", "n": 1 })";
+    for (Case const& c : {Case{object, "s", false, true, "text", ""},
+                          {object, "x", true, true, "fallback", ""},
+                          {object, "x", false, false, "fallback", "E expected string for P.x field"},
+                          {object, "n", true, false, "fallback", "E expected string for P.n field"},
+                          {"[1]", "k", false, false, "fallback", "E expected string for P.k field"}}) {
         LogCapture log;
         std::string text;
-        EXPECT_EQ(TryGetStringField("P", object, row.key, text, row.optional, "fallback"), row.result);
-        EXPECT_EQ(text, row.value);
-        EXPECT_EQ(OneLine(log), row.line);
+        EXPECT_EQ(TryGetStringField("P", Parse(c.object), c.key, text, c.optional, "fallback"), c.result);
+        EXPECT_EQ(text, c.value);
+        EXPECT_EQ(log.Lines(), LineOrNone(c.line));
     }
     LogCapture log;
     std::string text = "old";
     EXPECT_FALSE(TryGetStringField("S", Json::Value(1), text));
     EXPECT_EQ(text, "");
-    EXPECT_FALSE(TryGetStringField("P", Parse("[1]"), "k", text, false, ""));
-    EXPECT_THAT(log.Lines(), ElementsAre("E expected string for S field", "E expected string for P.k field"));
+    EXPECT_EQ(log.Lines(), (Lines{"E expected string for S field"}));
 }
 
 }  // namespace

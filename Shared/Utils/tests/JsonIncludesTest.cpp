@@ -10,16 +10,16 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
 
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using vq::test::LogCapture;
+using Lines = std::vector<std::string>;
 
 Json::Value Parse(std::string const& text) {
     Json::Value root;
@@ -38,131 +38,113 @@ protected:
         ::setenv("VQ_VDS_DATA", m_dataRoot.c_str(), 1);
     }
 
-    std::string Write(std::string const& path, std::string const& text) {
+    static void Write(std::string const& path, std::string const& text) {
         std::ofstream(path, std::ios::binary) << text;
-        return path;
-    }
-
-    /// Loads the text as "main.json".
-    bool Load(std::string const& text) {
-        m_errors.str("");
-        return GetJsonRootOfFile(Write(m_directory + "main.json", text), m_root, m_errors);
     }
 
     std::string const m_directory = vq::test::HomeDirectory() + "documents/";
+    std::string const m_main = m_directory + "main.json";
     std::string const m_dataRoot = vq::test::HomeDirectory() + "data/";
     std::ostringstream m_errors;
     Json::Value m_root;
 };
 
-TEST_F(JsonIncludes, TheIncluderWinsScalarsAndIncludedElementsComeBehind) {
-    Write(m_directory + "base.json", R"({ "Rate": 9, "Name": "x", "Tags": [ "b" ] })");
-    ASSERT_TRUE(Load(R"({ "Includes": [ "base.json" ], "Rate": 5, "Tags": [ "a" ] })")) << m_errors.str();
-    EXPECT_EQ(m_root, Parse(R"({ "Name": "x", "Rate": 5, "Tags": [ "a", "b" ] })"));
-}
-
-TEST_F(JsonIncludes, OfTwoIncludesTheFirstWinsAndObjectsMergeInDepth) {
-    Write(m_directory + "one.json", R"({ "A": { "x": 1 }, "B": 1 })");
-    Write(m_directory + "two.json", R"({ "A": { "x": 2, "y": 2 }, "B": 2, "C": 2 })");
-    ASSERT_TRUE(Load(R"({ "Includes": [ "one.json", "two.json" ] })")) << m_errors.str();
-    EXPECT_EQ(m_root, Parse(R"({ "A": { "x": 1, "y": 2 }, "B": 1, "C": 2 })"));
-}
-
-TEST_F(JsonIncludes, ExpandInsideArraysAndRelativeToTheIncludedDocument) {
-    Write(m_directory + "parts/outer.json", R"({ "Outer": true, "Includes": [ "inner.json" ] })");
-    Write(m_directory + "parts/inner.json", R"({ "Inner": true })");
-    ASSERT_TRUE(Load(R"([ { "Includes": [ "parts/outer.json" ] }, { "Includes": [] } ])")) << m_errors.str();
-    EXPECT_EQ(m_root, Parse(R"([ { "Inner": true, "Outer": true }, {} ])"));
+TEST_F(JsonIncludes, ExpandEverywhereAndMergeByTheirRules) {
+    for (auto const& [name, text] : std::map<std::string, std::string>{
+             {"base.json", R"({ "Rate": 9, "Name": "x", "Tags": [ "b" ] })"},
+             {"one.json", R"({ "A": { "x": 1 }, "B": 1 })"},
+             {"two.json", R"({ "A": { "x": 2, "y": 2 }, "B": 2, "C": 2 })"},
+             {"parts/outer.json", R"({ "Outer": true, "Includes": [ "inner.json" ] })"},
+             {"parts/inner.json", R"({ "Inner": true })"},
+             {"scalar.json", "9"}}) {
+        Write(m_directory + name, text);
+    }
+    for (auto const& [text, expanded] : std::map<char const*, char const*>{
+             // The includer wins scalars, and included elements come behind.
+             {R"({ "Includes": [ "base.json" ], "Rate": 5, "Tags": [ "a" ] })",
+              R"({ "Name": "x", "Rate": 5, "Tags": [ "a", "b" ] })"},
+             // Of two includes the first wins, and objects merge in depth.
+             {R"({ "Includes": [ "one.json", "two.json" ] })",
+              R"({ "A": { "x": 1, "y": 2 }, "B": 1, "C": 2 })"},
+             // In arrays too, and relative to the included document.
+             {R"([ { "Includes": [ "parts/outer.json" ] }, { "Includes": [] } ])",
+              R"([ { "Inner": true, "Outer": true }, {} ])"},
+             // An included scalar takes the object's place and ends its expansion.
+             {R"({ "Sub": { "Includes": [ "scalar.json" ], "Zoo": { "Includes": [] } } })",
+              R"({ "Sub": 9 })"}}) {
+        Write(m_main, text);
+        m_root = Json::Value();
+        EXPECT_TRUE(GetJsonRootOfFile(m_main, m_root, m_errors)) << m_errors.str();
+        EXPECT_EQ(m_root, Parse(expanded)) << text;
+    }
 }
 
 TEST_F(JsonIncludes, FilesAreSoughtInTheDataRootAndThereByFileNameAlone) {
     Write(m_dataRoot + "shared.json", R"({ "Shared": 1 })");
+    Write(m_main, R"({ "Includes": [ "gone/shared.json" ] })");
     LogCapture log(LogLevel::Verbose);
-    ASSERT_TRUE(Load(R"({ "Includes": [ "gone/shared.json" ] })")) << m_errors.str();
+    ASSERT_TRUE(GetJsonRootOfFile(m_main, m_root, m_errors)) << m_errors.str();
     EXPECT_EQ(m_root, Parse(R"({ "Shared": 1 })"));
     std::string const second = "V Trying " + m_dataRoot + "gone/shared.json";
     EXPECT_THAT(log.Lines(),
                 testing::IsSupersetOf({"V Trying " + m_directory + "gone/shared.json", second, second}));
-    EXPECT_TRUE(log.Has(LogLevel::Verbose, "JSON content from " + m_directory + "main.json:\n"));
+    EXPECT_TRUE(log.Has(LogLevel::Verbose, "JSON content from " + m_main + ":\n"));
 }
 
 TEST_F(JsonIncludes, EveryProblemIsReportedAndNoneStopsTheWalk) {
     Write(m_directory + "broken.json", "{");
     Write(m_directory + "good.json", R"({ "Good": 1 })");
+    Write(m_main, R"({ "Includes": [ 7, "absent.json", "broken.json", "good.json" ],
+                       "Sub": { "Includes": "good.json" } })");
     LogCapture log;
-    EXPECT_FALSE(Load(R"({ "Includes": [ 7, "absent.json", "broken.json", "good.json" ],
-                           "Sub": { "Includes": "good.json" } })"));
-    std::string const path = m_directory + "main.json";
-    EXPECT_EQ(m_errors.str(), "Expected string for \"Includes\" key in " + path + ", got 7\n\n" +
-                                  "Could not locate 'absent.json' for \"Includes\" key in " + path + "\n" +
+    EXPECT_FALSE(GetJsonRootOfFile(m_main, m_root, m_errors));
+    EXPECT_EQ(m_errors.str(), "Expected string for \"Includes\" key in " + m_main + ", got 7\n\n" +
+                                  "Could not locate 'absent.json' for \"Includes\" key in " + m_main + "\n" +
                                   "Failed to load '" + m_directory + "broken.json'\n" +
-                                  "Expected string array for \"Includes\" key in " + path + ".Sub\n");
+                                  "Expected string array for \"Includes\" key in " + m_main + ".Sub\n");
     EXPECT_EQ(m_root, Parse(R"({ "Good": 1, "Sub": {} })"));
     ASSERT_EQ(log.Lines().size(), 1U);
     EXPECT_THAT(log.Lines()[0], HasSubstr("Failed to parse JSON file '" + m_directory + "broken.json'\n"));
 }
 
-TEST_F(JsonIncludes, AnIncludedScalarTakesAnObjectsPlaceAndEndsItsExpansion) {
-    Write(m_directory + "scalar.json", "9");
-    ASSERT_TRUE(Load(R"({ "Sub": { "Includes": [ "scalar.json" ], "Zoo": { "Includes": [] } } })"));
-    EXPECT_EQ(m_root, Parse(R"({ "Sub": 9 })"));
-}
-
 TEST(JsonMerge, FollowsTheKindsOfBothSides) {
     struct Case {
-        char const* existing;
-        char const* included;
-        char const* result;  // null: refused
+        char const *existing, *included, *result;  // no result: refused
     };
-    for (Case const& row : std::vector<Case>{
-             {R"({"Rate":{"Max":1}})", R"({"Rate":9})", R"({"Rate":9})"},
-             {R"([1])", "2", "2"},
-             {"null", "[1]", "[1]"},
-             {"1", R"({"a":2})", "1"},
-             {"[1]", "[2,3]", "[1,2,3]"},
-             {R"({"a":[1]})", R"({"a":{"b":1}})", nullptr},
-             {"{}", "[]", nullptr},
-         }) {
-        Json::Value existing = Parse(row.existing);
+    for (Case const& c : {Case{R"({"Rate":{"Max":1}})", R"({"Rate":9})", R"({"Rate":9})"},
+                          {"[1]", "2", "2"},
+                          {"null", "[1]", "[1]"},
+                          {"1", R"({"a":2})", "1"},
+                          {"[1]", "[2,3]", "[1,2,3]"},
+                          {R"({"a":[1]})", R"({"a":{"b":1}})", nullptr},
+                          {"{}", "[1]", nullptr}}) {
+        Json::Value existing = Parse(c.existing);
         std::ostringstream errors;
-        EXPECT_EQ(MergeJsonIncludeContent("doc", Parse(row.included), existing, errors),
-                  row.result != nullptr);
-        EXPECT_EQ(existing, Parse(row.result != nullptr ? row.result : row.existing));
-        EXPECT_EQ(errors.str().empty(), row.result != nullptr);
+        EXPECT_EQ(MergeJsonIncludeContent("doc", Parse(c.included), existing, errors), c.result != nullptr);
+        EXPECT_EQ(existing, Parse(c.result != nullptr ? c.result : c.existing));
+        EXPECT_EQ(errors.str().empty(), c.result != nullptr);
+        if (c.existing == std::string("{}")) {
+            EXPECT_EQ(errors.str(), "doc: mismatched content (including '[\n\t1\n]', existing '{}')\n");
+        }
     }
-    Json::Value existing(Json::objectValue);
-    std::ostringstream errors;
-    EXPECT_FALSE(MergeJsonIncludeContent("doc", Parse("[1]"), existing, errors));
-    EXPECT_EQ(errors.str(), "doc: mismatched content (including '[\n\t1\n]', existing '{}')\n");
 }
 
-TEST(JsonDocuments, ThatCannotBeReadSayWhy) {
+TEST_F(JsonIncludes, DocumentsThatCannotBeReadSayWhyAndLargeOnesAreWhole) {
     LogCapture log;
-    std::string const home = vq::test::HomeDirectory();
-    EXPECT_EQ(JsonFileToString(home + "absent.json"), "");
-    EXPECT_THAT(log.Lines(), ElementsAre("E Failed to open " + home + "absent.json"));
-    log.Clear();
-    std::ofstream(home + "empty.json").flush();
-    EXPECT_EQ(JsonFileToString(home + "empty.json"), "");
-    EXPECT_EQ(JsonFileToString(home), "") << "a directory reads as nothing";
-    EXPECT_THAT(log.Lines(), IsEmpty());
+    EXPECT_EQ(JsonFileToString(m_directory + "absent.json"), "");
+    Write(m_main, "");
+    EXPECT_EQ(JsonFileToString(m_main), "");
+    EXPECT_EQ(JsonFileToString(m_directory), "") << "a directory reads as nothing";
+    EXPECT_EQ(log.Lines(), (Lines{"E Failed to open " + m_directory + "absent.json"}));
+    EXPECT_FALSE(GetJsonRootOfFile(m_main, m_root, m_errors));
+    EXPECT_EQ(m_errors.str(), "");
+    EXPECT_FALSE(GetJsonRootOfString("{\"a\" 1}", m_root, m_errors));
+    EXPECT_FALSE(GetJsonRootOfString(std::string(1500, '['), m_root, m_errors));
+    EXPECT_THAT(m_errors.str(), testing::AllOf(HasSubstr("Missing ':'"), HasSubstr("stackLimit")));
 
-    Json::Value root;
-    std::ostringstream errors;
-    EXPECT_FALSE(GetJsonRootOfFile(home + "empty.json", root, errors));
-    EXPECT_EQ(errors.str(), "");
-    EXPECT_FALSE(GetJsonRootOfString("{\"a\" 1}", root, errors));
-    EXPECT_THAT(errors.str(), HasSubstr("Missing ':'"));
-    errors.str("");
-    EXPECT_FALSE(GetJsonRootOfString(std::string(1500, '['), root, errors));
-    EXPECT_THAT(errors.str(), HasSubstr("stackLimit"));
-}
-
-TEST(JsonDocuments, LargerThanOneReadAreWhole) {
-    std::string const path = vq::test::HomeDirectory() + "large.json";
     std::string const text = "\"" + std::string(3 * 16 * 1024 - 2, 'x') + "\"";
-    std::ofstream(path, std::ios::binary) << text;
-    EXPECT_EQ(JsonFileToString(path), text);
+    Write(m_main, text);
+    EXPECT_EQ(JsonFileToString(m_main), text);
 }
 
 }  // namespace

@@ -7,9 +7,7 @@
 
 #include <fstream>
 #include <iterator>
-#include <optional>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -58,6 +56,9 @@ protected:
         std::string const page{std::istreambuf_iterator<char>(file), {}};
         return page.substr(0, page.find('\0'));
     }
+    bool Register(std::string const& name, std::string const& location) {
+        return m_registry->RegisterServer(Server(name, location), 5s, nullptr);
+    }
     /// Names in table order, after a "!" when the table was not read to its end.
     std::string Read() {
         ServerRegistry::Servers servers;
@@ -73,11 +74,6 @@ protected:
 };
 
 TEST_F(ServerRegistryTest, TheTextOfTheTableIsReadUpToItsFirstBadLine) {
-    struct Case {
-        std::string text;
-        char const* names;
-        char const* line;
-    };
     std::string const a = kGoodA;
     std::string const b = kGoodB;
     std::string const unparseable = "unparseable line, ignoring: '";
@@ -85,48 +81,42 @@ TEST_F(ServerRegistryTest, TheTextOfTheTableIsReadUpToItsFirstBadLine) {
         "unexpected syntax in line (expected seven or more entries separated by tabs), ignoring: '";
     auto const withField = [&](std::string const& from, std::string const& to) {
         std::string line = a;
-        return line.replace(line.find(from), from.size(), to);
+        return b + line.replace(line.find(from), from.size(), to);
     };
-    Case const cases[] = {
-        {"", "", nullptr},
-        {a + b, "AB", nullptr},
-        {a + "\n" + b, "AB", nullptr},
-        {a + b.substr(0, b.size() - 1), "AB", nullptr},
-        {a + b + "C\tIPC:/c\t1\tIPC:/h\tIPC:/m\t1\n" + a, "!AB", syntax.c_str()},
-        {"C\tIPC:/c\t1\tIPC:/h\tIPC:/m\t1\t\n", "!", syntax.c_str()},
-        {"C\tIPC:/c\t1\tIPC:/h\tIPC:/m\t1\t2\t3\t4\n" + a, "CA", nullptr},
-        {"\t" + a, "!", unparseable.c_str()},
-        {b + withField("4242", "99999999999"), "BA", nullptr},
-        {b + withField("4242", ""), "!B", unparseable.c_str()},
-        {b + withField("4242", " +42abc"), "BA", nullptr},
-        {b + withField("12", "99999999999"), "!B", unparseable.c_str()},
-        {b + withField("11", "x"), "!B", unparseable.c_str()},
-        {b + withField("SOCKET:localhost:1", "NONE:"), "!B", unparseable.c_str()},
-        {b + withField("SOCKET:localhost:2", "word"), "!B", unparseable.c_str()},
-        {b + withField("SOCKET:localhost:3", "NONE:x"), "!B", unparseable.c_str()},
-        {"\n\n", "", nullptr},
+    struct Case {
+        std::string text, names, line;
     };
-    for (Case const& c : cases) {
+    for (Case const& c : {Case{"", "", ""},
+                          {a + "\n" + b, "AB", ""},
+                          {a + b.substr(0, b.size() - 1), "AB", ""},
+                          {a + b + "C\tIPC:/c\t1\tIPC:/h\tIPC:/m\t1\n" + a, "!AB", syntax},
+                          {"C\tIPC:/c\t1\tIPC:/h\tIPC:/m\t1\t\n", "!", syntax},
+                          {"C\tIPC:/c\t1\tIPC:/h\tIPC:/m\t1\t2\t3\t4\n" + a, "CA", ""},
+                          {"\t" + a, "!", unparseable},
+                          {withField("4242", "99999999999"), "BA", ""},
+                          {withField("4242", ""), "!B", unparseable},
+                          {withField("4242", " +42abc"), "BA", ""},
+                          {withField("12", "99999999999"), "!B", unparseable},
+                          {withField("11", "x"), "!B", unparseable},
+                          {withField("SOCKET:localhost:1", "NONE:"), "!B", unparseable},
+                          {withField("SOCKET:localhost:2", "word"), "!B", unparseable},
+                          {withField("SOCKET:localhost:3", "NONE:x"), "!B", unparseable},
+                          {"\n\n", "", ""}}) {
         SetTable(c.text);
         vq::test::LogCapture log;
         EXPECT_EQ(Read(), c.names) << c.text;
         EXPECT_EQ(Read(), c.names) << c.text;
-        EXPECT_EQ(log.Lines().size(), c.line != nullptr ? 1u : 0u) << c.text;  // told once, not once a read
-        EXPECT_TRUE(c.line == nullptr || log.Has(LogLevel::Error, c.line)) << c.text;
-        m_registry->RegisterServer(Server("fresh", "/fresh"), 5s, nullptr);  // a write lets it be told again
+        EXPECT_EQ(log.Lines().size(), !c.line.empty()) << c.text;  // told once, not once a read
+        EXPECT_TRUE(c.line.empty() || log.Has(LogLevel::Error, c.line)) << c.text;
+        Register("fresh", "/fresh");  // a write lets it be told again
     }
 }
 
 TEST_F(ServerRegistryTest, ServersReplaceTheirOwnLineAndKeepItsPlace) {
-    auto const add = [this](char const* name, char const* location) {
-        return m_registry->RegisterServer(Server(name, location), 5s, nullptr);
-    };
-    EXPECT_TRUE(add("A", "/a"));
-    EXPECT_TRUE(add("B", "/b"));
-    EXPECT_TRUE(add("C", "/c"));
-    EXPECT_TRUE(add("A", "/new"));
-    EXPECT_TRUE(add("D", "/b"));
-    EXPECT_EQ(Read(), "ADC");
+    for (auto const& [name, location] :
+         {std::pair{"A", "/a"}, {"B", "/b"}, {"C", "/c"}, {"A", "/new"}, {"D", "/b"}}) {
+        EXPECT_TRUE(Register(name, location));
+    }
     EXPECT_EQ(GetTable(),
               "A\tIPC:/new\t1\tIPC:/new.h\tIPC:/new.m\t12\t11\n"
               "D\tIPC:/b\t1\tIPC:/b.h\tIPC:/b.m\t12\t11\n"
@@ -137,13 +127,6 @@ TEST_F(ServerRegistryTest, ServersReplaceTheirOwnLineAndKeepItsPlace) {
     EXPECT_EQ(found.name, "D");
     EXPECT_FALSE(m_registry->FindServer({"/b", Transport::LOOPBACK, ""}, found, 5s, nullptr));
     EXPECT_TRUE(m_registry->FindServerByName("C", found, 5s, nullptr));
-    std::ostringstream text;
-    text << found;
-    EXPECT_EQ(
-        text.str(),
-        "ServerDescriptor: address=IPC:/c; heartbeatAddress=IPC:/c.h; memoryEventAddress=IPC:/c.m; pid=1; "
-        "protocol=12; minimumProtocol=11");
-
     EXPECT_FALSE(m_registry->RemoveServer(Server("X", "/x"), 5s, nullptr));
     EXPECT_TRUE(m_registry->RemoveServer(Server("X", "/b"), 5s, nullptr));
     EXPECT_TRUE(m_registry->RemoveServer(Server("A", "/x"), 5s, nullptr));
@@ -158,11 +141,9 @@ TEST_F(ServerRegistryTest, UnusableAddressesAreRefusedButForTheMemoryAddress) {
     server = Server("A", "/a");
     server.address.logicalName = "n";
     EXPECT_FALSE(m_registry->RegisterServer(server, 5s, nullptr));
-    std::vector<std::string> const expected = {
-        "E Failed to use empty MessageAddress",
-        "E Failed to use logical MessageAddresses, must use AMessagePipeProvider::Resolve first on IPC:/a?n",
-    };
-    EXPECT_EQ(log.Lines(), expected);
+    EXPECT_EQ(log.Lines(), (std::vector<std::string>{"E Failed to use empty MessageAddress",
+                                                     "E Failed to use logical MessageAddresses, must use "
+                                                     "AMessagePipeProvider::Resolve first on IPC:/a?n"}));
     EXPECT_EQ(GetTable(), "");
     server = Server("A", "/a");
     server.memoryEventAddress = {};
@@ -172,14 +153,14 @@ TEST_F(ServerRegistryTest, UnusableAddressesAreRefusedButForTheMemoryAddress) {
 
 TEST_F(ServerRegistryTest, ATableThatIsTooLongIsCutAndHealsAtTheNextRegistration) {
     vq::test::LogCapture log;
-    EXPECT_TRUE(m_registry->RegisterServer(Server("A", "/a"), 5s, nullptr));
-    EXPECT_TRUE(m_registry->RegisterServer(Server("L", "/" + std::string(400, 'l')), 5s, nullptr));
+    EXPECT_TRUE(Register("A", "/a"));
+    EXPECT_TRUE(Register("L", "/" + std::string(400, 'l')));
     EXPECT_EQ(GetTable().size(), 1024u);
     EXPECT_TRUE(
         log.Has(LogLevel::Error, "truncating Tessel Server registry (allocated = 1024; needed = 1268)"))
         << testing::PrintToString(log.Lines());
     EXPECT_EQ(Read(), "!A");
-    EXPECT_TRUE(m_registry->RegisterServer(Server("B", "/b"), 5s, nullptr));
+    EXPECT_TRUE(Register("B", "/b"));
     EXPECT_EQ(
         log.Count(LogLevel::Warning, "ServerRegistry: trying to rewrite registry that we couldn't read"), 1u);
     EXPECT_EQ(Read(), "AB");
@@ -203,18 +184,18 @@ TEST_F(ServerRegistryTest, DamagedTablesAreReadInsideTheirPageAndHeal) {
         ASSERT_EQ(::truncate(m_path.c_str(), 0), 0);
         SetTable(noise.substr(0, length), length);
         Read();
-        EXPECT_TRUE(m_registry->RegisterServer(Server("A", "/a"), 5s, nullptr));
+        EXPECT_TRUE(Register("A", "/a"));
         EXPECT_EQ(Read(), "A") << length;
         // Whoever comes later finds a whole file again.
         EXPECT_GE(ServerRegistry(Name()).GetServerAddress().location.size(), 1u);
     }
     ASSERT_EQ(::unlink(m_path.c_str()), 0);
     EXPECT_EQ(Read(), "");
-    EXPECT_FALSE(m_registry->RegisterServer(Server("A", "/a"), 5s, nullptr));
+    EXPECT_FALSE(Register("A", "/a"));
 }
 
 TEST_F(ServerRegistryTest, ADeadHolderOfTheMutexCostsTheTimeoutUntilItIsRecovered) {
-    ASSERT_TRUE(m_registry->RegisterServer(Server("A", "/a"), 5s, nullptr));
+    ASSERT_TRUE(Register("A", "/a"));
     pid_t const child = ::fork();
     if (child == 0) {
         SharedMutex mutex("testTLRegistry." + std::to_string(::getppid()) + ".mutex");
@@ -226,17 +207,12 @@ TEST_F(ServerRegistryTest, ADeadHolderOfTheMutexCostsTheTimeoutUntilItIsRecovere
     ServerRegistry::Servers servers{Server("old", "/old")};
     bool timedOut = false;
     EXPECT_FALSE(m_registry->GetServers(servers, 50ms, &timedOut));
-    EXPECT_TRUE(timedOut);
-    EXPECT_TRUE(servers.empty());
+    EXPECT_TRUE(timedOut && servers.empty());
     timedOut = false;
     EXPECT_FALSE(m_registry->RemoveServer(Server("A", "/a"), 0ms, &timedOut));
     EXPECT_TRUE(timedOut);
     m_registry->Recover();
     EXPECT_EQ(Read(), "A");
-}
-
-TEST_F(ServerRegistryTest, ATerminatedRegistryReadsAsEmptyAndComesBack) {
-    ASSERT_TRUE(m_registry->RegisterServer(Server("A", "/a"), 5s, nullptr));
     m_registry->Terminate();
     EXPECT_EQ(Read(), "");
     m_registry->Initialize();
@@ -246,25 +222,23 @@ TEST_F(ServerRegistryTest, ATerminatedRegistryReadsAsEmptyAndComesBack) {
 TEST(ServerSelectionTest, TheUserChoosesByAddressThenByNameThenTheTableDecides) {
     struct Case {
         int servers;
-        std::optional<std::string> address;
-        std::optional<std::string> name;
-        std::string expected;
-        std::string line;
+        char const *address, *name;  // null: not set
+        std::string expected, line;
     };
-    std::string const two =
-        "W More than one Tessel server is running: set VQ_VDS_NAME or VQ_VDS_ADDRESS to select one";
+    std::string const invalid = "E Invalid address or port for server: ";
     Case const cases[] = {
-        {0, {}, {}, "SOCKET:localhost:17975", ""},
+        {0, nullptr, nullptr, "SOCKET:localhost:17975", ""},
         {0, "6000", "B", "SOCKET:localhost:6000", ""},
-        {0, "123abc", {}, "SOCKET:localhost:123abc", ""},
-        {0, "IPC:/x?n", {}, "IPC:/x?n", ""},
-        {1, "abc", {}, "IPC:/a", "E Invalid address or port for server: abc"},
-        {1, "NONE:1", {}, "IPC:/a", "E Invalid address or port for server: NONE:1"},
-        {1, "", {}, "IPC:/a", "E Invalid address or port for server: "},
-        {1, {}, "", "IPC:/a", ""},
-        {2, {}, {}, "IPC:/a", two},
-        {2, {}, "B", "IPC:/b", ""},
-        {2, {}, "C", "NONE:", "E No running Tessel server named 'C'"},
+        {0, "123abc", nullptr, "SOCKET:localhost:123abc", ""},
+        {0, "IPC:/x?n", nullptr, "IPC:/x?n", ""},
+        {1, "abc", nullptr, "IPC:/a", invalid + "abc"},
+        {1, "NONE:1", nullptr, "IPC:/a", invalid + "NONE:1"},
+        {1, "", nullptr, "IPC:/a", invalid},
+        {1, nullptr, "", "IPC:/a", ""},
+        {2, nullptr, nullptr, "IPC:/a",
+         "W More than one Tessel server is running: set VQ_VDS_NAME or VQ_VDS_ADDRESS to select one"},
+        {2, nullptr, "B", "IPC:/b", ""},
+        {2, nullptr, "C", "NONE:", "E No running Tessel server named 'C'"},
     };
     int registered = 0;
     for (Case const& c : cases) {
@@ -272,8 +246,10 @@ TEST(ServerSelectionTest, TheUserChoosesByAddressThenByNameThenTheTableDecides) 
             ASSERT_TRUE(ServerRegistry::Instance().RegisterServer(
                 registered == 0 ? Server("A", "/a") : Server("B", "/b"), 5s, nullptr));
         }
-        c.address ? ::setenv("VQ_VDS_ADDRESS", c.address->c_str(), 1) : ::unsetenv("VQ_VDS_ADDRESS");
-        c.name ? ::setenv("VQ_VDS_NAME", c.name->c_str(), 1) : ::unsetenv("VQ_VDS_NAME");
+        for (auto const& [variable, value] :
+             {std::pair{"VQ_VDS_ADDRESS", c.address}, {"VQ_VDS_NAME", c.name}}) {
+            value != nullptr ? ::setenv(variable, value, 1) : ::unsetenv(variable);
+        }
         vq::test::LogCapture log;
         EXPECT_EQ(ServerRegistry::GetServerAddress().ToString(), c.expected);
         EXPECT_EQ(log.Lines(), c.line.empty() ? std::vector<std::string>{} : std::vector{c.line});

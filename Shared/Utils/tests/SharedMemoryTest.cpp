@@ -65,19 +65,17 @@ TEST(SharedMemoryTest, OpeningFollowsTheStateOfTheFile) {
         char const* what;
         off_t before;  // -1: no file
         std::uint64_t size;
-        bool opens;
         off_t after;
         char const* line;
     };
     Case const cases[] = {
-        {"no file", -1, 10, false, -1, "Failed to open shared memory block 'b' at '"},
-        {"left empty by a crash", 0, 10, true, kPage, nullptr},
-        {"cut within the page", 100, 10, true, kPage, nullptr},
-        {"as long as asked for", kPage, 10, true, kPage, nullptr},
-        {"longer", 3 * kPage, 10, true, 3 * kPage, nullptr},
-        {"a page short", kPage, 5000, true, kPage, " is smaller than expected: 4096 vs 8192)"},
-        {"cut in the last page", kPage + 1, 5000, true, 2 * kPage, nullptr},
-        {"size 0 takes a page", 0, 0, true, kPage, nullptr},
+        {"no file", -1, 10, -1, "Failed to open shared memory block 'b' at '"},
+        {"left empty by a crash", 0, 10, kPage, nullptr},
+        {"cut within the page", 100, 10, kPage, nullptr},
+        {"longer", 3 * kPage, 10, 3 * kPage, nullptr},
+        {"a page short", kPage, 5000, kPage, " is smaller than expected: 4096 vs 8192)"},
+        {"cut in the last page", kPage + 1, 5000, 2 * kPage, nullptr},
+        {"size 0 takes a page", 0, 0, kPage, nullptr},
     };
     for (Case const& c : cases) {
         RemoveFile(PathOf("b"));
@@ -86,7 +84,7 @@ TEST(SharedMemoryTest, OpeningFollowsTheStateOfTheFile) {
         }
         vq::test::LogCapture log;
         SharedMemoryMmap block("b", c.size);
-        EXPECT_EQ(block.Open(), c.opens) << c.what;
+        EXPECT_EQ(block.Open(), c.before >= 0) << c.what;
         EXPECT_EQ(LengthOf("b"), c.after) << c.what;
         EXPECT_EQ(log.Lines().size(), c.line != nullptr ? 1u : 0u) << c.what;
         EXPECT_TRUE(c.line == nullptr || log.Has(LogLevel::Error, c.line)) << c.what;
@@ -117,20 +115,18 @@ TEST(SharedMemoryTest, OperationsOutOfTurnAreRefusedWithTheirLine) {
     EXPECT_EQ(LengthOf("turns"), kPage);
     EXPECT_TRUE(block.Resize(0));
     EXPECT_EQ(block.Attach(Access::Read), nullptr);
-    std::vector<std::string> const expected = {
-        "E Passing Access==None to SharedMemory::Attach, returning nullptr",
-        "E Failed to resize shared memory as no such file exists",
-        "E Failed to create shared memory block 'turns', already open",
-        "E Failed to open shared memory block 'turns', already open",
-        "E Failed to resize mapped memory -- Detach() first",
-        "E Failed to resize to 4611686018427387904 bytes the shared memory block 'turns' at '" +
-            PathOf("turns") + "': File too large",
-    };
-    EXPECT_EQ(log.Lines(), expected);
+    EXPECT_EQ(log.Lines(),
+              (std::vector<std::string>{
+                  "E Passing Access==None to SharedMemory::Attach, returning nullptr",
+                  "E Failed to resize shared memory as no such file exists",
+                  "E Failed to create shared memory block 'turns', already open",
+                  "E Failed to open shared memory block 'turns', already open",
+                  "E Failed to resize mapped memory -- Detach() first",
+                  "E Failed to resize to 4611686018427387904 bytes the shared memory block 'turns' at '" +
+                      PathOf("turns") + "': File too large"}));
 }
 
 TEST(SharedMemoryTest, EveryKnownTypeIsBackedByAFileAndOthersByNothing) {
-    vq::test::LogCapture log;
     for (int value = 0; value < 3; ++value) {
         auto const type = static_cast<SharedMemoryType>(value);
         EXPECT_EQ(SharedMemoryFactory::Make("t", 1, type)->GetType(), SharedMemoryType::FILE);
@@ -139,7 +135,6 @@ TEST(SharedMemoryTest, EveryKnownTypeIsBackedByAFileAndOthersByNothing) {
     auto const none = SharedMemoryFactory::Make("t", 1, static_cast<SharedMemoryType>(7));
     EXPECT_FALSE(none->Create());
     EXPECT_EQ(none->Attach(Access::Read), nullptr);
-    EXPECT_EQ(log.Lines(), std::vector<std::string>{"E BUG: unhandled memory type: ??? (7)"});
 }
 
 TEST(SharedMemoryTest, AFullDiskIsAnErrorAndNotAFault) {
@@ -156,9 +151,8 @@ TEST(SharedMemoryTest, AFullDiskIsAnErrorAndNotAFault) {
     EXPECT_FALSE(opened.Open());
     std::string const where =
         "shared memory block 'full' at '" + PathOf("full") + "': No space left on device";
-    std::vector<std::string> const expected = {"E Failed to allocate 4096 bytes for " + where,
-                                               "E Failed to allocate space for " + where};
-    EXPECT_EQ(log.Lines(), expected);
+    EXPECT_EQ(log.Lines(), (std::vector{"E Failed to allocate 4096 bytes for " + where,
+                                        "E Failed to allocate space for " + where}));
     EXPECT_EQ(LengthOf("full"), 0);
     RemoveFile(PathOf("filler"));
     EXPECT_TRUE(opened.Open());

@@ -6,83 +6,70 @@
 #include <vector>
 
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/WireWriter.h"
 #include "Utils/ProtoUtils.h"
 
 namespace {
 
-using vq::cfg::Variant;
+using wire::Text;
 
-Variant Integer(std::int64_t number) {
-    Variant value;
-    value.set_integer_value(number);
-    return value;
+std::string Ints(std::vector<int> const& numbers) {
+    std::string list;
+    for (int const number : numbers) {
+        list += wire::Number(1, number);
+    }
+    return Text(6, list);
 }
 
-Variant Float(float number) {
-    Variant value;
-    value.set_float_value(number);
-    return value;
+std::string Floats(std::vector<float> const& numbers) {
+    std::string list;
+    for (float const number : numbers) {
+        list += wire::Float(1, number);
+    }
+    return Text(7, list);
 }
 
-Variant Ints(std::vector<std::int64_t> const& numbers) {
-    Variant value;
-    value.mutable_integer_list()->mutable_values()->Add(numbers.begin(), numbers.end());
+vq::cfg::Variant Read(std::string const& bytes) {
+    vq::cfg::Variant value;
+    EXPECT_TRUE(value.ParseFromString(bytes));
     return value;
 }
-
-Variant Floats(std::vector<float> const& numbers) {
-    Variant value;
-    value.mutable_float_list()->mutable_values()->Add(numbers.begin(), numbers.end());
-    return value;
-}
-
-Variant Text() {
-    Variant value;
-    value.set_string_value("1, 2, 3");
-    return value;
-}
-
-struct Expectation {
-    Variant value;
-    std::optional<glm::vec3> three;
-    std::optional<glm::vec4> four;
-    std::optional<glm::quat> rotation;
-};
 
 template <class Geometry>
-void Check(Variant const& value, std::optional<Geometry> const& expected, Geometry old, char const* warning) {
+void Check(std::string const& bytes, std::optional<Geometry> const& expected, Geometry old,
+           std::string const& kind) {
     vq::test::LogCapture log;
     Geometry result = old;
-    ProtoUtils::ConvertTo(value, &result);
-    EXPECT_EQ(result, expected.value_or(old)) << value.value_case();
-    EXPECT_EQ(log.Count(LogLevel::Warning, warning), expected ? 0u : 1u) << value.value_case();
-    EXPECT_EQ(log.Records().size(), expected ? 0u : 1u);
+    ProtoUtils::ConvertTo(Read(bytes), &result);
+    EXPECT_EQ(result, expected.value_or(old)) << testing::PrintToString(bytes);
+    std::string const line =
+        std::string("W no matching ").append(kind) + " definition in configuration setting message";
+    EXPECT_EQ(log.Lines(), expected ? std::vector<std::string>{} : std::vector{line});
 }
 
 TEST(VariantGeometry, IsReadLenientlyOrLeavesTheDefaultInForce) {
-    std::optional<glm::vec3> const no3;
-    std::optional<glm::vec4> const no4;
-    std::optional<glm::quat> const noQuat;
-    Expectation const cases[] = {
-        {Integer(7), glm::vec3(7), glm::vec4(7), noQuat},
-        {Float(2.5f), glm::vec3(2.5f), glm::vec4(2.5f), noQuat},
-        {Ints({1, 2}), no3, no4, noQuat},
-        {Floats({1, 2}), no3, no4, noQuat},
-        {Floats({}), no3, no4, noQuat},
-        {Ints({0, 0, 0}), glm::vec3(0), glm::vec4(0, 0, 0, 1), glm::quat(1, 0, 0, 0)},
-        {Ints({1, 2, 3, 4}), glm::vec3(1, 2, 3), glm::vec4(1, 2, 3, 4), glm::quat(1, 2, 3, 4)},
-        {Floats({1.5f, 2, 3, 4}), glm::vec3(1.5f, 2, 3), glm::vec4(1.5f, 2, 3, 4), glm::quat(1.5f, 2, 3, 4)},
-        {Floats({1, 2, 3, 4, 5}), glm::vec3(1, 2, 3), glm::vec4(1, 2, 3, 4), noQuat},
-        {Text(), no3, no4, noQuat},
-        {Variant(), no3, no4, noQuat},
+    struct Case {
+        std::string value;
+        std::optional<glm::vec3> three;
+        std::optional<glm::vec4> four;
+        std::optional<glm::quat> rotation;
     };
-    for (Expectation const& test : cases) {
-        Check(test.value, test.three, glm::vec3(9, 8, 7),
-              "no matching vector 3 definition in configuration setting message");
-        Check(test.value, test.four, glm::vec4(9, 8, 7, 6),
-              "no matching vector 3 or 4 definition in configuration setting message");
-        Check(test.value, test.rotation, glm::quat(9, 8, 7, 6),
-              "no matching quaternion definition in configuration setting message");
+    for (Case const& c :
+         {Case{wire::Number(2, 7), glm::vec3(7), glm::vec4(7), {}},
+          {wire::Float(3, 2.5f), glm::vec3(2.5f), glm::vec4(2.5f), {}},
+          {Ints({1, 2}), {}, {}, {}},
+          {Floats({1, 2}), {}, {}, {}},
+          {Floats({}), {}, {}, {}},
+          {Ints({0, 0, 0}), glm::vec3(0), glm::vec4(0, 0, 0, 1), glm::quat(1, 0, 0, 0)},
+          {Ints({1, 2, 3, 4}), glm::vec3(1, 2, 3), glm::vec4(1, 2, 3, 4), glm::quat(1, 2, 3, 4)},
+          {Floats({1.5f, 2, 3, 4}), glm::vec3(1.5f, 2, 3), glm::vec4(1.5f, 2, 3, 4),
+           glm::quat(1.5f, 2, 3, 4)},
+          {Floats({1, 2, 3, 4, 5}), glm::vec3(1, 2, 3), glm::vec4(1, 2, 3, 4), {}},
+          {Text(1, "1, 2, 3"), {}, {}, {}},
+          {"", {}, {}, {}}}) {
+        Check(c.value, c.three, glm::vec3(9, 8, 7), "vector 3");
+        Check(c.value, c.four, glm::vec4(9, 8, 7, 6), "vector 3 or 4");
+        Check(c.value, c.rotation, glm::quat(9, 8, 7, 6), "quaternion");
     }
 }
 
@@ -103,11 +90,11 @@ TEST(VariantGeometry, ThreeAnglesInDegreesGiveTheRotationToTheLastBit) {
             s[axis] = std::sin(half);
         }
         glm::quat rotation(0, 0, 0, 0);
-        ProtoUtils::ConvertTo(Floats(angles), &rotation);
-        EXPECT_EQ(rotation.w, c[0] * c[1] * c[2] + s[0] * s[1] * s[2]);
-        EXPECT_EQ(rotation.x, s[0] * c[1] * c[2] - c[0] * s[1] * s[2]);
-        EXPECT_EQ(rotation.y, c[0] * s[1] * c[2] + s[0] * c[1] * s[2]);
-        EXPECT_EQ(rotation.z, c[0] * c[1] * s[2] - s[0] * s[1] * c[2]);
+        ProtoUtils::ConvertTo(Read(Floats(angles)), &rotation);
+        EXPECT_EQ(
+            rotation,
+            glm::quat(c[0] * c[1] * c[2] + s[0] * s[1] * s[2], s[0] * c[1] * c[2] - c[0] * s[1] * s[2],
+                      c[0] * s[1] * c[2] + s[0] * c[1] * s[2], c[0] * c[1] * s[2] - s[0] * s[1] * c[2]));
     }
 }
 

@@ -1,9 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -85,25 +83,6 @@ public:
     ~RegisteredServer() { AMessageManager::Instance().Cleanup(); }
 };
 
-/// Standard input of this process from a pipe.
-class PipedInput {
-public:
-    PipedInput() {
-        EXPECT_EQ(pipe(m_ends), 0);
-        EXPECT_EQ(dup2(m_ends[0], STDIN_FILENO), STDIN_FILENO);
-    }
-    ~PipedInput() {
-        close(m_ends[0]);
-        close(m_ends[1]);
-    }
-    void Write(std::string const& text) {
-        EXPECT_EQ(write(m_ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    }
-
-private:
-    int m_ends[2];
-};
-
 }  // namespace
 
 TEST(ApplicationTest, RunsUntilItsLastDeviceHasEnded) {
@@ -130,25 +109,14 @@ TEST(ApplicationTest, RunsUntilItsLastDeviceHasEnded) {
     EXPECT_EQ(server.Received<vq::vds::UnregisterDeviceApplication>().at(0).application_id(), 7u);
 }
 
-TEST(ApplicationTest, ASignalEndsEveryApplication) {
-    RegisteredServer server;
-    LogCapture const log;
-    LoopApplication another;
-    LoopApplication application;
-    application.onThirdPass = [] { raise(SIGTERM); };
-    ASSERT_TRUE(application.Run());
-    EXPECT_TRUE(another.IsExitRequested());
-    EXPECT_FALSE(application.mule->running);
-    EXPECT_TRUE(log.Has(LogLevel::Info, "exiting from signal 15"));
-    EXPECT_EQ(server.RequestTypes().back(), "UnregisterDeviceApplication");
-}
-
 TEST(ApplicationTest, CommandsOnStandardInputEndIt) {
-    PipedInput input;
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_EQ(dup2(ends[0], STDIN_FILENO), STDIN_FILENO);
     RegisteredServer server;
     LogCapture const log;
     LoopApplication application;
-    application.onThirdPass = [&] { input.Write("\nnonsense\nhelp\nquit\n"); };
+    application.onThirdPass = [&] { EXPECT_EQ(write(ends[1], "\nnonsense\nhelp\nquit\n", 20), 20); };
     testing::internal::CaptureStdout();
     ASSERT_TRUE(application.Run());
     std::string const output = testing::internal::GetCapturedStdout();

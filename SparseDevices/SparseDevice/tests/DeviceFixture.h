@@ -24,7 +24,7 @@ namespace vq::test {
 class TestDevice : public SparseDevice {
 public:
     explicit TestDevice(SparseDeviceType type = SparseDeviceType::Generic) : SparseDevice(type) {}
-    ~TestDevice() override = default;
+    using SparseDevice::AddCommandHandler;
 
     bool OnPostInit() override {
         ++postInits;
