@@ -18,6 +18,4 @@ vq_add_test(channels_test
         tests/ChannelFactoryTest.cpp
         tests/ChannelFlowTest.cpp
         tests/ObserverDataQueueTest.cpp
-        tests/SharedBufferChannelTest.cpp
-        tests/SharedMemoryAccessorTest.cpp
-    LIBS vq::registry vq::fake_server vq::raw_wire vq::channels vq::messaging vq::device_data_types)
+    LIBS vq::registry vq::raw_wire vq::channels vq::messaging vq::device_data_types)

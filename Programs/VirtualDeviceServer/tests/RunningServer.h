@@ -74,10 +74,12 @@ inline zmq::context_t& SharedContext() {
     return *static_cast<ZMQMessageContext*>(context)->GetZMQContext();
 }
 
-inline void FillConfiguration(vq::vds::PortableSharedMemoryConfiguration& configuration) {
+inline vq::vds::PortableSharedMemoryConfiguration Configuration() {
+    vq::vds::PortableSharedMemoryConfiguration configuration;
     configuration.set_id_1(3);
     configuration.mutable_settings()->set_value_1(4);
     configuration.mutable_settings()->set_flag_2(true);
+    return configuration;
 }
 
 }  // namespace vq::server

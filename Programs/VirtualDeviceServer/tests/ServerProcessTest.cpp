@@ -9,7 +9,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "RawClient.h"
+#include "RawDevice.h"
 #include "TestSupport/ChildProcess.h"
 #include "TestSupport/TestHome.h"
 #include "Utils/OSUtils.h"
@@ -23,7 +23,7 @@ using testing::IsEmpty;
 using testing::Not;
 using namespace std::chrono_literals;
 
-constexpr auto kPatience = std::chrono::milliseconds(kPatienceMs);
+using test::kPatience;
 
 /// A server process; its address is known once it can be reached.
 class ServerProcess {
@@ -80,11 +80,9 @@ protected:
         EXPECT_TRUE(GetEphemeralPort(port));
         return "SOCKET:127.0.0.1:" + std::to_string(port);
     }
-    static std::string EventAddress(RawClient& client) {
+    static std::string EventAddress(test::RawSocket& client) {
         return client.Get(vq::vds::GetServerEventAddress()).address();
     }
-
-    zmq::context_t m_context;
 };
 
 INSTANTIATE_TEST_SUITE_P(Transports, ServerProcessTest, testing::Values("IPC", "SOCKET"),
@@ -93,13 +91,13 @@ INSTANTIATE_TEST_SUITE_P(Transports, ServerProcessTest, testing::Values("IPC", "
 TEST_P(ServerProcessTest, AStopSignalIsAnnouncedAndLeavesNothingBehind) {
     for (int const signal : {SIGTERM, SIGINT}) {
         ServerProcess server(Address());
-        RawClient client(m_context, server.Address());
-        RawListener events(m_context, EventAddress(client));
+        test::RawSocket client(ZMQ_REQ, server.Address());
+        test::RawSocket events = Listen(EventAddress(client));
         ASSERT_EQ(RegistryLines().size(), 1U);
         EXPECT_THAT(RegistryLines()[0],
                     HasSubstr("\t" + server.Address() + "\t" + std::to_string(server.Child().Pid()) + "\t"));
         server.Child().Signal(signal);
-        events.Wait<vq::vds::ServerStoppingEvent>();
+        events.Await<vq::vds::ServerStoppingEvent>();
         EXPECT_EQ(server.Child().WaitForExit(kPatience), 0) << server.Child().Output();
         EXPECT_THAT(RegistryLines(), IsEmpty());
     }
@@ -108,20 +106,12 @@ TEST_P(ServerProcessTest, AStopSignalIsAnnouncedAndLeavesNothingBehind) {
     }
 }
 
-TEST_P(ServerProcessTest, KillServerEndsTheProcessWithStatusZero) {
-    ServerProcess server(Address());
-    RawClient client(m_context, server.Address());
-    EXPECT_EQ(client.Ask(vq::vds::KillServer()), "vq.vds.KillServer.Reply");
-    EXPECT_EQ(server.Child().WaitForExit(kPatience), 0);
-    EXPECT_THAT(RegistryLines(), IsEmpty());
-}
-
 TEST_P(ServerProcessTest, ARestartAfterACrashCallsTheFormerDevicesToRegisterAnew) {
     std::string const address = Address();
     std::optional<ServerProcess> server(address);
-    RawClient client(m_context, address);
+    test::RawSocket client(ZMQ_REQ, address);
     std::string const eventAddress = EventAddress(client);
-    RawListener events(m_context, eventAddress);
+    test::RawSocket events = Listen(eventAddress);
     RawDevice const first(client, "first");
     EXPECT_EQ(first.Id(), 1);
     RawDevice const second(client, "second");
@@ -132,15 +122,15 @@ TEST_P(ServerProcessTest, ARestartAfterACrashCallsTheFormerDevicesToRegisterAnew
     ASSERT_EQ(RegistryLines().size(), 1U) << "the line of the dead server is replaced";
     EXPECT_THAT(RegistryLines()[0], HasSubstr(std::to_string(server->Child().Pid())));
     // Listener and client were never made anew.
-    EXPECT_EQ(events.Wait<vq::vds::DeviceUnregisteredEvent>().device_id(), 1U);
-    EXPECT_EQ(events.Wait<vq::vds::DeviceUnregisteredEvent>().device_id(), 2U);
+    EXPECT_EQ(events.Await<vq::vds::DeviceUnregisteredEvent>().device_id(), 1U);
+    EXPECT_EQ(events.Await<vq::vds::DeviceUnregisteredEvent>().device_id(), 2U);
     EXPECT_EQ(EventAddress(client), eventAddress);
     EXPECT_EQ(client.Get(vq::vds::GetDeviceInfos()).infos_size(), 0);
     EXPECT_EQ(RawDevice(client, "first").Id(), 3);
     // More than once, and only who is still missing.
-    events.Wait<vq::vds::DeviceRegisteredEvent>();
+    events.Await<vq::vds::DeviceRegisteredEvent>();
     for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(events.Wait<vq::vds::DeviceUnregisteredEvent>().name(), "second");
+        EXPECT_EQ(events.Await<vq::vds::DeviceUnregisteredEvent>().name(), "second");
     }
     EXPECT_EQ(server->End(SIGTERM), 0);
 }
@@ -148,7 +138,7 @@ TEST_P(ServerProcessTest, ARestartAfterACrashCallsTheFormerDevicesToRegisterAnew
 TEST_P(ServerProcessTest, SharedMemoryOfADeadServerIsRemovedByTheNext) {
     std::string const address = Address();
     std::optional<ServerProcess> server(address);
-    RawClient client(m_context, address);
+    test::RawSocket client(ZMQ_REQ, address);
     vq::vds::CreateServerSharedMemory request;
     request.set_memory_id("camera");
     request.set_size(100);
@@ -174,16 +164,16 @@ TEST_P(ServerProcessTest, SharedMemoryOfADeadServerIsRemovedByTheNext) {
 
 TEST_P(ServerProcessTest, ASilentDeviceIsPruned) {
     ServerProcess server(Address(), {"--prune-after", "3000"});
-    RawClient client(m_context, server.Address());
-    RawListener events(m_context, EventAddress(client));
+    test::RawSocket client(ZMQ_REQ, server.Address());
+    test::RawSocket events = Listen(EventAddress(client));
     RawDevice silent(client, "silent");
     silent.ServeChannel("x");
-    EXPECT_EQ(events.Wait<vq::vds::ChannelMappingChangedEvent>().devices_size(), 1);
+    EXPECT_EQ(events.Await<vq::vds::ChannelMappingChangedEvent>().devices_size(), 1);
     RawDevice talking(client, "talking");
     std::string pruned;
     while (pruned.empty()) {
         talking.SayHello();
-        auto const [type, payload] = events.Next();  // at least two a second
+        auto const [type, payload] = events.NextEvent();  // at least two a second
         ASSERT_THAT(type, Not(IsEmpty()));
         vq::vds::DeviceUnregisteredEvent event;
         if (type == event.GetTypeName() && event.ParseFromString(payload)) {
@@ -199,8 +189,8 @@ TEST_P(ServerProcessTest, TwoServersStandBesideEachOther) {
     ServerProcess first(Address());
     ServerProcess second(IpcAddress("other"), {"--protocol-version", "13"});
     EXPECT_EQ(RegistryLines().size(), 2U);
-    RawClient client(m_context, first.Address());
-    RawClient other(m_context, second.Address());
+    test::RawSocket client(ZMQ_REQ, first.Address());
+    test::RawSocket other(ZMQ_REQ, second.Address());
     RawDevice const device(client, "d");
     EXPECT_EQ(other.Get(vq::vds::GetDeviceInfos()).infos_size(), 0);
     EXPECT_EQ(other.Get(vq::vds::GetProtocolVersion()).protocol_version(), 13);

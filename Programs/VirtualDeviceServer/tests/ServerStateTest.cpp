@@ -1,7 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <functional>
-
 #include "StateFixture.h"
 
 namespace vq::server {
@@ -12,13 +10,6 @@ using testing::IsEmpty;
 using namespace std::chrono_literals;
 
 class DeviceRegistrationTest : public StateFixture {};
-
-TEST_F(DeviceRegistrationTest, IdsCountUpAndAreNeverUsedAgain) {
-    EXPECT_EQ(Register("a"), 1);
-    EXPECT_EQ(Register("b"), 2);
-    EXPECT_FALSE(state.UnregisterDevice(2, "b"));
-    EXPECT_EQ(Register("b"), 3);
-}
 
 TEST_F(DeviceRegistrationTest, RefusesWhatNobodyCouldReach) {
     std::int32_t id = 0;
@@ -132,98 +123,60 @@ TEST_F(ChannelRegistrationTest, UnregisteringTakesOneRoleATimeAndTheChannelGoesW
     EXPECT_THAT(state.Channels().All(), IsEmpty());
 }
 
-struct MappingCase {
-    char const* name;
-    std::function<void(class MappingTest&)> act;
-    std::vector<std::string> inForce;
-    std::vector<std::string> events;
-};
-
 /// Before each case: devices A, B and C, in this order, can produce "x"; only B serves it.
-class MappingTest : public StateFixture, public testing::WithParamInterface<MappingCase> {
-public:
+class MappingTest : public StateFixture {
+protected:
     void SetUp() override {
-        a = Register("A");
-        b = Register("B");
-        c = Register("C");
-        Channels(c, {"x"}, {}, false);
-        Channels(b, {"x"}, {}, true);
-        Channels(a, {"x"}, {}, false);
+        for (char const* name : {"A", "B", "C"}) {
+            Register(name);
+        }
+        for (std::int32_t const id : {3, 2, 1}) {
+            Channels(id, {"x"}, {}, id == 2);
+        }
         TakeEvents();
     }
-    Names Add(std::vector<std::pair<std::string, std::string>> const& pairs) {
-        return Texts(state.AddMappings(Pairs(pairs)));
+    using Mapping = std::vector<std::pair<std::string, std::string>>;
+    void Add(Mapping const& pairs, Names const& refused) {
+        EXPECT_EQ(Texts(state.AddMappings(Pairs(pairs))), refused);
     }
-    Names Remove(std::vector<std::pair<std::string, std::string>> const& pairs) {
-        return Texts(state.RemoveMappings(Pairs(pairs)));
+    void Remove(Mapping const& pairs, Names const& refused) {
+        EXPECT_EQ(Texts(state.RemoveMappings(Pairs(pairs))), refused);
     }
-    using StateFixture::Provider;
-    using StateFixture::state;
-    std::int32_t a = 0, b = 0, c = 0;
+    void Expect(Names const& inForce, Names const& happened) {
+        EXPECT_EQ(InForce(), inForce);
+        EXPECT_EQ(TakeEvents(), happened);
+    }
 };
 
-TEST_P(MappingTest, FollowsTheRules) {
-    GetParam().act(*this);
-    EXPECT_EQ(InForce(), GetParam().inForce);
-    EXPECT_EQ(TakeEvents(), GetParam().events);
+TEST_F(MappingTest, EarlierRegistrationRanksFirstAndRefusedEntriesDoNotHoldBackTheOthers) {
+    Expect({"B:x"}, {});  // only automapped producers serve
+    Add({{"B", "x"}}, {});
+    Expect({"B:x"}, {});
+    Add({{"C", "x"}, {"D", "x"}, {"A", "y"}, {"A", "x"}}, {"D:x", "A:y"});
+    Expect({"A:x", "B:x", "C:x"}, {"x from B C", "x from A B C"});
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Rules, MappingTest,
-    testing::Values(
-        MappingCase{"OnlyAutomappedProducersServe", [](MappingTest&) {}, {"B:x"}, {}},
-        MappingCase{"EarlierRegistrationRanksFirst",
-                    [](MappingTest& m) {
-                        EXPECT_THAT(m.Add({{"C", "x"}, {"A", "x"}}), IsEmpty());
-                    },
-                    {"A:x", "B:x", "C:x"},
-                    {"x from B C", "x from A B C"}},
-        MappingCase{"AddingAgainIsNoChange",
-                    [](MappingTest& m) {
-                        EXPECT_THAT(m.Add({{"B", "x"}}), IsEmpty());
-                    },
-                    {"B:x"},
-                    {}},
-        MappingCase{"RefusedEntriesDoNotHoldBackTheOthers",
-                    [](MappingTest& m) {
-                        EXPECT_THAT(m.Add({{"D", "x"}, {"A", "y"}, {"A", "x"}}), ElementsAre("D:x", "A:y"));
-                    },
-                    {"A:x", "B:x"},
-                    {"x from A B"}},
-        MappingCase{"RemovingTheLastLeavesTheChannelUnmapped",
-                    [](MappingTest& m) {
-                        EXPECT_THAT(m.Remove({{"B", "x"}}), IsEmpty());
-                    },
-                    {},
-                    {"x from"}},
-        MappingCase{
-            "RemovingWhatIsNotMappedIsRefused",
-            [](MappingTest& m) {
-                EXPECT_THAT(m.Remove({{"A", "x"}, {"D", "x"}, {"B", "y"}}), ElementsAre("A:x", "D:x", "B:y"));
-            },
-            {"B:x"},
-            {}},
-        MappingCase{"ClearingTellsEachChannelThatHadBeenServed",
-                    [](MappingTest& m) {
-                        m.Provider("P", "z");
-                        m.Remove({{"P", "z"}});
-                        m.Add({{"A", "x"}});
-                        m.state.ClearMappings();
-                    },
-                    {},
-                    {"registered P 4", "P has z as producer", "z from P", "z from", "x from A B", "x from"}},
-        MappingCase{"TheNextInRankTakesOverWhenAProviderGoes",
-                    [](MappingTest& m) {
-                        m.Add({{"C", "x"}});
-                        m.state.UnregisterDevice(m.b, "B");
-                    },
-                    {"C:x"},
-                    {"x from B C", "B lost x as producer", "x from C", "unregistered B 2"}},
-        MappingCase{"AnIdleProducerGoesWithoutAMappingEvent",
-                    [](MappingTest& m) { m.state.UnregisterDevice(m.a, "A"); },
-                    {"B:x"},
-                    {"A lost x as producer", "unregistered A 1"}}),
-    [](auto const& param) { return param.param.name; });
+TEST_F(MappingTest, RemovingTheLastLeavesTheChannelUnmappedAndWhatIsNotMappedIsRefused) {
+    Remove({{"A", "x"}, {"D", "x"}, {"B", "y"}}, {"A:x", "D:x", "B:y"});
+    Expect({"B:x"}, {});
+    Remove({{"B", "x"}}, {});
+    Expect({}, {"x from"});
+}
+
+TEST_F(MappingTest, ClearingTellsEachChannelThatHadBeenServed) {
+    Provider("P", "z");
+    Remove({{"P", "z"}}, {});
+    state.ClearMappings();
+    Expect({}, {"registered P 4", "P has z as producer", "z from P", "z from", "x from"});
+}
+
+TEST_F(MappingTest, TheNextInRankTakesOverWhenAProviderGoesAndAnIdleOneGoesWithoutAMappingEvent) {
+    Add({{"C", "x"}}, {});
+    state.UnregisterDevice(2, "B");
+    state.UnregisterDevice(1, "A");
+    Expect({"C:x"}, {"x from B C", "B lost x as producer", "x from C", "unregistered B 2",
+                     "A lost x as producer", "unregistered A 1"});
+}
 
 class PruningTest : public StateFixture {};
 

@@ -6,7 +6,7 @@
 #include <atomic>
 #include <thread>
 
-#include "RawClient.h"
+#include "RawDevice.h"
 #include "RunningServer.h"
 #include "TestSupport/LogCapture.h"
 #include "TestSupport/TestHome.h"
@@ -42,9 +42,9 @@ protected:
     };
     zmq::context_t& m_context = SharedContext();
     std::optional<RunningServer> m_server{Options(Address())};
-    std::optional<RawClient> m_client{std::in_place, m_context, m_server->Address()};
-    std::optional<RawListener> m_events{std::in_place, m_context,
-                                        m_client->Get(vq::vds::GetServerEventAddress()).address()};
+    std::optional<test::RawSocket> m_client{std::in_place, ZMQ_REQ, m_server->Address(), &m_context};
+    std::optional<test::RawSocket> m_events{
+        Listen(m_client->Get(vq::vds::GetServerEventAddress()).address(), &m_context)};
 };
 
 INSTANTIATE_TEST_SUITE_P(Transports, ServerWireTest,
@@ -88,7 +88,7 @@ std::vector<Exchange> AllExchanges() {
     auto const size = [](std::uint64_t bytes) {
         return [bytes](auto& m) { m.set_size(bytes), m.set_resizable(true); };
     };
-    auto const configuration = [](auto& m) { FillConfiguration(*m.mutable_configuration()); };
+    auto const configuration = [](auto& m) { *m.mutable_configuration() = Configuration(); };
     constexpr char kReply[] = ".Reply", kOwn[] = ".Error", kError[] = "vq.vds.Error";
 
     std::vector<Exchange> all;
@@ -161,7 +161,7 @@ std::vector<Exchange> AllExchanges() {
 }
 
 TEST_P(ServerWireTest, EveryRequestGetsTheAnswerOfItsKind) {
-    RawDevice device(*m_client, "d");
+    RawDevice device(*m_client, "d", &m_context);
     device.ServeChannel("x");
     for (Exchange const& exchange : AllExchanges()) {
         EXPECT_EQ(m_client->Ask(*exchange.request), exchange.answer) << exchange.request->GetTypeName();
@@ -171,7 +171,7 @@ TEST_P(ServerWireTest, EveryRequestGetsTheAnswerOfItsKind) {
 TEST_P(ServerWireTest, TellsClientsWhatTheyNeed) {
     EXPECT_EQ(m_client->Get(vq::vds::GetProtocolVersion()).protocol_version(), 12);
     EXPECT_EQ(m_client->Get(vq::vds::GetDataPath()).path(), test::HomeDirectory() + "data");
-    RawDevice device(*m_client, "odd \xff\n name");
+    RawDevice device(*m_client, "odd \xff\n name", &m_context);
     device.ServeChannel("x");
     vq::vds::GetDeviceRequestReplyAddress request;
     request.set_device("odd \xff\n name");
@@ -186,41 +186,40 @@ TEST_P(ServerWireTest, TellsClientsWhatTheyNeed) {
 }
 
 TEST_P(ServerWireTest, PublishesWhatHappensAndNoSocketStaysSilent) {
-    RawDevice device(*m_client, "d");
-    EXPECT_EQ(m_events->Wait<vq::vds::DeviceRegisteredEvent>().device_id(), 1U);
+    RawDevice device(*m_client, "d", &m_context);
+    EXPECT_EQ(m_events->Await<vq::vds::DeviceRegisteredEvent>().device_id(), 1U);
     device.ServeChannel("x");
-    EXPECT_EQ(m_events->Wait<vq::vds::ChannelMappingChangedEvent>().devices(0), "d");
+    EXPECT_EQ(m_events->Await<vq::vds::ChannelMappingChangedEvent>().devices(0), "d");
     vq::vds::SendSparseDeviceEvent event;
     event.set_device_id(1);
     event.set_event_type("vq.sd.Some");
     event.set_event_data("\1\2");
     m_client->Get(event);
-    auto const passedOn = m_events->Wait<vq::vds::DeviceEvent>();
+    auto const passedOn = m_events->Await<vq::vds::DeviceEvent>();
     EXPECT_EQ(passedOn.device() + "/" + passedOn.event_type() + "/" + passedOn.event_data(),
               "d/vq.sd.Some/\1\2");
 
-    m_events->Wait<vq::vds::HelloEvent>();
-    RawListener const dataEvents(m_context,
-                                 m_client->Get(vq::vds::GetServerDataEventBroadcastAddress()).address(), "");
-    RawListener heartbeat(m_context, m_client->Get(vq::vds::GetServerHeartbeatEventAddress()).address(), "");
-    heartbeat.Wait<vq::vds::ServerHeartbeat>();
+    m_events->Await<vq::vds::HelloEvent>();
+    Listen(m_client->Get(vq::vds::GetServerDataEventBroadcastAddress()).address(), &m_context);
+    Listen(m_client->Get(vq::vds::GetServerHeartbeatEventAddress()).address(), &m_context)
+        .Await<vq::vds::ServerHeartbeat>();
 }
 
 TEST_P(ServerWireTest, AListenerThatIsAttachedLateStillHearsOfItsDevice) {
-    RawDevice const device(*m_client, "d");
+    RawDevice const device(*m_client, "d", &m_context);
     vq::vds::ReportSparseDeviceInitialized report;
     report.set_device_id(device.Id());
     m_client->Get(report);
     // Its first event, whatever that is, is passed over: the announcement has to come among the next ones,
     // and so must be made again when a second listener comes.
     std::string const address = m_client->Get(vq::vds::GetServerEventAddress()).address();
-    RawListener late(m_context, address, vq::vds::DeviceRegisteredEvent().GetTypeName());
-    RawListener const later(m_context, address);
-    EXPECT_EQ(late.Wait<vq::vds::DeviceRegisteredEvent>().name(), "d");
+    test::RawSocket late = Listen(address, &m_context);
+    test::RawSocket const later = Listen(address, &m_context);
+    EXPECT_EQ(late.Await<vq::vds::DeviceRegisteredEvent>().name(), "d");
 }
 
 TEST_P(ServerWireTest, MalformedRequestsAreAnsweredAndHurtNobodyElse) {
-    RawClient other(m_context, m_server->Address());
+    test::RawSocket other(ZMQ_REQ, m_server->Address(), &m_context);
     std::string const big(1 << 20, 'x');
     std::vector<std::pair<std::vector<std::string>, char const*>> const cases = {
         {{""}, "too few frames"},
@@ -235,14 +234,14 @@ TEST_P(ServerWireTest, MalformedRequestsAreAnsweredAndHurtNobodyElse) {
         {{"", big, ""}, "xxx...'"},
     };
     for (auto const& [frames, text] : cases) {
-        auto const [type, payload] = m_client->ExchangeFrames(frames);
+        auto const [type, payload] = m_client->Exchange(frames);
         EXPECT_EQ(type, "vq.vds.Error");
         vq::vds::Error error;
         EXPECT_TRUE(error.ParseFromString(payload));
         EXPECT_THAT(error.message(), HasSubstr(text));
         EXPECT_EQ(other.Ask(vq::vds::Ping()), "vq.vds.Ping.Reply");
     }
-    EXPECT_EQ(m_client->ExchangeFrames({"any\0identity", "vq.vds.Ping", ""}).first, "vq.vds.Ping.Reply");
+    EXPECT_EQ(m_client->Exchange({"any\0identity", "vq.vds.Ping", ""}).first, "vq.vds.Ping.Reply");
 }
 
 TEST_P(ServerWireTest, MalformedDeviceEventsAreNoSignOfLife) {
@@ -251,8 +250,8 @@ TEST_P(ServerWireTest, MalformedDeviceEventsAreNoSignOfLife) {
     settings.set_timeout_ms(3000);
     settings.set_interval_ms(50);
     m_client->Get(settings);
-    RawDevice lying(*m_client, "lying");
-    RawDevice honest(*m_client, "honest");
+    RawDevice lying(*m_client, "lying", &m_context);
+    RawDevice honest(*m_client, "honest", &m_context);
     std::atomic<bool> done{false};
     std::thread talk([&] {
         while (!done) {
@@ -264,7 +263,7 @@ TEST_P(ServerWireTest, MalformedDeviceEventsAreNoSignOfLife) {
             std::this_thread::sleep_for(20ms);
         }
     });
-    auto const gone = m_events->Wait<vq::vds::DeviceUnregisteredEvent>();
+    auto const gone = m_events->Await<vq::vds::DeviceUnregisteredEvent>();
     done = true;
     talk.join();
     EXPECT_EQ(gone.name(), "lying");
@@ -275,7 +274,7 @@ TEST_P(ServerWireTest, MalformedDeviceEventsAreNoSignOfLife) {
 TEST_P(ServerWireTest, ReRegistrationLeavesNoListenerOrFileBehind) {
     std::string last;
     for (int i = 0; i < 5; ++i) {
-        RawDevice const device(*m_client, "d" + std::to_string(i));
+        RawDevice const device(*m_client, "d" + std::to_string(i), &m_context);
         EXPECT_NE(device.Address(), last) << "the former address may still be in use";
         last = device.Address();
         vq::vds::PruneDevice prune;
@@ -287,9 +286,9 @@ TEST_P(ServerWireTest, ReRegistrationLeavesNoListenerOrFileBehind) {
 }
 
 TEST_P(ServerWireTest, StopIsAnnouncedAndWaitsForGoodbyes) {
-    RawDevice const device(*m_client, "d");
+    RawDevice const device(*m_client, "d", &m_context);
     EXPECT_EQ(m_client->Ask(vq::vds::KillServer()), "vq.vds.KillServer.Reply");
-    m_events->Wait<vq::vds::ServerStoppingEvent>();
+    m_events->Await<vq::vds::ServerStoppingEvent>();
     EXPECT_EQ(m_client->Ask(Registration("late")), "vq.vds.Error");
     vq::vds::UnregisterSparseDevice goodbye;
     goodbye.set_device_id(device.Id());
@@ -336,17 +335,13 @@ TEST(ServerStartTest, WarnsOfLocalhostAndKeepsTheTempDirectoryPrivate) {
 }
 
 TEST(ServerStartTest, DropsWhoSendsMoreThanTheBound) {
-    zmq::context_t context;
     {
         RunningServer const server(Options("SOCKET:127.0.0.1:1?server"));
         ASSERT_TRUE(server.IsGood());
-        RawClient client(context, server.Address());
-        zmq::socket_t hostile = MakeSocket(context, ZMQ_REQ);
-        hostile.set(zmq::sockopt::rcvtimeo, 1000);
-        hostile.connect(Url(server.Address()));
-        SendFrames(hostile, {"", "vq.vds.Ping", std::string((64U << 20U) + 1, 'x')});
-        EXPECT_TRUE(ReceiveFrames(hostile).empty());
-        EXPECT_EQ(client.Ask(vq::vds::Ping()), "vq.vds.Ping.Reply");
+        test::RawSocket hostile(ZMQ_REQ, server.Address());
+        hostile.Send({"", "vq.vds.Ping", std::string((64U << 20U) + 1, 'x')});
+        EXPECT_FALSE(hostile.Poll(1s));
+        EXPECT_EQ(test::RawSocket(ZMQ_REQ, server.Address()).Ask(vq::vds::Ping()), "vq.vds.Ping.Reply");
     }
     AMessageManager::Instance().Cleanup();
 }

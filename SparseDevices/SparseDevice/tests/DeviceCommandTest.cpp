@@ -43,7 +43,7 @@ TEST_F(DeviceTest, CarriesOutNothingOfACommandThatDoesNotDecode) {
     SetDeviceMaximumUpdateRate request;
     request.set_hertz(77);
     RawSocket peer(ZMQ_REQ, device->DevicePipe()->GetRemote().ToString());
-    for (std::string const& noise : {"\xff", ""}) {
+    for (char const* noise : {"\xff", ""}) {
         EXPECT_NE(device->GetUpdateHertzMaximum(), 77);
         peer.Send({"anybody", type, request.SerializeAsString() + noise});
         ASSERT_TRUE(StepUntil([&] { return peer.Poll(); }));

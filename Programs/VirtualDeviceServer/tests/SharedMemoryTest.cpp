@@ -1,0 +1,277 @@
+// Access to the shared memory of a server that runs inside this process.
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <limits>
+
+#include "Messaging/AMessagePipeProvider.h"
+#include "Messaging/ChannelFactory.h"
+#include "Messaging/SharedBufferChannel.h"
+#include "Messaging/ZMQMessageManager.h"
+#include "RawDevice.h"
+#include "RunningServer.h"
+#include "TestSupport/LogCapture.h"
+#include "Utils/SharedMutex.h"
+
+namespace vq::server {
+namespace {
+
+using std::chrono::milliseconds;
+using Access = SharedMemory::Access;
+using Lines = std::vector<std::string>;
+
+constexpr milliseconds kLimit{30000};
+
+class SharedMemoryTest : public testing::Test {
+protected:
+    ~SharedMemoryTest() override {
+        m_manager.Cleanup();
+        m_server.reset();
+        AMessageManager::Instance().Cleanup();
+    }
+    vq::vds::FindServerSharedMemory::Reply Find(std::string const& id) {
+        vq::vds::FindServerSharedMemory request;
+        request.set_memory_id(id);
+        return test::RawSocket(ZMQ_REQ, m_server->Address()).Get(request);
+    }
+    /// Writes a text and publishes it as the whole buffer.
+    static void Write(SharedMemoryAccessor& accessor, std::string const& text,
+                      ISharedBufferProducer* producer = nullptr) {
+        void* const memory = accessor.Lock(Access::ReadWrite, kLimit, nullptr);
+        ASSERT_NE(memory, nullptr);
+        std::memcpy(memory, text.c_str(), text.size() + 1);
+        EXPECT_FALSE(accessor.Unlock(producer, {}, 0, SharedMemoryAccessor::kToEnd));
+        EXPECT_FALSE(accessor.IsLocked());
+    }
+    static std::string Read(SharedMemoryAccessor& accessor) {
+        bool timedOut = true;
+        auto const* const memory = static_cast<char const*>(accessor.Lock(Access::Read, kLimit, &timedOut));
+        EXPECT_FALSE(memory == nullptr || timedOut);
+        std::string const text = memory == nullptr ? "" : memory;
+        EXPECT_FALSE(accessor.Unlock());
+        return text;
+    }
+
+    std::optional<RunningServer> m_server{Options("IPC:" + test::HomeDirectory() + "memory")};
+    ZMQMessageManager m_manager;
+    AMessagePipeProvider& m_pipes =
+        *m_manager.GetContext(MessageAddress::FromString(m_server->Address()))->GetPipeProvider();
+    AMessagePipeRequestReply* m_pipe =
+        m_pipes.GetRequestReplyClient(MessageAddress::FromString(m_server->Address()), "test");
+    vq::vds::PortableSharedMemoryConfiguration const m_configuration = Configuration();
+};
+
+TEST_F(SharedMemoryTest, AWaitEndsAtTheGenerationOrBehindItOrInTimeOrNeverBegins) {
+    SharedMemoryAccessor writer(m_pipe, "b", false);
+    SharedMemoryAccessor reader(m_pipe, "b", false);
+    EXPECT_FALSE(reader.Exists());
+    ASSERT_TRUE(writer.Create(100, &m_configuration));
+    for (int i = 0; i < 7; ++i) {
+        Write(writer, "x");
+    }
+    SharedMemoryAccessor other(m_pipe, "b", false);
+    ASSERT_TRUE(reader.Exists() && other.Exists());
+    EXPECT_TRUE(reader.IsPortable() && reader.IsResizable() && reader.Size() == 100);
+    struct Case {
+        char const* what;
+        std::uint64_t wanted;
+        milliseconds timeout;
+        std::uint64_t observed;
+        bool locks;
+    };
+    for (Case const& c : {Case{"reached", 7, kLimit, 7, true},
+                          {"passed", 5, kLimit, 7, true},
+                          {"out of time", 8, milliseconds(0), 7, false},
+                          {"none wanted", 0, milliseconds(0), 0, true}}) {
+        test::LogCapture log;
+        std::uint64_t observed = 99;
+        bool timedOut = c.locks;
+        void const* const memory = reader.Lock(Access::Read, c.wanted, &observed, c.timeout, &timedOut);
+        EXPECT_EQ(memory != nullptr, c.locks) << c.what;
+        EXPECT_EQ(timedOut, !c.locks) << c.what;
+        EXPECT_EQ(observed, c.observed) << c.what;
+        EXPECT_EQ(reader.IsLocked(), c.locks) << c.what;
+        EXPECT_EQ(log.Has(LogLevel::Error, "timed out waiting to see generation 8 at 0"), !c.locks);
+        // Somebody else gets in exactly when the reader does not hold the mutex.
+        bool taken = false;
+        other.Lock(Access::Read, milliseconds(0), &taken);
+        EXPECT_EQ(taken, c.locks) << c.what;
+        EXPECT_FALSE(other.IsLocked() && other.Unlock()) << c.what;
+        EXPECT_FALSE(reader.IsLocked() && reader.Unlock()) << c.what;
+    }
+    // Without a configuration nobody waits.
+    ASSERT_TRUE(writer.SetConfiguration(nullptr));
+    ASSERT_TRUE(reader.Reset());
+    std::uint64_t observed = 99;
+    EXPECT_NE(reader.Lock(Access::Read, 1000, &observed, kLimit, nullptr), nullptr);
+    EXPECT_EQ(observed, 0u);
+    EXPECT_EQ(reader.Generation(), 7u);
+}
+
+TEST_F(SharedMemoryTest, ALockThatTimesOutMapsAllTheSameAndHoldsNothing) {
+    SharedMemoryAccessor holder(m_pipe, "b", false);
+    ASSERT_TRUE(holder.Create(100, nullptr));
+    SharedMemoryAccessor late(m_pipe, "b", false);
+    ASSERT_NE(holder.Lock(Access::ReadWrite, kLimit, nullptr), nullptr);
+    std::string const noLock = "E SharedMemoryAccessor was not Lock'ed for " + Find("b").memory_name();
+    test::LogCapture log;
+    bool timedOut = false;
+    EXPECT_NE(late.Lock(Access::Read, milliseconds(0), &timedOut), nullptr);
+    EXPECT_TRUE(timedOut);
+    EXPECT_FALSE(late.IsLocked() || late.Unlock() || late.Unlock(nullptr, {}, 0, 1));
+    EXPECT_EQ(late.Generation() + late.NextGeneration(), 0u);
+    EXPECT_EQ(log.Lines(), (Lines{noLock, noLock, "W Shared memory 'b' is not Lock()'ed",
+                                  "W Shared memory 'b' is not Lock()'ed for writing"}));
+    EXPECT_EQ(holder.NextGeneration(), 1u);
+    EXPECT_EQ(holder.Generation(), 0u);
+}
+
+TEST_F(SharedMemoryTest, OnlyASpanInsideTheBufferCanBePublishedAndOnlyByAWriter) {
+    SharedMemoryAccessor accessor(m_pipe, "b", false);
+    ASSERT_TRUE(accessor.Create(100, nullptr));
+    constexpr std::uint64_t kAll = SharedMemoryAccessor::kToEnd;
+    std::string const span = "Invalid offset or size used in Unlock() call (";
+    struct Case {
+        Access access;
+        std::uint64_t offset, size;
+        std::string refusal;  // empty when it passes
+    };
+    std::uint64_t generation = 0;
+    for (Case const& c :
+         {Case{Access::ReadWrite, 0, 100, ""},
+          {Access::ReadWrite, 40, kAll, ""},
+          {Access::ReadWrite, 100, 0, ""},
+          {Access::ReadWrite, 100, kAll, ""},
+          {Access::ReadWrite, 1, 100, span + "1 + 100 > 100)"},
+          {Access::ReadWrite, 101, 0, span + "101 + 0 > 100)"},
+          {Access::ReadWrite, 101, kAll, span + "101 + "},
+          {Access::ReadWrite, 2, std::numeric_limits<std::uint64_t>::max() - 1, span + "2 + "},
+          {Access::Read, 0, 1, "Used inappropriate Unlock() call for memory opened in read-only mode"}}) {
+        bool const refused = !c.refusal.empty();
+        test::LogCapture log;
+        ASSERT_NE(accessor.Lock(c.access, kLimit, nullptr), nullptr);
+        EXPECT_FALSE(accessor.Unlock(nullptr, {}, c.offset, c.size));
+        generation += !refused;
+        EXPECT_EQ(accessor.IsLocked(), refused) << c.offset << "+" << c.size;
+        EXPECT_EQ(log.Count(LogLevel::Error, c.refusal), refused);
+        if (!accessor.IsLocked()) {
+            accessor.Lock(Access::Read, kLimit, nullptr);
+        }
+        EXPECT_EQ(accessor.Generation(), generation) << c.offset << "+" << c.size;
+        EXPECT_FALSE(accessor.Unlock());
+    }
+}
+
+TEST_F(SharedMemoryTest, ABufferIsMadeOnceJoinedByOthersAndResized) {
+    test::LogCapture log(LogLevel::Info);
+    SharedMemoryAccessor first(m_pipe, "b", true);
+    ASSERT_TRUE(first.Resize(64)) << "made, since there was none";
+    EXPECT_TRUE(
+        log.Has(LogLevel::Info, "Shared memory b did not exist, so Resize() will call Create() instead"));
+    Write(first, "kept");
+    SharedMemoryAccessor second(m_pipe, "b", false);
+    ASSERT_TRUE(second.Create(10, &m_configuration)) << "joined";
+    EXPECT_EQ(second.Size(), 64u);
+
+    vq::vds::PortableSharedMemoryConfiguration found;
+    EXPECT_TRUE(first.GetConfiguration(found));
+    EXPECT_EQ(found.SerializeAsString(), m_configuration.SerializeAsString());
+    ASSERT_TRUE(second.SetConfiguration(nullptr));
+    EXPECT_FALSE(first.GetConfiguration(found) || found.has_id_1());
+
+    // Resized while locked: the lock is given back first.
+    ASSERT_NE(first.Lock(Access::ReadWrite, kLimit, nullptr), nullptr);
+    ASSERT_TRUE(first.Resize(9000));
+    EXPECT_FALSE(first.IsLocked());
+    EXPECT_EQ(first.Size(), 9000u);
+    EXPECT_EQ(Read(second), "kept");
+    SharedMemoryAccessor rigid(m_pipe, "rigid", false);
+    EXPECT_FALSE(first.Resize(0) || rigid.Resize(10) || rigid.GetConfiguration(found));
+    for (char const* line :
+         {"Failed to resize shared memory for b to 0: ", "Shared memory buffer rigid is not resizable",
+          "Failed to fetch portable configuration for 'rigid'"}) {
+        EXPECT_TRUE(log.Has(LogLevel::Error, line)) << line;
+    }
+}
+
+TEST_F(SharedMemoryTest, ABufferThatADeadWriterLeftLockedIsHealed) {
+    SharedMemoryAccessor writer(m_pipe, "b", false);
+    ASSERT_TRUE(writer.Create(100, nullptr));
+    Write(writer, "before");
+    {
+        SharedMutex dead(Find("b").mutex_name());
+        ASSERT_TRUE(dead.Open() && dead.Lock());
+    }
+    bool timedOut = false;
+    writer.Lock(Access::ReadWrite, milliseconds(20), &timedOut);
+    ASSERT_TRUE(timedOut) << "closing frees nothing";
+    SharedMemoryAccessor healer(m_pipe, "b", false);
+    ASSERT_TRUE(healer.Recover());
+    Write(healer, "after");
+    ASSERT_TRUE(writer.Reset());
+    EXPECT_EQ(Read(writer), "after");
+    EXPECT_FALSE(SharedMemoryAccessor(m_pipe, "none", false).Recover());
+}
+
+TEST_F(SharedMemoryTest, WithoutAServerTheNamesMustLeadSomewhere) {
+    SharedMemoryAccessor owner(m_pipe, "b", false);
+    ASSERT_TRUE(owner.Create(100, nullptr));
+    Write(owner, "shared");
+    auto const b = Find("b");
+    SharedMemoryAccessor direct("b", b.memory_name(), 100, b.generation_name(), b.mutex_name(), false);
+    EXPECT_TRUE(direct.Exists());
+    EXPECT_EQ(Read(direct), "shared");
+
+    test::LogCapture log;
+    SharedMemoryAccessor nowhere("b", b.memory_name(), 100, b.generation_name(), "", false);
+    EXPECT_FALSE(nowhere.Exists());
+    EXPECT_EQ(nowhere.Lock(Access::Read, kLimit, nullptr), nullptr);
+    std::string const noNames =
+        "E invalid SharedMemoryAccessor state: need valid Memory and Generation and Mutex names";
+    std::string const noWay =
+        "E Invalid SharedMemoryAccessor setup: neither requestReplyPipe nor server memory id provided";
+    EXPECT_EQ(log.Lines(), (Lines{noNames, noWay, noWay}));
+    SharedMemoryAccessor lost("b", b.memory_name(), 100, "none", b.mutex_name(), false);
+    EXPECT_EQ(lost.Size(), 100u);
+    ASSERT_TRUE(lost.Init(b.memory_name(), 100, b.generation_name(), b.mutex_name())) << "after a failure";
+    SharedMemoryAccessor unnamed(nullptr, "", true);
+    EXPECT_FALSE(unnamed.Exists() || unnamed.Create(10, nullptr) || unnamed.Resize(10));
+}
+
+TEST_F(SharedMemoryTest, AWriteReachesTheObserverOfAChannelAsASampleThatLeadsToTheData) {
+    MessageAddress const address{"buffers", MessageAddress::Transport::LOOPBACK, "events"};
+    AMessagePipeEventSender* const sender = m_pipes.GetEventSender(address, "", SocketRole::Bind);
+    AMessagePipeEventListener* const listener = m_pipes.GetEventListener(address, "", SocketRole::Connect);
+    ChannelFactory factory(m_pipe->GetContext(), sender, listener);
+    factory.CreateChannelDescriptor("camera", "Shared Buffer Data", "")->resizable = true;
+    std::unique_ptr<Channel> const made(factory.CreateChannel("camera", vq::ch::ChannelRole_Producer));
+    std::unique_ptr<Channel> const taken(factory.CreateChannel("camera", vq::ch::ChannelRole_Observer));
+    auto* const producer = dynamic_cast<SharedBufferChannelProducer*>(made.get());
+    auto* const observer = dynamic_cast<SharedBufferChannelObserver*>(taken.get());
+    ASSERT_TRUE(producer != nullptr && observer != nullptr);
+    producer->SetChannelId(5);
+    ASSERT_TRUE(producer->GetAccessor().Create(100, nullptr));
+    EXPECT_TRUE(producer->GetAccessor().IsResizable());
+    std::unique_ptr<AMessage> message;
+    std::uint64_t written = 0;
+    while (message == nullptr && written < 1000) {
+        Write(producer->GetAccessor(), "picture " + std::to_string(++written), producer);
+        message.reset(listener->ReceiveNext(milliseconds(20), nullptr));
+    }
+    auto* const event = dynamic_cast<AChannelMessage*>(message.get());
+    ASSERT_NE(event, nullptr);
+    EXPECT_EQ(event->Type(), "vq.ch.SharedBufferChannelDataUpdatedEvent");
+    EXPECT_EQ(event->GetChannelName() + "#" + std::to_string(event->GetChannelId()), "camera#5");
+    ASSERT_TRUE(observer->HandleWireMessage(event));
+    auto const sample =
+        std::dynamic_pointer_cast<SharedBufferDataChannelData const>(observer->PopNewestData());
+    ASSERT_NE(sample, nullptr);
+    EXPECT_EQ(sample->GetMemoryId() + "," + sample->GetSharedMemoryId(), "camera,");
+    EXPECT_EQ(sample->GetGeneration(), written);
+    EXPECT_TRUE(sample->GetOffset() == 0 && sample->GetSize() == 100);
+    EXPECT_EQ(Read(observer->GetAccessor()), "picture " + std::to_string(written));
+}
+
+}  // namespace
+}  // namespace vq::server
