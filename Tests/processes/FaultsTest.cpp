@@ -53,18 +53,12 @@ TEST_F(Faults, WithoutAProviderTheTwoGroupsOfCodesStayApart) {
     }
 }
 
-TEST_F(Faults, AProviderThatComesLaterHealsTheFeature) {
+TEST_F(Faults, AProviderThatComesLaterHealsTheFeatureAndOneThatIsReplacedIsFollowed) {
     m_rig.StartServer();
     Caller caller;
     ASSERT_EQ(caller.Call("names").code, kFailure);
     m_rig.StartProvider();
     EXPECT_EQ(CallUntil(caller, "names", kOk, 30s).code, kOk);
-}
-
-TEST_F(Faults, AProviderThatIsReplacedIsFollowed) {
-    StartAll();
-    Caller caller;
-    ASSERT_EQ(caller.Call("names").code, kOk);
     m_rig.StopProvider();
     EXPECT_EQ(CallUntil(caller, "names", kFailure, 30s).code, kFailure);
     m_rig.StartProvider();
@@ -130,40 +124,19 @@ TEST_F(Faults, AServerOfANewerProtocolIsRefused) {
         << caller.Process().Output();
 }
 
-struct ExitCase {
-    char const* name;
-    char const* command;
-    bool connectFirst;
-};
-
-class ProcessExit : public Faults, public testing::WithParamInterface<ExitCase> {};
-
-TEST_P(ProcessExit, IsCleanWithALivingServer) {
+TEST_F(Faults, EveryWayToExitIsCleanAndUnregistersTheDevice) {
     StartAll();
-    Caller caller;
-    if (GetParam().connectFirst) {
-        ASSERT_EQ(caller.Call("names").code, kOk);
+    for (auto const& [command, connectFirst] : {std::pair{"exit", false},
+                                                {"exit", true},
+                                                {"exit-from-thread", true},
+                                                {"names-and-exit-meanwhile", false},
+                                                {"", true}}) {  // last: main returns
+        Caller caller;
+        // Also finds the place of its predecessor of the same name free.
+        ASSERT_TRUE(!connectFirst || caller.Call("names").code == kOk) << caller.Process().DrainOutput();
+        *command == '\0' ? caller.Process().CloseInput() : caller.Begin(command);
+        EXPECT_EQ(caller.Process().WaitForExit(kCallLimit), 0) << command << caller.Process().DrainOutput();
     }
-    caller.Begin(GetParam().command);
-    EXPECT_EQ(caller.Process().WaitForExit(kCallLimit), 0) << caller.Process().DrainOutput();
-}
-
-INSTANTIATE_TEST_SUITE_P(Ways, ProcessExit,
-                         testing::Values(ExitCase{"AtOnce", "exit", false},
-                                         ExitCase{"Connected", "exit", true},
-                                         ExitCase{"FromAnotherThread", "exit-from-thread", true},
-                                         ExitCase{"DuringBringUp", "names-and-exit-meanwhile", false}),
-                         [](auto const& each) { return std::string(each.param.name); });
-
-TEST_F(Faults, AnExitUnregistersTheDevice) {
-    StartAll();
-    Caller first;
-    ASSERT_EQ(first.Call("names").code, kOk);
-    first.Process().CloseInput();  // main returns
-    ASSERT_EQ(first.Process().WaitForExit(kCallLimit), 0);
-    // A second application of the same device name finds the place free and works.
-    Caller second;
-    EXPECT_EQ(second.Call("names").code, kOk);
 }
 
 TEST_F(Faults, ExitAfterTheServerDiedOrHangsIsBounded) {

@@ -2,17 +2,16 @@
 
 #include <gmock/gmock.h>
 #include <signal.h>
-#include <zmq.h>
 
 #include <thread>
 
 #include "Messaging/MessageAddress.h"
-#include "RawPeer.h"
 #include "Rig.h"
 #include "ServerRequests.pb.h"
 #include "SimulatedHeadset/BridgeState.h"
 #include "SimulatedHeadset/BridgeTunnels.h"
 #include "SimulatedHeadset/HeadsetServer.h"
+#include "TestSupport/RawWire.h"
 
 namespace vq::test {
 namespace {
@@ -83,9 +82,7 @@ TEST_F(HeadsetTest, IsConnectedToldOfTheServerAndLetGo) {
     std::string const advertisement = headset.Requests().back();
     ASSERT_EQ(advertisement.substr(0, 3) + advertisement.substr(5), "VDSrig");
     int const way = headset::HeadsetServer::PortIn(advertisement, 3);
-    RawSocket far(ZMQ_REQ, "tcp://127.0.0.1:" + std::to_string(way));
-    vq::vds::Ping::Reply pong;
-    Exchange(far, vq::vds::Ping(), pong);
+    RawSocket(ZMQ_REQ, "SOCKET:127.0.0.1:" + std::to_string(way)).Get(vq::vds::Ping());
 
     std::string const pair = Rigctl({"remote", "forwards", "4711"}).output;
     EXPECT_THAT(pair, HasSubstr(R"("headset":4711)"));

@@ -37,17 +37,12 @@ TEST_F(IdentityCalls, NamesThenValuesGiveTheGrantedProfile) {
         << "what the caller holds stays readable: " << released.rest;
 }
 
-TEST_F(IdentityCalls, KnownNamesAreChosenByKey) {
+TEST_F(IdentityCalls, KnownNamesAreChosenByKeyAndAKeyOutsideTheEnumerationAborts) {
     Start();
     Caller caller;
     CallResult const known = caller.Call("known 7 2");
     EXPECT_EQ(known.code, kOk);
     EXPECT_EQ(known.rest, "2 2:Email::0:0 7:UserId::0:0");
-}
-
-TEST_F(IdentityCalls, AKeyOutsideTheEnumerationAborts) {
-    Start();
-    Caller caller;
     caller.Begin("known 8");
     EXPECT_EQ(caller.Process().WaitForExit(kCallLimit), 128 + SIGABRT);
 }

@@ -1,18 +1,16 @@
 #include "RequestTap.h"
 
-#include <zmq.h>
-
 #include <algorithm>
 #include <chrono>
 #include <utility>
 
-#include "RawPeer.h"
+#include "TestSupport/RawWire.h"
 
 namespace vq::test {
 
 namespace {
 
-constexpr int kTickMs = 20;
+constexpr std::chrono::milliseconds kTick{20};
 
 }  // namespace
 
@@ -33,7 +31,7 @@ void RequestTap::HangUpAt(std::string type, std::function<void()> happens) {
 void RequestTap::Run() {
     Serve(true);
     while (!m_resume && !m_stop) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(kTickMs));
+        std::this_thread::sleep_for(kTick);
     }
     Serve(false);
 }
@@ -42,7 +40,7 @@ void RequestTap::Serve(bool mayHangUp) {
     RawSocket front(ZMQ_ROUTER, m_front);
     RawSocket back(ZMQ_DEALER, m_back);
     while (!m_stop) {
-        if (front.Poll(kTickMs)) {
+        if (front.Poll(kTick)) {
             Frames const request = front.Receive();
             std::lock_guard const lock(m_mutex);
             if (mayHangUp && std::find(request.begin(), request.end(), m_type) != request.end()) {
@@ -52,10 +50,10 @@ void RequestTap::Serve(bool mayHangUp) {
             }
             back.Send(request);
         }
-        while (back.Poll(0)) {
+        while (back.Poll()) {
             front.Send(back.Receive());
         }
-        if (back.Poll(kTickMs / 4)) {
+        if (back.Poll(kTick / 4)) {
             front.Send(back.Receive());
         }
     }

@@ -12,7 +12,7 @@ namespace vq::test {
 /// until a request of one type arrives: the place at which a test makes something happen to the server.
 class RequestTap {
 public:
-    /// @param front  endpoint that the application uses, "ipc:///path"
+    /// @param front  address that the application uses
     /// @param back   the server's own
     RequestTap(std::string front, std::string back);
     ~RequestTap();

@@ -42,12 +42,12 @@ TEST_P(ServerKilledAt, EveryCallFailsInsideItsLimitsAndTheProcessEnds) {
     Rig rig;
     rig.StartServer();
     rig.StartProvider();
-    std::string const front = HomeDirectory() + "tap";
-    RequestTap tap("ipc://" + front, "ipc://" + HomeDirectory() + "vds");
+    std::string const front = "IPC:" + HomeDirectory() + "tap";
+    RequestTap tap(front, rig.Address());
     tap.HangUpAt(std::string("vq.vds.") + GetParam().request, [&] { rig.KillServer(); });
-    ASSERT_NO_FATAL_FAILURE(Announce(rig.Address(), "IPC:" + front));
+    ASSERT_NO_FATAL_FAILURE(Announce(rig.Address(), front));
 
-    Caller caller(Hurried({{"VQ_VDS_ADDRESS", "IPC:" + front}}));
+    Caller caller(Hurried({{"VQ_VDS_ADDRESS", front}}));
     CallResult const first = caller.Call("names");
     EXPECT_EQ(first.code, GetParam().code);
     EXPECT_LT(first.duration, 60s);

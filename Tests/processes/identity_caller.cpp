@@ -57,15 +57,6 @@ std::size_t CountEntries(char const* directory) {
     return count;
 }
 
-// Makes one call and prints its code, its duration and what `after` tells.
-void Answer(std::function<VQResult()> const& call, std::function<std::string()> const& after) {
-    auto const start = std::chrono::steady_clock::now();
-    VQResult const code = call();
-    auto const spent =
-        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
-    std::cout << "= " << code << " " << spent.count() << " " << after() << std::endl;
-}
-
 VQResult Known(Words& words) {
     std::vector<VQIdentityAttributeKey> keys;
     for (int key; words >> key;) {
@@ -86,73 +77,81 @@ VQResult Cycles(int count) {
     return VQResult_Ok;
 }
 
+VQResult RequestAll() {
+    for (std::uint32_t i = 0; i < g_profile->attribute_count; ++i) {
+        g_profile->attribute_ptrs[i]->is_requested = true;
+    }
+    return VQResult_Ok;
+}
+
+std::string Resources() {
+    return std::to_string(CountEntries("/proc/self/fd")) + " " +
+           std::to_string(CountEntries("/proc/self/task"));
+}
+
+VQResult Exit() {
+    std::exit(0);
+}
+
+// A call is in flight on another thread when the process ends.
+VQResult ExitMeanwhile() {
+    std::thread([] { VQIdentityGetAttributeNames(&g_profile); }).detach();
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    Exit();
+    return VQResult_Ok;
+}
+
 void Run(std::string const& command, Words& words) {
     std::uint64_t future = 0;
-    auto const profile = [] { return ProfileText(); };
+    struct Command {
+        std::function<VQResult()> call;
+        std::function<std::string()> after = ProfileText;  // what it tells
+    };
     auto const nothing = [] { return std::string(); };
     auto const newFuture = [&future] { return std::to_string(future); };
-    std::map<std::string, std::function<void()>> const commands = {
-        {"names", [&] { Answer([] { return VQIdentityGetAttributeNames(&g_profile); }, profile); }},
-        {"known", [&] { Answer([&] { return Known(words); }, profile); }},
-        {"values", [&] { Answer([] { return VQIdentityRequestAttributeValues(g_profile); }, profile); }},
-        {"release", [&] { Answer([] { return VQIdentityReleaseUserProfile(g_profile); }, profile); }},
-        {"names-async",
-         [&] { Answer([&] { return VQIdentityGetAttributeNamesAsync(&future); }, newFuture); }},
-        {"names-async-null",
-         [&] { Answer([] { return VQIdentityGetAttributeNamesAsync(nullptr); }, nothing); }},
-        {"names-wait",
-         [&] {
-             auto const waited = Next<std::uint64_t>(words);
-             auto const timeout = Next<std::uint32_t>(words);
-             Answer([=] { return VQIdentityGetAttributeNamesWait(waited, timeout, &g_profile); }, profile);
-         }},
-        {"names-wait-null",
-         [&] { Answer([] { return VQIdentityGetAttributeNamesWait(1, 0, nullptr); }, nothing); }},
+    auto const waited = [&words] { return Next<std::uint64_t>(words); };
+    auto const timeout = [&words] { return Next<std::uint32_t>(words); };
+    std::map<std::string, Command> const commands = {
+        {"names", {[] { return VQIdentityGetAttributeNames(&g_profile); }}},
+        {"known", {[&] { return Known(words); }}},
+        {"values", {[] { return VQIdentityRequestAttributeValues(g_profile); }}},
+        {"release", {[] { return VQIdentityReleaseUserProfile(g_profile); }}},
+        {"names-async", {[&] { return VQIdentityGetAttributeNamesAsync(&future); }, newFuture}},
+        {"names-async-null", {[] { return VQIdentityGetAttributeNamesAsync(nullptr); }, nothing}},
+        {"names-wait", {[&] {
+             auto const handle = waited();
+             return VQIdentityGetAttributeNamesWait(handle, timeout(), &g_profile);
+         }}},
+        {"names-wait-null", {[] { return VQIdentityGetAttributeNamesWait(1, 0, nullptr); }, nothing}},
         {"values-async",
-         [&] {
-             Answer([&] { return VQIdentityRequestAttributeValuesAsync(g_profile, &future); }, newFuture);
-         }},
+         {[&] { return VQIdentityRequestAttributeValuesAsync(g_profile, &future); }, newFuture}},
         {"values-async-null",
-         [&] { Answer([] { return VQIdentityRequestAttributeValuesAsync(g_profile, nullptr); }, nothing); }},
-        {"values-wait",
-         [&] {
-             auto const waited = Next<std::uint64_t>(words);
-             auto const timeout = Next<std::uint32_t>(words);
-             Answer([=] { return VQIdentityRequestAttributeValuesWait(waited, timeout); }, profile);
-         }},
-        {"request",
-         [&] {
-             for (std::uint32_t i = 0; i < g_profile->attribute_count; ++i) {
-                 g_profile->attribute_ptrs[i]->is_requested = true;
-             }
-             Answer([] { return VQResult_Ok; }, profile);
-         }},
-        {"profile", [&] { Answer([] { return VQResult_Ok; }, profile); }},
-        {"cycles", [&] { Answer([&] { return Cycles(Next<int>(words)); }, nothing); }},
-        {"resources",
-         [&] {
-             Answer([] { return VQResult_Ok; },
-                    [] {
-                        return std::to_string(CountEntries("/proc/self/fd")) + " " +
-                               std::to_string(CountEntries("/proc/self/task"));
-                    });
-         }},
-        {"exit", [] { std::exit(0); }},
-        {"exit-from-thread", [] { std::thread([] { std::exit(0); }).join(); }},
-        {"names-and-exit-meanwhile",
-         [] {
-             // A call is in flight on another thread when the process ends.
-             std::thread([] { VQIdentityGetAttributeNames(&g_profile); }).detach();
-             std::this_thread::sleep_for(std::chrono::milliseconds(300));
-             std::exit(0);
-         }},
+         {[] { return VQIdentityRequestAttributeValuesAsync(g_profile, nullptr); }, nothing}},
+        {"values-wait", {[&] {
+             auto const handle = waited();
+             return VQIdentityRequestAttributeValuesWait(handle, timeout());
+         }}},
+        {"request", {RequestAll}},
+        {"profile", {[] { return VQResult_Ok; }}},
+        {"cycles", {[&] { return Cycles(Next<int>(words)); }, nothing}},
+        {"resources", {[] { return VQResult_Ok; }, Resources}},
+        {"exit", {Exit}},
+        {"exit-from-thread", {[] {
+             std::thread(Exit).join();
+             return VQResult_Ok;
+         }}},
+        {"names-and-exit-meanwhile", {ExitMeanwhile}},
     };
     auto const found = commands.find(command);
     if (found == commands.end()) {
         std::cout << "unknown command " << command << std::endl;
         std::exit(2);
     }
-    found->second();
+    auto const start = std::chrono::steady_clock::now();
+    VQResult const code = found->second.call();
+    auto const spent =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+    std::cout << "= " << code << " " << spent.count() << " " << found->second.after() << std::endl;
 }
 
 }  // namespace

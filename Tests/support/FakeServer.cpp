@@ -32,10 +32,7 @@ FakeServer::FakeServer(std::string const& location, std::int32_t firstDeviceId)
 }
 
 FakeServer::~FakeServer() {
-    {
-        std::lock_guard const lock(m_mutex);
-        m_stop = true;
-    }
+    Set(m_stop, true);
     m_thread.join();
 }
 
@@ -64,15 +61,7 @@ void FakeServer::Run() {
         m_changed.notify_all();
     }
     auto nextHeartbeat = std::chrono::steady_clock::now();
-    for (;;) {
-        bool beats = false;
-        {
-            std::lock_guard const lock(m_mutex);
-            if (m_stop) {
-                break;
-            }
-            beats = m_beats;
-        }
+    while (!Get(m_stop)) {
         if (m_deaf) {
             std::this_thread::sleep_for(kPass);
         } else if (std::unique_ptr<AMessage> const message{m_requests->ReceiveNext(kPass, nullptr)}) {
@@ -80,7 +69,7 @@ void FakeServer::Run() {
         }
         SendQueued();
         ReadDataEvents();
-        if (auto const now = std::chrono::steady_clock::now(); beats && now >= nextHeartbeat) {
+        if (auto const now = std::chrono::steady_clock::now(); Get(m_beats) && now >= nextHeartbeat) {
             nextHeartbeat = now + kHeartbeatInterval;
             MessageUtils::SendEvent(m_heartbeat, 0, "", vq::vds::ServerHeartbeat(), kNoWait, nullptr);
         }
@@ -139,83 +128,12 @@ void FakeServer::QueueEvent(google::protobuf::MessageLite const& event, std::str
     m_outgoing.push_back({std::move(copy), std::move(channel), channelId, isData});
 }
 
-void FakeServer::Publish(google::protobuf::MessageLite const& event) {
-    QueueEvent(event, "", 0, false);
-}
-
-void FakeServer::PublishData(google::protobuf::MessageLite const& event, std::string const& channel,
-                             int channelId) {
-    QueueEvent(event, channel, channelId, true);
-}
-
-void FakeServer::SetMappings(std::vector<std::pair<std::string, std::string>> mappings) {
-    std::lock_guard const lock(m_mutex);
-    m_mappings = std::move(mappings);
-}
-
-void FakeServer::SetAutoStats(bool enable) {
-    std::lock_guard const lock(m_mutex);
-    m_autoStats = enable;
-}
-
-void FakeServer::StopHeartbeat() {
-    std::lock_guard const lock(m_mutex);
-    m_beats = false;
-}
-
-void FakeServer::SetDataPath(std::string path) {
-    std::lock_guard const lock(m_mutex);
-    m_dataPath = std::move(path);
-}
-
-void FakeServer::SetProtocolVersion(std::int32_t version) {
-    std::lock_guard const lock(m_mutex);
-    m_protocolVersion = version;
-}
-
-void FakeServer::SetDeviceAddress(std::string const& device, std::string const& address) {
-    std::lock_guard const lock(m_mutex);
-    m_deviceAddresses[device] = address;
-}
-
-std::string FakeServer::DeviceAddress(std::string const& device) const {
-    std::lock_guard const lock(m_mutex);
-    auto const found = m_deviceAddresses.find(device);
-    return found == m_deviceAddresses.end() ? std::string() : found->second;
-}
-
-std::vector<FakeServer::Request> FakeServer::Requests() const {
-    std::lock_guard const lock(m_mutex);
-    return m_received;
-}
-
 std::vector<std::string> FakeServer::RequestTypes() const {
     std::vector<std::string> types;
     for (Request const& request : Requests()) {
         types.push_back(request.type.substr(request.type.rfind('.') + 1));
     }
     return types;
-}
-
-void FakeServer::ClearRequests() {
-    std::lock_guard const lock(m_mutex);
-    m_received.clear();
-}
-
-bool FakeServer::WaitForType(std::string const& type, std::size_t count, std::chrono::milliseconds limit) {
-    std::unique_lock lock(m_mutex);
-    return m_changed.wait_for(lock, limit, [&] {
-        std::size_t seen = 0;
-        for (Request const& request : m_received) {
-            seen += request.type == type;
-        }
-        return seen >= count;
-    });
-}
-
-std::vector<FakeServer::DataEvent> FakeServer::DataEvents() const {
-    std::lock_guard const lock(m_mutex);
-    return m_dataEvents;
 }
 
 }  // namespace vq::test

@@ -31,24 +31,6 @@ void FakeServer::SetupAnswers() {
     AnswerAddress<GetServerEventAddress>(*this, m_address, "events");
     AnswerAddress<GetServerDataEventBroadcastAddress>(*this, m_address, "data");
     AnswerAddress<GetServerHeartbeatEventAddress>(*this, m_address, "heartbeat");
-    On<GetProtocolVersion>([this](GetProtocolVersion const&) {
-        std::lock_guard const lock(m_mutex);
-        auto reply = std::make_unique<GetProtocolVersion::Reply>();
-        reply->set_server_version(1);
-        reply->set_protocol_version(m_protocolVersion);
-        return reply;
-    });
-    On<GetVersion>([](GetVersion const&) {
-        auto reply = std::make_unique<GetVersion::Reply>();
-        reply->set_major(1);
-        return reply;
-    });
-    On<GetDataPath>([this](GetDataPath const&) {
-        std::lock_guard const lock(m_mutex);
-        auto reply = std::make_unique<GetDataPath::Reply>();
-        reply->set_path(m_dataPath);
-        return reply;
-    });
     On<GetChannelMappings>([this](GetChannelMappings const&) {
         std::lock_guard const lock(m_mutex);
         auto reply = std::make_unique<GetChannelMappings::Reply>();

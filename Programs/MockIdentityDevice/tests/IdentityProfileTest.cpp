@@ -31,29 +31,6 @@ TEST(IdentityProfile, AttributesThatCouldNotBeSentAreLeftOut) {
     EXPECT_EQ(log.Count(LogLevel::Error, "no Key from 0 to 7"), 3U);
 }
 
-TEST(IdentityProfile, NobodyLoggedInWinsOverAnyOtherResult) {
-    EXPECT_EQ(SettingsOf(R"({"LoggedIn": false, "Result": 6})").result, 0x7D4D0004);
-    EXPECT_EQ(SettingsOf(R"({"LoggedIn": true, "Result": 6})").result, 6);
-}
-
-TEST(IdentityProfile, ValuesGoOnlyToWhatIsRequestedAndGranted) {
-    IdentitySettings const settings = TwoAttributes();
-    vq::sd::VQIdentityProfile request = NamesOf(settings, nullptr);
-    vq::sd::VQIdentityProfile const unasked = ValuesOf(settings, request);
-    EXPECT_EQ(unasked.attributes(0).value(), "");
-    EXPECT_FALSE(unasked.attributes(0).is_granted());
-
-    request.mutable_attributes(0)->set_is_requested(true);
-    request.mutable_attributes(1)->set_is_requested(true);
-    vq::sd::VQIdentityProfile const answer = ValuesOf(settings, request);
-    EXPECT_EQ(answer.attribute_count(), 2U);
-    EXPECT_EQ(answer.attributes(0).value(), "A");
-    EXPECT_TRUE(answer.attributes(0).is_granted());
-    EXPECT_EQ(answer.attributes(1).value(), "");
-    EXPECT_FALSE(answer.attributes(1).is_granted());
-    EXPECT_TRUE(answer.attributes(1).is_requested());
-}
-
 TEST(IdentityProfile, AnUnknownAttributeComesBackNotGranted) {
     vq::sd::VQIdentityProfile request = NamesOf(TwoAttributes(), nullptr);
     request.mutable_attributes(0)->set_key(vq::sd::VQIdentityAttributeKey_0);

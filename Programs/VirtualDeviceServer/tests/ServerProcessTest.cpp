@@ -9,6 +9,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "Messaging/MessageAddress.h"
 #include "RawDevice.h"
 #include "TestSupport/ChildProcess.h"
 #include "TestSupport/TestHome.h"

@@ -71,26 +71,6 @@ TEST_F(DeviceRegistrationTest, TwoLivingNamesakesDoNotUnseatEachOtherForEver) {
     EXPECT_THAT(TakeEvents(), ElementsAre("unregistered a 2", "unregistered a 3", "registered a 4"));
 }
 
-TEST_F(DeviceRegistrationTest, OperationsOnUnknownDevicesAreRefused) {
-    std::int32_t const id = Register("a");
-    std::vector<std::int32_t> ids;
-    vq::vds::RegisterSparseDeviceChannels channels;
-    vq::vds::UnregisterSparseDeviceChannels removal;
-    removal.set_device_id(id);
-    removal.add_channel_ids(77);
-    vq::vds::SendSparseDeviceEvent event;
-    vq::vds::SparseDeviceStatsUpdate stats;
-    EXPECT_TRUE(state.RegisterChannels(channels, ids));
-    EXPECT_TRUE(state.UnregisterChannels(removal));
-    EXPECT_TRUE(state.ReportInitialized(9, now));
-    EXPECT_TRUE(state.UnregisterDevice(9, "a"));
-    EXPECT_TRUE(state.UnregisterDevice(id, "b"));
-    EXPECT_TRUE(state.PruneByName("b"));
-    EXPECT_TRUE(state.PassOnEvent(event));
-    EXPECT_TRUE(state.StoreStats(stats));
-    EXPECT_NE(state.Devices().Find(id), nullptr);
-}
-
 class ChannelRegistrationTest : public StateFixture {};
 
 TEST_F(ChannelRegistrationTest, AChannelHasOneIdForAllItsDevices) {

@@ -105,27 +105,4 @@ TYPED_TEST(ProtoPairs, ZerosAreSentAsFieldsThatArePresentAndAMessageIsOverwritte
     }
 }
 
-TYPED_TEST(ProtoPairs, AnEmptyMessageGivesDefaultsAndKeepsTheElementsOfLists) {
-    using Message = typename TypeParam::Message;
-    using Plain = typename TypeParam::Plain;
-    Plain plain{};
-    RandomPlain(5).Fill<Message>(plain);
-    Plain const before = plain;
-    ProtoUtils::ConvertTo(Message(), &plain);
-    std::apply(
-        [&](auto const&... fields) {
-            auto check = [&](auto const& field) {
-                auto const& member = field.member(plain);
-                using Member = std::remove_cvref_t<decltype(member)>;
-                if constexpr (std::is_array_v<Member>) {
-                    EXPECT_EQ(std::memcmp(&member, &field.member(before), sizeof member), 0);
-                } else if constexpr (!std::is_class_v<Member>) {
-                    EXPECT_EQ(member, Member{});
-                }
-            };
-            (check(fields), ...);
-        },
-        ProtoUtilsDetail::Pair<Message, Plain>::Fields());
-}
-
 }  // namespace

@@ -33,16 +33,6 @@ TEST(StatsCollectorTest, ASampleWidensTheRangeAndTheFirstOneSetsIt) {
               (TimerData{kEntry.id, "entry", 7'000'000'002, 2, 2, 7'000'000'000, 2}));
 }
 
-TEST(StatsCollectorTest, AScopeAddsItsTime) {
-    StatsCollector stats;
-    {
-        ScopedTimerStat const outer(kEntry, stats);
-        ScopedTimerStat const inner(vdtlStat_SparseDevice_UpdateTime, stats);
-    }
-    EXPECT_EQ(stats.GetTimerData(kEntry).samples, 1);
-    EXPECT_GE(stats.GetTimerData(kEntry).total, stats.GetTimerData(vdtlStat_SparseDevice_UpdateTime).total);
-}
-
 TEST(StatsCollectorTest, AMessageCarriesEveryFieldInTheOrderOfTheIds) {
     StatsCollector stats;
     stats.IncrementCounterBy(kEntry, 5);

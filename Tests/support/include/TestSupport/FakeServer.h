@@ -10,6 +10,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -63,18 +64,22 @@ public:
     static Reply Refuse(std::string const& text);
 
     /// Device and channel of each mapping in force.
-    void SetMappings(std::vector<std::pair<std::string, std::string>> mappings);
-    void SetAutoStats(bool enable);
-    void StopHeartbeat();
-    /// What the server tells of its data directory and its protocol version.
-    void SetDataPath(std::string path);
-    void SetProtocolVersion(std::int32_t version);
+    void SetMappings(std::vector<std::pair<std::string, std::string>> mappings) { Set(m_mappings, mappings); }
+    void SetAutoStats(bool enable) { Set(m_autoStats, enable); }
+    void StopHeartbeat() { Set(m_beats, false); }
     /// Where requests for that device go; a device that registers enters its own.
-    void SetDeviceAddress(std::string const& device, std::string const& address);
-    std::string DeviceAddress(std::string const& device) const;
+    void SetDeviceAddress(std::string const& device, std::string const& address) {
+        std::lock_guard const lock(m_mutex);
+        m_deviceAddresses[device] = address;
+    }
+    std::string DeviceAddress(std::string const& device) const {
+        std::lock_guard const lock(m_mutex);
+        auto const found = m_deviceAddresses.find(device);
+        return found == m_deviceAddresses.end() ? "" : found->second;
+    }
 
     /// Everything so far, in order of arrival.
-    std::vector<Request> Requests() const;
+    std::vector<Request> Requests() const { return Get(m_received); }
     /// The types alone, without their package.
     std::vector<std::string> RequestTypes() const;
     template <class R>
@@ -87,19 +92,28 @@ public:
         }
         return found;
     }
-    void ClearRequests();
+    void ClearRequests() { Set(m_received, {}); }
     /// Waits until `count` requests of a type have come since the last ClearRequests.
     template <class R>
     bool WaitFor(std::size_t count = 1, std::chrono::milliseconds limit = std::chrono::seconds(30)) {
-        return WaitForType(MessageTypeName(R::default_instance()), count, limit);
+        std::unique_lock lock(m_mutex);
+        return m_changed.wait_for(lock, limit, [&] {
+            std::size_t seen = 0;
+            for (Request const& request : m_received) {
+                seen += request.type == MessageTypeName(R::default_instance());
+            }
+            return seen >= count;
+        });
     }
     /// Data events of registered devices, in order of arrival.
-    std::vector<DataEvent> DataEvents() const;
+    std::vector<DataEvent> DataEvents() const { return Get(m_dataEvents); }
 
     /// Sends a server event. Who has not subscribed yet does not get it.
-    void Publish(google::protobuf::MessageLite const& event);
+    void Publish(google::protobuf::MessageLite const& event) { QueueEvent(event, "", 0, false); }
     /// Sends a data event on the broadcast address.
-    void PublishData(google::protobuf::MessageLite const& event, std::string const& channel, int channelId);
+    void PublishData(google::protobuf::MessageLite const& event, std::string const& channel, int channelId) {
+        QueueEvent(event, channel, channelId, true);
+    }
 
 private:
     struct Outgoing {
@@ -109,7 +123,16 @@ private:
         bool isData;
     };
 
-    bool WaitForType(std::string const& type, std::size_t count, std::chrono::milliseconds limit);
+    template <class T>
+    void Set(T& member, std::type_identity_t<T> value) {
+        std::lock_guard const lock(m_mutex);
+        member = std::move(value);
+    }
+    template <class T>
+    T Get(T const& member) const {
+        std::lock_guard const lock(m_mutex);
+        return member;
+    }
     void QueueEvent(google::protobuf::MessageLite const& event, std::string channel, int channelId,
                     bool isData);
     void Run();
@@ -148,8 +171,6 @@ private:
     std::vector<std::pair<std::string, std::string>> m_mappings;
     std::map<std::string, std::string> m_deviceAddresses;
     std::map<std::int32_t, vq::descriptors::data::SparseDeviceDescription> m_devices;
-    std::string m_dataPath;
-    std::int32_t m_protocolVersion = 12;
     bool m_autoStats = false;
     bool m_beats = true;
 };
