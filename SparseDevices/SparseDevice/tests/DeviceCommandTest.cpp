@@ -203,10 +203,8 @@ TEST_F(DeviceTest, ChangesItsConfigurationOnCommand) {
     *set.add_settings() = Setting("free", "kept");
     *set.add_settings() = Setting("Count", "abc");
     *set.add_settings() = Setting("free", "never reached");
-    SetDeviceConfiguration::Reply reply;
-    SetDeviceConfiguration::Error error;
-    ASSERT_TRUE(Ask(set, reply, error)) << "a text that is no number must not end the process";
-    EXPECT_EQ(error.message(), "Cannot set property 'Count' to incompatible value abc; type is integer");
+    EXPECT_EQ(Exchange<SetDeviceConfiguration::Error>(set).message(),
+              "Cannot set property 'Count' to incompatible value abc; type is integer");
     EXPECT_EQ(device->Configuration().GetValue("free").string_value(), "kept");
 
     ResetDeviceConfiguration reset;

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "Messaging/AMessageManager.h"
-#include "Messaging/AMessagePipeProvider.h"
 #include "Messaging/EventDispatcher.h"
 #include "Messaging/MessageUtils.h"
 #include "ServerEvents.pb.h"
@@ -18,6 +17,7 @@
 #include "SparseDevice/SparseDeviceApplication.h"
 #include "TestSupport/FakeServer.h"
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/RawWire.h"
 
 namespace vq::test {
 
@@ -94,38 +94,24 @@ public:
     }
 
     /// One exchange with the device's own pipe, as any peer would do it.
-    template <class Request, class Reply, class Error>
-    bool Ask(Request const& request, Reply& reply, Error& error) {
-        MessageAddress const address = MessageAddress::FromString(server->DeviceAddress("puck"));
-        AMessagePipeRequestReply* const pipe = AMessageManager::Instance()
-                                                   .GetContext(server->Address())
-                                                   ->GetPipeProvider()
-                                                   ->GetRequestReplyClient(address, "peer");
-        if (!MessageUtils::Send(pipe, request, std::chrono::seconds(30), nullptr)) {
-            return false;
-        }
-        std::unique_ptr<AMessage> answer;
-        EXPECT_TRUE(StepUntil([&] {
-            answer.reset(pipe->ReceiveNext(std::chrono::milliseconds(1), nullptr));
-            return answer != nullptr;
-        }));
-        return pipe->GetContext()->DecodeMessage(answer.get(), reply) ||
-               pipe->GetContext()->DecodeMessage(answer.get(), error);
+    template <class Answer, class Request>
+    Answer Exchange(Request const& request) {
+        RawSocket peer(ZMQ_REQ, server->DeviceAddress("puck"));
+        peer.Send(FramesOf(request));
+        EXPECT_TRUE(StepUntil([&] { return peer.Poll(std::chrono::milliseconds(1)); }));
+        Frames const frames = peer.Receive();
+        Answer answer;
+        EXPECT_EQ(frames.at(1), answer.GetTypeName()) << frames.at(2);
+        EXPECT_TRUE(answer.ParseFromString(frames.at(2)));
+        return answer;
     }
     template <class Request>
     typename Request::Reply Ask(Request const& request) {
-        typename Request::Reply reply;
-        vq::vds::Error error;
-        EXPECT_TRUE(Ask(request, reply, error)) << "no answer that fits";
-        EXPECT_FALSE(error.has_message()) << error.message();
-        return reply;
+        return Exchange<typename Request::Reply>(request);
     }
     template <class Request>
     std::string AskForError(Request const& request) {
-        typename Request::Reply reply;
-        vq::vds::Error error;
-        EXPECT_TRUE(Ask(request, reply, error));
-        return error.message();
+        return Exchange<vq::vds::Error>(request).message();
     }
 
     std::unique_ptr<FakeServer> server = std::make_unique<FakeServer>();
