@@ -10,6 +10,7 @@
 #include <string_view>
 #include <thread>
 
+#include "ByHand.h"
 #include "ChannelData.pb.h"
 #include "Identity.pb.h"
 #include "Logging/LogConfig.h"
@@ -22,6 +23,13 @@
 
 namespace {
 
+using bench::Checked;
+using bench::HearOfReads;
+using bench::Join;
+using bench::Places;
+using bench::ReceiveBody;
+using bench::SendBody;
+using bench::Socket;
 using Request = vq::sd::VQIdentityGetAttributeNames;
 using Reply = Request::Reply;
 using Event = vq::ch::Vec3ChannelDataEvent;
@@ -33,41 +41,6 @@ constexpr char kChannel[] = "position";
 constexpr std::uint32_t kChannelId = 7;
 
 // ---- The base: what one would write for these messages alone.
-
-class Socket {
-public:
-    Socket(void* context, int type) : m_socket(zmq_socket(context, type)) {
-        int const linger = 0;
-        zmq_setsockopt(m_socket, ZMQ_LINGER, &linger, sizeof linger);
-        if (type == ZMQ_SUB) {
-            zmq_setsockopt(m_socket, ZMQ_SUBSCRIBE, "", 0);
-        }
-    }
-    ~Socket() { zmq_close(m_socket); }
-    Socket(Socket const&) = delete;
-    Socket& operator=(Socket const&) = delete;
-    void* Get() const { return m_socket; }
-
-private:
-    void* m_socket;
-};
-
-bool SendBody(void* socket, google::protobuf::MessageLite const& message) {
-    std::size_t const size = message.ByteSizeLong();
-    zmq_msg_t body;
-    zmq_msg_init_size(&body, size);
-    message.SerializeWithCachedSizesToArray(static_cast<std::uint8_t*>(zmq_msg_data(&body)));
-    return zmq_msg_send(&body, socket, 0) >= 0;
-}
-
-bool ReceiveBody(void* socket, google::protobuf::MessageLite& message) {
-    zmq_msg_t body;
-    zmq_msg_init(&body);
-    bool const parsed = zmq_msg_recv(&body, socket, 0) >= 0 &&
-                        message.ParseFromArray(zmq_msg_data(&body), static_cast<int>(zmq_msg_size(&body)));
-    zmq_msg_close(&body);
-    return parsed;
-}
 
 bool SendByHand(void* socket, std::string_view type, google::protobuf::MessageLite const& message) {
     return zmq_send(socket, "", 0, ZMQ_SNDMORE) >= 0 &&
@@ -126,45 +99,6 @@ Reply ReplyOf(int attributes) {
     return reply;
 }
 
-/// One place each for the base and for our path on a transport.
-struct Places {
-    explicit Places(Transport transport) {
-        switch (transport) {
-            case Transport::LOOPBACK:
-                base = "inproc://base";
-                ours = {"ours", transport, ""};
-                break;
-            case Transport::IPC:
-                base = "ipc:///tmp/vqbench." + std::to_string(::getpid()) + ".base";
-                ours = {"/tmp/vqbench." + std::to_string(::getpid()) + ".ours", transport, ""};
-                break;
-            default:
-                base = "tcp://127.0.0.1:*";
-                ours = {"127.0.0.1", transport, "ours"};
-                break;
-        }
-    }
-    ~Places() {
-        if (ours.transport == Transport::IPC) {
-            ::unlink(ours.location.c_str());
-            ::unlink(base.substr(std::string_view("ipc://").size()).c_str());
-        }
-    }
-    Places(Places const&) = delete;
-    Places& operator=(Places const&) = delete;
-    std::string base;
-    MessageAddress ours;
-};
-
-/// Attaches two sockets by hand.
-bool Join(void* bound, void* connected, std::string const& url) {
-    char endpoint[256];
-    std::size_t size = sizeof endpoint;
-    return zmq_bind(bound, url.c_str()) == 0 &&
-           zmq_getsockopt(bound, ZMQ_LAST_ENDPOINT, endpoint, &size) == 0 &&
-           zmq_connect(connected, endpoint) == 0;
-}
-
 class Exchange {
 public:
     explicit Exchange(Transport transport) : m_places(transport), m_context(m_places.ours, &m_zmq) {
@@ -221,17 +155,6 @@ private:
     AMessagePipeRequestReply* m_client = nullptr;
 };
 
-template <typename Operation>
-auto Checked(benchmark::State& state, Operation operation) {
-    return [&state, operation]() mutable {
-        bool const done = operation();
-        if (!done) {
-            state.SkipWithError("an exchange failed");
-        }
-        return done;
-    };
-}
-
 template <int Attributes>
 void OnOneThread(benchmark::State& state) {
     Exchange exchange(Transport::LOOPBACK);
@@ -280,17 +203,6 @@ void BetweenThreads(benchmark::State& state) {
     byHand.join();
     ours.join();
     LogConfig::Instance().SetLevel(level);
-}
-
-/// A publisher learns what its listeners have read at most once a millisecond, unless it is asked for its
-/// state, and drops events when it thinks that too many are on the way. Once in many operations this costs
-/// nothing.
-void HearOfReads(void* publisher, int& count) {
-    if (++count % 500 == 0) {
-        int events = 0;
-        std::size_t size = sizeof events;
-        zmq_getsockopt(publisher, ZMQ_EVENTS, &events, &size);
-    }
 }
 
 template <Transport transport>

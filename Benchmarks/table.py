@@ -51,7 +51,7 @@ def print_twin(row, goal, noisy):
 def main(goals_path, result_paths):
     with open(goals_path, encoding="utf-8") as file:
         goals = {goal["name"]: goal for goal in json.load(file)["twins"]}
-    measured, faults, quiet_lines = set(), [], []
+    measured, faults, quiet_lines, told = set(), [], [], []
     print_line(("twin", "base ns", "ours ns", "result", "quartiles", "must", "moonshot", "verdict", "allocs"))
     for path in result_paths:
         binary = os.path.splitext(os.path.basename(path))[0]
@@ -62,7 +62,12 @@ def main(goals_path, result_paths):
         noisy = any(not QUIET[0] <= row["ratio"] <= QUIET[1] for row in quiet)
         quiet_lines += [f"{binary}: {row['name']} {row['ratio']:.3f}" for row in quiet]
         for row in good:
-            if row in quiet or "ratio" not in row:
+            if row in quiet:
+                continue
+            if "ratio" not in row:
+                told.append(row["name"] + ": " + ", ".join(
+                    f"{key} {value:.5g}" for key, value in row.items()
+                    if isinstance(value, float) and key not in ("real_time", "cpu_time")))
                 continue
             goal = goals.get(row["name"])
             measured.add(row["name"])
@@ -71,6 +76,8 @@ def main(goals_path, result_paths):
                 faults.append(f"{binary}: {row['name']}: {row['cand_allocs']:.4g} allocations an operation, "
                               f"the goal is {goal['allocs']}")
     print(f"\nQuiet rows ({QUIET[0]} to {QUIET[1]}; outside, the machine was busy): " + ", ".join(quiet_lines))
+    for line in told:
+        print("Beside: " + line)
     missing = [goal["what"] for name, goal in goals.items() if name not in measured]
     if missing:
         print("Not measured: " + "; ".join(missing))

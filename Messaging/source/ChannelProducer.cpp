@@ -24,7 +24,13 @@ void ChannelProducer::SetData(std::shared_ptr<IData> sample) {
 void ChannelProducer::SendDataChangedMessage() {
     VQ_CHECK(m_eventPipe != nullptr);
     VQ_CHECK(m_currentData != nullptr);
-    std::unique_ptr<google::protobuf::MessageLite> const message(m_currentData->Serialize());
+    // A copy only for samples that are not messages themselves.
+    std::unique_ptr<google::protobuf::MessageLite> serialized;
+    google::protobuf::MessageLite const* message = m_currentData->GetWireMessage();
+    if (message == nullptr) {
+        serialized.reset(m_currentData->Serialize());
+        message = serialized.get();
+    }
     if (!MessageUtils::SendEvent(m_eventPipe, m_channelId, GetName(), *message,
                                  std::chrono::milliseconds::max(), nullptr)) {
         LOG_E("FAILED to send event %s to %s", MessageTypeName(*message).c_str(),
@@ -42,10 +48,10 @@ bool ChannelProducer::SendHelloEvent() {
 
 bool ChannelProducer::CheckMessageType(google::protobuf::MessageLite const* message,
                                        std::string const& expected) {
-    std::string const type = message != nullptr ? message->GetTypeName() : std::string();
-    if (type != expected) {
-        LOG_E("Unexpected data type: %s != %s", type.c_str(), expected.c_str());
-        return false;
+    if (message != nullptr && MessageTypeName(*message) == expected) {
+        return true;
     }
-    return true;
+    LOG_E("Unexpected data type: %s != %s", message != nullptr ? message->GetTypeName().c_str() : "",
+          expected.c_str());
+    return false;
 }

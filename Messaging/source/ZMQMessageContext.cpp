@@ -53,31 +53,74 @@ bool ZMQMessageContext::DecodeMessage(AMessage const* wire, google::protobuf::Me
     return size <= INT_MAX && proto.ParseFromArray(source->GetBody().data(), static_cast<int>(size));
 }
 
-bool ZMQMessageContext::PollReaders(std::vector<MessageReaderContext> const& readers,
-                                    std::list<AvailableReaderMessage>& available,
-                                    std::chrono::milliseconds timeout, bool* timedOut) {
-    if (timedOut != nullptr) {
-        *timedOut = false;
-    }
-    available.clear();
+namespace {
+
+/// What a thread's calls of PollReaders use again, so that they allocate nothing once they have run for a
+/// while.
+struct PollScratch {
+    /// More spare entries than a burst leaves behind.
+    static constexpr std::size_t kMostSpare = 1024;
 
     std::vector<zmq_pollitem_t> items;
     std::vector<AMessageReader*> polled;  // one for each item
-    items.reserve(readers.size());
-    polled.reserve(readers.size());
+    std::list<AvailableReaderMessage> spare;
+
+    /// Empties the list and keeps its entries.
+    void Recycle(std::list<AvailableReaderMessage>& entries) {
+        spare.splice(spare.end(), entries);
+        if (spare.size() > kMostSpare) {
+            spare.resize(kMostSpare);
+        }
+    }
+    void Append(std::list<AvailableReaderMessage>& entries, AvailableReaderMessage const& entry) {
+        if (spare.empty()) {
+            entries.push_back(entry);
+            return;
+        }
+        entries.splice(entries.end(), spare, spare.begin());
+        entries.back() = entry;
+    }
+};
+
+thread_local PollScratch t_pollScratch;
+
+/// A poll entry for each socket of the readers.
+void FillPollItems(std::vector<MessageReaderContext> const& readers, PollScratch& scratch) {
+    scratch.items.clear();
+    scratch.polled.clear();
+    AMessageReader const* previous = nullptr;
     for (MessageReaderContext const& entry : readers) {
+        // The channels of a device share one pipe.
+        if (entry.reader != nullptr && entry.reader == previous) {
+            continue;
+        }
+        previous = entry.reader;
         auto const* const pipe = dynamic_cast<ZMQMessagePipeBase const*>(entry.reader);
         if (pipe == nullptr) {
             LOG_W("Ignoring non-ZMQ reader: %p", static_cast<void const*>(entry.reader));
             continue;
         }
         void* const handle = pipe->GetSocket()->handle();
-        if (std::none_of(items.begin(), items.end(),
+        if (std::none_of(scratch.items.begin(), scratch.items.end(),
                          [handle](zmq_pollitem_t const& item) { return item.socket == handle; })) {
-            items.push_back({handle, 0, ZMQ_POLLIN, 0});
-            polled.push_back(entry.reader);
+            scratch.items.push_back({handle, 0, ZMQ_POLLIN, 0});
+            scratch.polled.push_back(entry.reader);
         }
     }
+}
+
+}  // namespace
+
+bool ZMQMessageContext::PollReaders(std::vector<MessageReaderContext> const& readers,
+                                    std::list<AvailableReaderMessage>& available,
+                                    std::chrono::milliseconds timeout, bool* timedOut) {
+    if (timedOut != nullptr) {
+        *timedOut = false;
+    }
+    PollScratch& scratch = t_pollScratch;
+    scratch.Recycle(available);
+    FillPollItems(readers, scratch);
+    std::vector<zmq_pollitem_t>& items = scratch.items;
     if (items.empty()) {
         return false;
     }
@@ -92,8 +135,9 @@ bool ZMQMessageContext::PollReaders(std::vector<MessageReaderContext> const& rea
         if ((items[i].revents & ZMQ_POLLIN) == 0) {
             continue;
         }
-        while (AMessage* message = polled[i]->ReceiveNext(std::chrono::milliseconds(0), nullptr)) {
-            available.push_back({polled[i], message});
+        AMessageReader* const reader = scratch.polled[i];
+        while (AMessage* message = reader->ReceiveNext(std::chrono::milliseconds(0), nullptr)) {
+            scratch.Append(available, {reader, message});
         }
     }
     return true;

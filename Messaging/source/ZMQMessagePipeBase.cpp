@@ -219,10 +219,12 @@ std::optional<bool> ZMQMessagePipeBase::ReceiveWithin(Frames frames, std::chrono
 }
 
 bool ZMQMessagePipeBase::Receive(Frames frames, std::chrono::milliseconds timeout, bool* timedOut) {
-    if (std::optional<bool> const received = ReceiveWithin(frames, timeout, timedOut)) {
-        return *received;
-    }
     int flags = 0;
+    if (WaitsInPoll(timeout)) {
+        if (std::optional<bool> const received = ReceiveWithin(frames, timeout, timedOut)) {
+            return *received;
+        }
+    }
     if (!PollFor(ZMQ_POLLIN, flags, timeout, timedOut)) {
         return false;
     }

@@ -49,7 +49,8 @@ public:
 
     /// Waits until one of the readers has something, then takes everything that is there from all of them.
     /// @param readers    a null entry is skipped with a warning
-    /// @param available  emptied, then filled reader by reader; the caller owns the messages
+    /// @param available  emptied, then filled reader by reader; the caller owns the messages. Its entries are
+    ///                   used again: leave in it what was handled, and the next call allocates less.
     /// @param timeout    as in AMessageReader::ReceiveNext
     /// @param timedOut   may be null; always set to false: an empty list is what says that nothing came
     /// @return false when there was nothing to wait on or the wait failed (logged)

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -10,6 +11,7 @@
 #include "Messaging/AMessageContext.h"
 #include "Messaging/AMessagePipe.h"
 #include "Messaging/Channel.h"
+#include "Messaging/ChannelData.h"
 #include "Messaging/MessageTypeName.h"
 #include "Messaging/ObserverDataQueue.h"
 
@@ -79,11 +81,21 @@ public:
     }
 
     bool HandleWireMessage(AChannelMessage* message) override {
-        T event;
-        if (!m_context->DecodeMessage(message, event)) {
+        std::shared_ptr<IData> sample = Decode(message);
+        if (sample == nullptr) {
             return ChannelObserver::HandleWireMessage(message);
         }
-        PushNewData(std::make_shared<D>(std::move(event)));
+        PushNewData(std::move(sample));
         return true;
+    }
+
+private:
+    std::shared_ptr<IData> Decode(AChannelMessage* message) {
+        if constexpr (std::is_same_v<D, ProtoMessageDataTemplate<T>>) {
+            return D::Make([this, message](T& event) { return m_context->DecodeMessage(message, event); });
+        } else {
+            T event;
+            return m_context->DecodeMessage(message, event) ? std::make_shared<D>(std::move(event)) : nullptr;
+        }
     }
 };

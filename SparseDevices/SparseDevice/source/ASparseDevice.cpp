@@ -53,7 +53,8 @@ void ASparseDevice::UpdateObserverChannelMapping() {
 
 std::vector<AChannelMessage*> ASparseDevice::FilterChannelMessages(
     ChannelObserver* observer, std::list<AvailableReaderMessage>& messages) {
-    std::vector<AChannelMessage*> taken;
+    std::vector<AChannelMessage*> taken = std::move(m_takenMessages);
+    taken.clear();
     for (auto entry = messages.begin(); entry != messages.end();) {
         auto* const message = dynamic_cast<AChannelMessage*>(entry->message);
         if (!BelongsTo(*observer, *entry, message)) {
@@ -63,7 +64,8 @@ std::vector<AChannelMessage*> ASparseDevice::FilterChannelMessages(
         LOG_T("Consuming message %s for channel %s", message->Type().c_str(),
               message->GetChannelName().c_str());
         taken.push_back(message);
-        entry = messages.erase(entry);
+        entry->message = nullptr;
+        m_takenEntries.splice(m_takenEntries.end(), messages, entry++);
     }
     return taken;
 }

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <thread>
+#include <utility>
 
 #include "ChannelData.pb.h"
 #include "Logging/Log.h"
@@ -165,17 +166,19 @@ bool SparseDevice::DistributeEvents() {
                 ofChannel.splice(ofChannel.end(), m_available, next->entry);
             }
         }
-        std::vector<AChannelMessage*> const messages = FilterChannelMessages(observer.get(), ofChannel);
+        std::vector<AChannelMessage*> messages = FilterChannelMessages(observer.get(), ofChannel);
         m_available.splice(m_available.end(), ofChannel);
         result &= observer->UpdateFromEvents(messages);
         for (AChannelMessage* const message : messages) {
             delete message;
         }
+        m_takenMessages = std::move(messages);
         if (m_available.empty()) {
             break;
         }
     }
     DropUnconsumed();
+    m_available.splice(m_available.end(), m_takenEntries);
     return result;
 }
 
@@ -196,8 +199,8 @@ void SparseDevice::SortArrivals() {
 
 void SparseDevice::DropUnconsumed() {
     bool announced = false;
-    for (AvailableReaderMessage const& entry : m_available) {
-        std::unique_ptr<AMessage> const message(entry.message);
+    for (AvailableReaderMessage& entry : m_available) {
+        std::unique_ptr<AMessage> const message(std::exchange(entry.message, nullptr));
         if (!m_unconsumedTypes.insert(message->Type()).second) {
             continue;
         }
@@ -209,5 +212,4 @@ void SparseDevice::DropUnconsumed() {
             LOG_V("--> %s", message->Dump().c_str());
         }
     }
-    m_available.clear();
 }

@@ -80,4 +80,8 @@ protected:
     std::chrono::steady_clock::time_point m_creationTime;
     /// Message types that raise no report when no observer takes them.
     std::unordered_set<std::string> m_unconsumedTypes;
+    /// Entries whose messages FilterChannelMessages took, and the room of its last result, which the step
+    /// gives back: both only kept to be used again.
+    std::list<AvailableReaderMessage> m_takenEntries;
+    std::vector<AChannelMessage*> m_takenMessages;
 };
