@@ -17,7 +17,7 @@ using PoseData = ChannelTypeTraits<vq::ch::TransformChannelDataEvent>::Data;
 using CounterData = ChannelTypeTraits<vq::ch::IntegerChannelDataEvent>::Data;
 
 /// Nobody holds an image longer, unless he has died over it.
-constexpr std::chrono::milliseconds kLockTimeout{500};
+constexpr std::chrono::milliseconds kLockTimeout{100};
 
 template <class T>
 double SecondsOf(T duration) {

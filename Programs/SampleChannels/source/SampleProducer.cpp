@@ -16,8 +16,10 @@ namespace vq::sample {
 namespace {
 
 constexpr std::uint32_t kBytesPerPixel = 4;
-/// Nobody holds an image longer, unless he has died over it.
-constexpr std::chrono::milliseconds kLockTimeout{500};
+/// Nobody holds an image longer, unless he has died over it; then there are no images for a while, and
+/// everything else goes on.
+constexpr std::chrono::milliseconds kLockTimeout{100};
+constexpr std::chrono::milliseconds kLockPause{1000};
 
 }  // namespace
 
@@ -93,7 +95,7 @@ bool SampleProducer::OnUpdate() {
         PublishCounter();
     }
     // An image shows the present: what is late is not made up for.
-    if (images > 0) {
+    if (images > 0 && now >= m_nextImage) {
         PublishImage();
     }
     return true;
@@ -130,6 +132,7 @@ void SampleProducer::PublishImage() {
         // Somebody may have given it a new mutex, or made it anew.
         LOG_W("The buffer of %s stays locked", accessor.GetId().c_str());
         accessor.Reset();
+        m_nextImage = std::chrono::steady_clock::now() + kLockPause;
         return;
     }
     std::uint64_t const size = accessor.Size();

@@ -49,7 +49,8 @@ private:
     std::uint32_t m_stride = 0;  ///< bytes a row of the image
     Cadence m_samples{0, {}};
     Cadence m_images{0, {}};
-    std::int32_t m_number = 0;  ///< of the last pose and count
+    Cadence::TimePoint m_nextImage;  ///< not before: the buffer was found locked
+    std::int32_t m_number = 0;       ///< of the last pose and count
     std::int32_t m_lastNumber = 0;
     std::uint64_t m_imageNumber = 0;
 };

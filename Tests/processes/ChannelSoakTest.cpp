@@ -1,0 +1,197 @@
+// Sample producers and observers over the real server: what arrives is counted. VQ_SOAK_SECONDS=60 makes the
+// short form a soak of ten producers and ten observers.
+
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <zmq.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "Messaging/SharedMemoryAccessor.h"
+#include "RawPeer.h"
+#include "Rig.h"
+#include "ServerRequests.pb.h"
+#include "TestSupport/TestHome.h"
+#include "Utils/SharedMutex.h"
+
+namespace vq::test {
+namespace {
+
+using Process = std::unique_ptr<ChildProcess>;
+
+Process Start(std::string const& program, std::vector<std::string> const& arguments) {
+    std::vector<std::string> command = {std::string(VQ_BINARY_DIR) + "/" + program};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    auto process = std::make_unique<ChildProcess>(command);
+    EXPECT_TRUE(process->ReadLineWith("ready", kStartLimit)) << process->DrainOutput();
+    return process;
+}
+
+void Stop(ChildProcess& process) {
+    process.Signal(SIGTERM);
+    EXPECT_EQ(process.WaitForExit(kStartLimit), 0) << process.DrainOutput();
+}
+
+/// What an observer counted of one stream.
+struct Total {
+    long received = 0;
+    long first = 0;
+    long last = 0;
+    long faults = -1;  ///< lost, torn and restarts together; -1: it has not told
+};
+
+Total TotalOf(ChildProcess& observer, std::string const& stream) {
+    std::string const& output = observer.DrainOutput();
+    std::regex const line(
+        "total " + stream +
+        " received (\\d+) first (\\d+) last (\\d+) lost (\\d+) torn (\\d+) restarts (\\d+)");
+    std::smatch found;
+    if (!std::regex_search(output, found, line)) {
+        return {};
+    }
+    auto const number = [&found](std::size_t i) { return std::stol(found[i]); };
+    return {number(1), number(2), number(3), number(4) + number(5) + number(6)};
+}
+
+/// The number of the last sample of a stream that the observer reports next.
+long Reported(ChildProcess& observer, std::string const& stream) {
+    auto const line = observer.ReadLineWith(stream + " ", kStartLimit);
+    std::smatch found;
+    EXPECT_TRUE(line) << observer.DrainOutput();
+    return line && std::regex_search(*line, found, std::regex("number (\\d+)")) ? std::stol(found[1]) : -1;
+}
+
+/// Memory in use, in MiB.
+double ResidentMiB(pid_t pid) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/statm");
+    double total = 0;
+    double resident = 0;
+    file >> total >> resident;
+    return resident * static_cast<double>(::sysconf(_SC_PAGESIZE)) / (1 << 20);
+}
+
+TEST(ChannelSoak, EveryObserverThatKeepsUpSeesEverySampleOfEveryProducer) {
+    char const* const soak = std::getenv("VQ_SOAK_SECONDS");
+    int const seconds = soak != nullptr ? std::atoi(soak) : 2;
+    int const count = soak != nullptr ? 10 : 3;
+    constexpr int kRate = 50;
+    std::string const last = std::to_string(seconds * kRate);
+    Rig rig;
+    rig.StartServer();
+
+    std::string prefixes;
+    for (int i = 0; i < count; ++i) {
+        prefixes += (i == 0 ? "p" : ",p") + std::to_string(i) + ".";
+    }
+    std::vector<Process> observers;
+    auto const observe = [&](std::string const& name, char const* reportMs) {
+        return Start("sample_observer", {"--prefixes", prefixes, "--queue", "100000", "--until", last,
+                                         "--report-ms", reportMs, "--device-name", name});
+    };
+    for (int i = 0; i < count; ++i) {
+        observers.push_back(observe("observer" + std::to_string(i), "3600000"));
+    }
+    Process const still = observe("still", "50");
+    EXPECT_EQ(Reported(*still, "p0.pose"), 0);
+    still->Signal(SIGSTOP);
+    std::vector<Process> producers;
+    for (int i = 0; i < count; ++i) {
+        std::string const name = "p" + std::to_string(i);
+        producers.push_back(Start("sample_producer", {"--prefix", name + ".", "--device-name", name, "--rate",
+                                                      std::to_string(kRate), "--image-rate", "10", "--width",
+                                                      "128", "--height", "128", "--samples", last}));
+    }
+
+    auto const limit = kStartLimit + std::chrono::seconds(2 * seconds);
+    long received = 0;
+    for (Process const& observer : observers) {
+        ASSERT_EQ(observer->WaitForExit(limit), 0) << observer->DrainOutput();
+        for (int i = 0; i < count; ++i) {
+            for (char const* const stream : {"pose", "counter", "image"}) {
+                std::string const name = "p" + std::to_string(i) + "\\." + stream;
+                Total const total = TotalOf(*observer, name);
+                EXPECT_EQ(total.faults, 0) << observer->Output();
+                EXPECT_EQ(total.received, total.last - total.first + 1) << name;
+                if (std::string(stream) != "image") {
+                    EXPECT_EQ(total.last, seconds * kRate) << name;
+                }
+                received += total.received;
+            }
+        }
+    }
+    std::printf("%d observers counted %ld samples of %d producers; the server holds %.0f MiB\n", count,
+                received, count, ResidentMiB(rig.Server().Pid()));
+    for (Process const& producer : producers) {
+        Stop(*producer);
+        EXPECT_THAT(producer->DrainOutput(), testing::HasSubstr("counter sent " + last));
+    }
+    // It has missed much, and the server may have given it up; it goes on.
+    still->Signal(SIGCONT);
+    while (Reported(*still, "p0.pose") == 0) {
+    }
+    Stop(*still);
+    rig.StopServer();
+}
+
+/// A process that dies while it holds the mutex.
+void DieInsideTheLock(std::string const& name) {
+    pid_t const child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        SharedMutex mutex(name);
+        ::_exit(mutex.Open() && mutex.Lock() ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_EQ(status, 0);
+}
+
+TEST(ChannelSoak, AWriterThatDiesInsideTheLockStopsTheImageAloneUntilItsMutexIsReplaced) {
+    Rig rig;
+    rig.StartServer();
+    Process const producer = Start("sample_producer", {"--width", "128", "--height", "128"});
+    Process const observer = Start("sample_observer", {"--report-ms", "100"});
+    while (Reported(*observer, "sample.image") == 0) {
+    }
+    RawSocket server(ZMQ_REQ, "ipc://" + HomeDirectory() + "vds");
+    vq::vds::FindServerSharedMemory find;
+    find.set_memory_id("sample.image");
+    vq::vds::FindServerSharedMemory::Reply names;
+    Exchange(server, find, names);
+    DieInsideTheLock(names.mutex_name());
+    long before = 0;
+    long now = Reported(*observer, "sample.image");
+    while (now != before) {
+        before = now;
+        for (int i = 0; i < 5; ++i) {
+            now = Reported(*observer, "sample.image");
+        }
+    }
+    long const count = Reported(*observer, "sample.counter");
+    while (Reported(*observer, "sample.counter") == count) {
+    }
+    EXPECT_EQ(Reported(*observer, "sample.image"), before) << "the counts go on, the image does not";
+
+    SharedMemoryAccessor healer("sample.image", names.memory_name(), names.size(), names.generation_name(),
+                                names.mutex_name(), names.resizable());
+    ASSERT_TRUE(healer.Recover());
+    auto const end = std::chrono::steady_clock::now() + kStartLimit;
+    while (now == before && std::chrono::steady_clock::now() < end) {
+        now = Reported(*observer, "sample.image");
+    }
+    EXPECT_GT(now, before) << producer->DrainOutput();
+    Stop(*observer);
+    EXPECT_EQ(TotalOf(*observer, "sample\\.image").faults, 0) << observer->Output();
+    Stop(*producer);
+    rig.StopServer();
+}
+
+}  // namespace
+}  // namespace vq::test
