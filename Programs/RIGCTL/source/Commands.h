@@ -45,6 +45,7 @@ Status SwitchAutomaticStats(Session& session, bool on);
 
 // ---- one device ----
 
+Texts SettingNames(Session& session, std::string const& device);
 Status ListSettings(Session& session, std::string const& device);
 Status GetSettings(Session& session, std::string const& device, Texts const& names);
 /// @param settings  each NAME=VALUE; the device brings the text to the setting's type
@@ -75,6 +76,41 @@ Status DisconnectHeadset(Session& session, std::string const& serial);
 /// Connects ports to the other end of the server's link, and shows the pairs.
 /// @param listensHere  the ports are of this machine; otherwise of the headset
 Status ForwardPorts(Session& session, std::vector<unsigned> const& ports, bool listensHere);
+
+// ---- as it happens ----
+
+struct WatchOptions {
+    Texts channels;                           ///< samples of these only; none: everything that is published
+    std::optional<unsigned> count;            ///< end after so many
+    std::optional<Clock::duration> duration;  ///< end after so long
+};
+/// Prints server events and channel samples as they come, until the server stops.
+Status Watch(Session& session, WatchOptions const& options);
+
+struct TopOptions {
+    Clock::duration interval = std::chrono::seconds(1);
+    std::optional<unsigned> count;  ///< end after so many tables
+};
+/// What every device is busy with, over and over.
+Status Top(Session& session, TopOptions const& options);
+
+// ---- this machine ----
+
+/// Every line of the table of servers.
+Status ShowRegistry(Session& session);
+/// @param which  a server's name or address
+Status RemoveRegistryLine(Session& session, std::string const& which);
+/// Replaces the mutex of the table if somebody holds it for the whole time limit.
+Status RecoverRegistry(Session& session);
+/// Looks for what would keep the library from connecting, and says what to do about it.
+Status Examine(Session& session);
+
+// ---- programs ----
+
+/// Makes the library's own calls and prints the profile.
+Status ShowIdentity(Session& session);
+/// Runs a program with a home, a server and an identity provider of its own. The status is the program's.
+Status RunProgram(CommonOptions options, Texts const& command);
 
 // ---- the rest ----
 

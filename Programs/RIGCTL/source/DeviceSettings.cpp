@@ -89,10 +89,25 @@ std::map<std::string, Json::Value> ReadSettings(Session& session, std::string co
         rowOf(setting["name"].asString())["value"] = PlainValue(setting["value"]);
     }
     for (auto& [name, row] : rows) {
+        if (row["value"].isNull()) {
+            row["value"] = row["default"];  // as the device itself reads it
+        }
         AddLimits(info["common"], row["type"].asString(), row);
     }
     return rows;
 }
+
+}  // namespace
+
+Texts SettingNames(Session& session, std::string const& device) {
+    Texts names;
+    for (auto const& [name, row] : ReadSettings(session, device)) {
+        names.push_back(name);
+    }
+    return names;
+}
+
+namespace {
 
 /// Label of a device as the server knows it.
 std::string LabelOf(Session& session, std::string const& device) {
@@ -155,13 +170,8 @@ Status SetSettings(Session& session, std::string const& device, Texts const& set
 Status ResetSettings(Session& session, std::string const& device, Texts const& names, bool remove) {
     Json::Value fields;
     fields["remove"] = remove;
-    for (std::string const& name : names) {
+    for (std::string const& name : names.empty() ? SettingNames(session, device) : names) {
         fields["names"].append(name);
-    }
-    if (names.empty()) {
-        for (auto const& [name, row] : ReadSettings(session, device)) {
-            fields["names"].append(name);
-        }
     }
     session.AskDevice(device, "vq.sd.ResetDeviceConfiguration", fields);
     return Status::Done;

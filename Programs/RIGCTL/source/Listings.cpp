@@ -1,7 +1,6 @@
 #include <algorithm>
 
 #include "Commands.h"
-#include "Utils/ServerRegistry.h"
 
 // What there is: servers, devices, channels, mappings, applications. The keys of the rows are part of the
 // program's interface.
@@ -51,7 +50,7 @@ Json::Value ApplicationRow(Json::Value const& info, char const* kind, Json::Valu
 }  // namespace
 
 Status ListServers(Session& session) {
-    std::vector<ServerDescriptor> const lines = ReadRegistry(session.Deadline());
+    std::vector<ServerDescriptor> const lines = ReadRegistry(session.Deadline()).lines;
     std::vector<Json::Value> rows;
     // All of them within the one time limit, and each with a fair part of it.
     Clock::duration const share =

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -30,6 +31,39 @@ std::string Printable(std::string text) {
     std::ranges::replace_if(
         text, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }, ' ');
     return text;
+}
+
+/// The shortest digits that are read back as the same number.
+std::string TextOfDouble(double value) {
+    char text[32];
+    return {text, std::to_chars(text, text + sizeof text, value).ptr};
+}
+
+/// The JSON library would write all numbers with seventeen digits.
+void AppendJson(std::string& text, Json::Value const& value) {
+    if (value.type() == Json::realValue) {
+        text += TextOfDouble(value.asDouble());
+    } else if (value.isObject()) {
+        char separator = '{';
+        for (std::string const& name : value.getMemberNames()) {
+            text += separator + Json::valueToQuotedString(name.c_str()) + ":";
+            AppendJson(text, value[name]);
+            separator = ',';
+        }
+        text += value.empty() ? "{}" : "}";
+    } else if (value.isArray()) {
+        char separator = '[';
+        for (Json::Value const& element : value) {
+            text += separator;
+            AppendJson(text, element);
+            separator = ',';
+        }
+        text += value.empty() ? "[]" : "]";
+    } else {
+        Json::StreamWriterBuilder builder;
+        builder["indentation"] = "";
+        text += Json::writeString(builder, value);
+    }
 }
 
 }  // namespace
@@ -117,14 +151,13 @@ std::string TextOf(Json::Value const& value) {
         }
         return text;
     }
-    return value.isArray() || value.isObject() ? CompactJson(value) : value.asString();
+    return value.isString() ? value.asString() : CompactJson(value);
 }
 
 std::string CompactJson(Json::Value const& value) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    builder["commentStyle"] = "None";
-    return Json::writeString(builder, value);
+    std::string text;
+    AppendJson(text, value);
+    return text;
 }
 
 }  // namespace vq::rigctl

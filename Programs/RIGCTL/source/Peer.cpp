@@ -1,13 +1,20 @@
 #include "Peer.h"
 
+#include <arpa/inet.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <zmq.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdlib>
 #include <utility>
 #include <vector>
 
 #include "Codec.h"
 #include "Failure.h"
+#include "Utils/FileDescriptor.h"
 
 // Over bare sockets, which this program can leave at any moment: the pipes of the messaging layer are made
 // for peers that stay.
@@ -34,6 +41,23 @@ std::string UrlOf(std::string const& address) {
     }
     throw Failure(Status::BadUsage,
                   "'" + address + "' is no address to connect to: say SOCKET:host:port or IPC:/path.");
+}
+
+/// True when the system refuses a connection at once.
+bool IsRefused(sockaddr const* place, socklen_t size) {
+    FileDescriptor const probe(::socket(place->sa_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (::connect(probe.Get(), place, size) == 0) {
+        return false;
+    }
+    if (errno == EINPROGRESS) {
+        // On this machine the outcome is there before the call is back; what takes longer is not refused.
+        pollfd waiting{.fd = probe.Get(), .events = POLLOUT, .revents = 0};
+        int error = 0;
+        socklen_t length = sizeof error;
+        return ::poll(&waiting, 1, 50) == 1 &&
+               ::getsockopt(probe.Get(), SOL_SOCKET, SO_ERROR, &error, &length) == 0 && error == ECONNREFUSED;
+    }
+    return errno == ECONNREFUSED || errno == ENOENT;
 }
 
 void* Connect(int type, std::string const& address, std::string const* prefix) {
@@ -94,6 +118,27 @@ std::string WordsOf(Json::Value const& error) {
 }
 
 }  // namespace
+
+bool IsDeserted(std::string const& address) {
+    std::string const url = UrlOf(address);
+    std::string const place = url.substr(6);
+    if (url.starts_with("ipc://")) {
+        sockaddr_un local{};
+        local.sun_family = AF_UNIX;
+        return place.size() < sizeof local.sun_path && place.copy(local.sun_path, place.size()) > 0 &&
+               IsRefused(reinterpret_cast<sockaddr const*>(&local), sizeof local);
+    }
+    std::size_t const colon = place.rfind(':');
+    std::string const host = place.substr(0, colon);
+    sockaddr_in remote{};
+    remote.sin_family = AF_INET;
+    if (colon == std::string::npos ||
+        ::inet_pton(AF_INET, host == "localhost" ? "127.0.0.1" : host.c_str(), &remote.sin_addr) != 1) {
+        return false;
+    }
+    remote.sin_port = ::htons(static_cast<std::uint16_t>(std::atoi(place.c_str() + colon + 1)));
+    return IsRefused(reinterpret_cast<sockaddr const*>(&remote), sizeof remote);
+}
 
 Peer::Peer(std::string const& address, std::string name)
     : m_name(std::move(name)), m_socket(Connect(ZMQ_REQ, address, nullptr)) {}
@@ -163,12 +208,11 @@ std::optional<Subscription::Event> Subscription::Take() {
     }
 }
 
-bool Subscription::Wait(Subscription* first, Subscription* second, Clock::time_point deadline) {
+bool Subscription::Wait(std::initializer_list<Subscription const*> subscriptions,
+                        Clock::time_point deadline) {
     std::vector<zmq_pollitem_t> items;
-    for (Subscription const* const subscription : {first, second}) {
-        if (subscription != nullptr) {
-            items.push_back({subscription->m_socket, 0, ZMQ_POLLIN, 0});
-        }
+    for (Subscription const* const subscription : subscriptions) {
+        items.push_back({subscription->m_socket, 0, ZMQ_POLLIN, 0});
     }
     return zmq_poll(items.data(), static_cast<int>(items.size()), MillisecondsUntil(deadline)) > 0;
 }

@@ -3,6 +3,7 @@
 #include <json/value.h>
 
 #include <chrono>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,6 +11,10 @@
 namespace vq::rigctl {
 
 using Clock = std::chrono::steady_clock;
+
+/// True when certainly nobody takes connections at the address. False when somebody does, and when that is
+/// not to be found out at once: at other machines.
+bool IsDeserted(std::string const& address);
 
 /// Somebody who answers requests: the server, or a device. One thread.
 class Peer {
@@ -56,8 +61,8 @@ public:
     /// The next event that is there; nothing when there is none.
     std::optional<Event> Take();
 
-    /// Waits until one of two subscriptions has something. False when none has at the deadline.
-    static bool Wait(Subscription* first, Subscription* second, Clock::time_point deadline);
+    /// Waits until one of the subscriptions has something. False when none has at the deadline.
+    static bool Wait(std::initializer_list<Subscription const*> subscriptions, Clock::time_point deadline);
 
 private:
     void* m_socket;

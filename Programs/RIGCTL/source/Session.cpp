@@ -1,16 +1,14 @@
 #include "Session.h"
 
 #include <signal.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <fstream>
 #include <utility>
 
 #include "Failure.h"
-#include "Utils/OSUtils.h"
-#include "Utils/ServerRegistry.h"
 
 namespace vq::rigctl {
 
@@ -52,7 +50,15 @@ void Session::ExtendTimeLimit(std::chrono::milliseconds limit) {
 }
 
 bool Session::IsAlive(std::int64_t processId) {
-    return processId <= 0 || ::kill(static_cast<pid_t>(processId), 0) == 0 || errno != ESRCH;
+    if (processId > 0 && ::kill(static_cast<pid_t>(processId), 0) != 0 && errno == ESRCH) {
+        return false;
+    }
+    // What has ended and was not waited for still has its entry: "PID (NAME) STATE ...".
+    std::ifstream file("/proc/" + std::to_string(processId) + "/stat");
+    std::string line;
+    std::getline(file, line);
+    std::size_t const name = line.rfind(')');
+    return name == std::string::npos || name + 2 >= line.size() || line[name + 2] != 'Z';
 }
 
 std::string const& Session::ServerAddress() {
@@ -78,7 +84,7 @@ void Session::ChooseServer() {
     std::string const name = !m_options.name.empty() ? m_options.name : FromEnvironment("VQ_VDS_NAME");
     std::vector<ServerDescriptor> lines;
     try {
-        lines = ReadRegistry(m_deadline);
+        lines = ReadRegistry(m_deadline).lines;
     } catch (Failure const&) {
         if (address.empty()) {
             throw;
@@ -95,7 +101,7 @@ void Session::ChooseServer() {
         throw Failure(Status::NoServer, (name.empty() ? "No server is running."
                                                       : "No server named '" + name + "' is running.") +
                                             std::string(kStartHint));
-    } else if (address.starts_with("IPC:/") && ::access(address.c_str() + 4, F_OK) != 0) {
+    } else if (IsDeserted(address)) {
         throw Failure(Status::NoServer, "There is no server at " + address + "." + kStartHint);
     } else {
         m_address = address;
@@ -136,20 +142,6 @@ Json::Value Session::AskDevice(std::string const& device, std::string const& req
         }
         throw;
     }
-}
-
-std::vector<ServerDescriptor> ReadRegistry(Clock::time_point deadline) {
-    auto const rest = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-    std::vector<ServerDescriptor> lines;
-    bool timedOut = false;
-    // A table with a bad line still has the lines before it.
-    ServerRegistry::Instance().GetServers(lines, std::max(rest, std::chrono::milliseconds(1)), &timedOut);
-    if (timedOut) {
-        throw Failure(Status::NoAnswer,
-                      "The registry of servers is locked, and whoever locked it does not let go: "
-                      "'RIGCTL registry recover' replaces its mutex.");
-    }
-    return lines;
 }
 
 }  // namespace vq::rigctl

@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "Output.h"
 #include "Peer.h"
@@ -67,7 +68,13 @@ private:
     std::map<std::string, std::unique_ptr<Peer>> m_devices;
 };
 
-/// Every line of the registry that can be read. Throws Failure when its mutex is not to be had in time.
-std::vector<ServerDescriptor> ReadRegistry(Clock::time_point deadline);
+/// The table of the servers.
+struct Registry {
+    std::vector<ServerDescriptor> lines;  ///< those that can be read
+    bool whole = true;                    ///< no broken line hides the rest
+};
+
+/// Throws Failure when the registry's mutex is not to be had in time.
+Registry ReadRegistry(Clock::time_point deadline);
 
 }  // namespace vq::rigctl

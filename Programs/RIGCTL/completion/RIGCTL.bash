@@ -1,0 +1,9 @@
+# Completion of RIGCTL for bash: source this file, or install it where bash-completion looks.
+
+_rigctl() {
+    # An equals sign is a word break to the shell: what stands before it is the setting or field.
+    local current=${COMP_WORDS[COMP_CWORD]} IFS=$'\n'
+    COMPREPLY=($(compgen -W "$("${COMP_WORDS[0]}" --complete "${COMP_WORDS[@]:1:COMP_CWORD}" 2>/dev/null)" -- "$current"))
+}
+
+complete -o default -F _rigctl RIGCTL
