@@ -5,6 +5,7 @@
 
 #include "CommandLine.h"
 #include "Logging/LogConfig.h"
+#include "Logging/LogParameterCLIProcessor.h"
 
 using namespace vq::rigctl;
 
@@ -23,10 +24,17 @@ Status RunRequest(Request const& request) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // What goes wrong is said in a sentence of our own.
+    bool helpShown = false;
+    int const all = argc;
+    if (!LogParameterCLIProcessor::TakeParams(argc, argv, helpShown) || helpShown) {
+        return helpShown ? 0 : static_cast<int>(Status::BadUsage);
+    }
+    if (argc == all) {
+        // Who asks for no log gets none: what goes wrong is said in a sentence of our own.
+        LogConfig::Instance().SetLogCallback(
+            [](LogRecord const& record) { return record.level == LogLevel::Fatal; });
+    }
     vq::rigctl::Request request;
-    LogConfig::Instance().SetLogCallback(
-        [](LogRecord const& record) { return record.level == LogLevel::Fatal; });
     CLI::App app("Shows and steers the servers and devices of this machine.");
     app.fallthrough();
     app.require_subcommand(0, 1);

@@ -111,7 +111,8 @@ TEST_F(DeviceTest, ServesPaceStatisticsAndTheEnd) {
 
 TEST_F(DeviceTest, TellsARecorderItsChannelsAndAnswersAPlayer) {
     data.customChannels.emplace_back("area", "Area", "Quat", "", false, false);
-    data.observerChannels = {"axis", "area"};
+    data.customChannels.emplace_back("image", "Image", "Shared Buffer Data", "", false, false);
+    data.observerChannels = {"axis", "area", "image"};
     ASSERT_TRUE(Start());
     StartRecording start;
     start.set_text("/tmp/archive");
@@ -127,7 +128,7 @@ TEST_F(DeviceTest, TellsARecorderItsChannelsAndAnswersAPlayer) {
         channels.push_back(entry.channel() + ":" + entry.type());
     }
     EXPECT_THAT(channels, testing::ElementsAre("count:Integer", "pose:Vec3", "area:Quat", "axis:Vec3"))
-        << "producers, then observers, each by name";
+        << "producers, then observers, each by name, and none in shared memory";
 
     StopRecording stopRecording;
     stopRecording.set_text("/tmp/archive");

@@ -1,0 +1,129 @@
+// A stand-alone device program, from the outside: what ends it and how, and what the guide says of it.
+
+#include <gmock/gmock.h>
+#include <signal.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "Rig.h"
+
+namespace vq::test {
+namespace {
+
+using testing::HasSubstr;
+
+std::string ContentOf(std::string const& path) {
+    std::ifstream file(std::string(VQ_SOURCE_DIR) + "/" + path);
+    std::ostringstream text;
+    text << file.rdbuf();
+    EXPECT_FALSE(text.str().empty()) << path;
+    return text.str();
+}
+
+class DeviceProgram : public testing::Test {
+protected:
+    DeviceProgram() { m_rig.StartServer(); }
+
+    static std::string Rigctl(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {Rig::Binary("RIGCTL"), "--timeout", "60000"});
+        ChildProcess child(arguments);
+        EXPECT_EQ(child.WaitForExit(kStartLimit), 0)
+            << testing::PrintToString(arguments) << child.DrainOutput();
+        return child.DrainOutput();
+    }
+
+    static std::unique_ptr<ChildProcess> Start(ChildProcess::Environment const& environment = {}) {
+        auto program =
+            std::make_unique<ChildProcess>(std::vector<std::string>{Rig::Binary("turntable")}, environment);
+        EXPECT_TRUE(program->ReadLineWith("ready", kStartLimit)) << program->DrainOutput();
+        // In its loop, and not on the way there any more.
+        std::string const row = "\"process\":" + std::to_string(program->Pid()) + ",\"ready\":true";
+        while (Rigctl({"apps", "--json"}).find(row) == std::string::npos) {
+            if (program->WaitForExit(std::chrono::milliseconds(0))) {
+                ADD_FAILURE() << program->DrainOutput();
+                break;
+            }
+        }
+        return program;
+    }
+
+    Rig m_rig;
+};
+
+TEST_F(DeviceProgram, OfTheGuideIsTheOneThatIsBuilt) {
+    std::string const guide = ContentOf("docs/writing-a-device.md");
+    EXPECT_THAT(guide, HasSubstr("```cpp\n" + ContentOf("Examples/turntable/turntable.cpp") + "```"));
+    EXPECT_THAT(guide, HasSubstr("```json\n" + ContentOf("Examples/turntable/turntable.json") + "```"));
+}
+
+TEST_F(DeviceProgram, OfTheGuidePublishesTakesSettingsAndQuits) {
+    auto const program = Start();
+    EXPECT_THAT(Rigctl({"watch", "turntable.angle", "--count", "3"}),
+                HasSubstr("turntable.angle  vq.ch.IntegerChannelDataEvent  "));
+    Rigctl({"config", "Turntable", "set", "Speed=1000"});
+    EXPECT_EQ(Rigctl({"config", "Turntable", "get", "Speed"}), "360\n") << "the limit of its type";
+    std::string const file = m_rig.Address().substr(4) + ".log";
+    for (std::string const target : {"Turntable", "server"}) {
+        Rigctl({"log", target, "--", "-V", "verbose", "--logfile", file});
+        EXPECT_THAT(Rigctl({"log", target}), HasSubstr(file));
+    }
+    Rigctl({"quit", "Turntable", "--application"});
+    EXPECT_EQ(program->WaitForExit(kStartLimit), 0) << program->DrainOutput();
+}
+
+TEST_F(DeviceProgram, EndsInOrderOnQuitOnASignalAndWithTheServer) {
+    auto const quitter = Start();
+    EXPECT_TRUE(quitter->WriteLine("quit"));
+    EXPECT_EQ(quitter->WaitForExit(kStartLimit), 0) << quitter->DrainOutput();
+    for (int const number : {SIGINT, SIGTERM}) {
+        auto const signalled = Start();
+        signalled->Signal(number);
+        EXPECT_EQ(signalled->WaitForExit(kStartLimit), 0) << signalled->DrainOutput();
+    }
+    auto const follower = Start();
+    m_rig.StopServer();
+    EXPECT_EQ(follower->WaitForExit(kStartLimit), 0) << follower->DrainOutput();
+    ChildProcess alone({Rig::Binary("turntable")});
+    EXPECT_EQ(alone.WaitForExit(kStartLimit), 1);
+    EXPECT_THAT(alone.DrainOutput(), HasSubstr("RIGCTL -s"));
+}
+
+TEST_F(DeviceProgram, IsEndedWhenItHangsAtExit) {
+    auto const program = Start();
+    // Taking leave of a server that does not answer takes longer than the program is given.
+    m_rig.Server().Signal(SIGSTOP);
+    program->Signal(SIGTERM);
+    EXPECT_EQ(program->WaitForExit(kStartLimit), 1) << program->DrainOutput();
+    EXPECT_THAT(program->DrainOutput(), HasSubstr("device application did not shut down cleanly!"));
+}
+
+TEST_F(DeviceProgram, IsEndedAtOnceByASecondSignal) {
+    std::optional<int> status;
+    // Two seconds later it would be gone anyhow: a slow machine gets another chance.
+    for (int attempt = 0; attempt < 5 && status != 128 + SIGINT; ++attempt) {
+        auto const program = Start();
+        m_rig.Server().Signal(SIGSTOP);
+        program->Signal(SIGINT);
+        while (program->DrainOutput().find("exiting from signal") == std::string::npos) {
+            ASSERT_FALSE(program->WaitForExit(std::chrono::milliseconds(5))) << program->DrainOutput();
+        }
+        program->Signal(SIGINT);
+        status = program->WaitForExit(kStartLimit);
+        m_rig.Server().Signal(SIGCONT);
+    }
+    EXPECT_EQ(status, 128 + SIGINT);
+}
+
+TEST_F(DeviceProgram, LeavesAServerThatHasFallenSilentUnlessItIsBeingDebugged) {
+    auto const debugged = Start({{"VQ_DEBUG_VDS", "1"}});
+    auto const watching = Start({{"VQ_DEBUG_VDS", "2"}});
+    m_rig.Server().Signal(SIGSTOP);
+    EXPECT_TRUE(watching->WaitForExit(kStartLimit)) << watching->DrainOutput();
+    EXPECT_THAT(watching->DrainOutput(),
+                HasSubstr("Failed to observe heartbeat from Virtual Device Server, exiting"));
+    EXPECT_FALSE(debugged->WaitForExit(std::chrono::seconds(3))) << debugged->DrainOutput();
+}
+
+}  // namespace
+}  // namespace vq::test
