@@ -73,6 +73,13 @@ std::chrono::nanoseconds CoarseNow() {
     return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
 }
 
+/// Whether the last line of a file was left unfinished, by a process that was killed as it wrote.
+bool EndsInsideALine(int descriptor) {
+    off_t const end = ::lseek(descriptor, 0, SEEK_END);
+    char last = '\n';
+    return end > 0 && ::pread(descriptor, &last, 1, end - 1) == 1 && last != '\n';
+}
+
 }  // namespace
 
 FileLogHandler::FileLogHandler(LogConfig& config)
@@ -276,6 +283,9 @@ void FileLogHandler::Write(std::string_view text, bool locked) {
     int const descriptor = ::fileno(m_stream);
     std::size_t done = 0;
     int error = 0;
+    if (locked && EndsInsideALine(descriptor)) {
+        static_cast<void>(::write(descriptor, "\n", 1) < 0);  // what fails here fails below
+    }
     while (done < text.size() && error == 0) {
         ssize_t const count = ::write(descriptor, text.data() + done, text.size() - done);
         if (count > 0) {

@@ -50,6 +50,9 @@ int FileLogHandler::TryEnsureFile() {
         return error != 0 ? error : EIO;
     }
     m_stream = file.release();
+    if (m_lockFile) {
+        FinishRotation();
+    }
     bool const wasEmpty = GetCurrentFileSize() == 0;
     WriteBanner();
     if (wasEmpty) {

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
+#include <fstream>
 #include <vector>
 
 #include "FileLogHandlerGuard.h"
@@ -63,6 +65,23 @@ bool CopyRest(int from, std::uint64_t& offset, std::FILE* to) {
         }
         offset += static_cast<std::uint64_t>(count);
     }
+}
+
+/// Whether an open file begins with all that another holds.
+bool BeginsWith(int descriptor, std::string const& path) {
+    std::ifstream other(path, std::ios::binary);
+    std::array<char, kCopyBlock> expected;
+    std::array<char, kCopyBlock> block;
+    off_t offset = 0;
+    while (other.read(expected.data(), expected.size()), other.gcount() > 0) {
+        auto const wanted = static_cast<std::size_t>(other.gcount());
+        if (::pread(descriptor, block.data(), wanted, offset) != other.gcount() ||
+            std::memcmp(block.data(), expected.data(), wanted) != 0) {
+            return false;
+        }
+        offset += other.gcount();
+    }
+    return other.eof();
 }
 
 }  // namespace
@@ -192,15 +211,18 @@ void FileLogHandler::RotateExistingLog() {
     std::fclose(m_stream.exchange(nullptr));
 }
 
+// The copy is made under one hidden name and gets another when it is complete, then the log is emptied, then
+// the copy gets its dated name. Whoever dies in between leaves what the next one can finish or undo.
+
 void FileLogHandler::RotateOpenLog() {
     int const log = ::fileno(m_stream);
     // Another process may have seen the same old log and moved it while we waited for the lock.
     std::string target;
-    if (LengthOf(log) == 0 || !m_names.MakeUniqueDated(m_maxDatedFiles, target)) {
+    if (LengthOf(log) == 0 || !FinishRotation() ||
+        !m_names.MakeUniqueDated(m_fullPath, m_maxDatedFiles, target)) {
         return;
     }
     LOG_PLAIN_V("Rotating log into %s...", target.c_str());
-    // The copy gets its name when it is complete: a process that dies before leaves no lines twice.
     std::string const unfinished = m_names.InDirectory("." + m_names.baseName + ".rotating");
     if (!CopyLog(unfinished, target)) {
         RemoveFile(unfinished);
@@ -208,12 +230,37 @@ void FileLogHandler::RotateOpenLog() {
     }
     if (!ResizeFile(m_stream, 0)) {
         LOG_PLAIN_E("Failed to empty log file %s: %s", m_fullPath.c_str(), LastError().c_str());
-        RemoveFile(target);
     }
     ::lseek(log, 0, SEEK_SET);
+    FinishRotation();
 }
 
-/// Copies the open log, times included, into the file `unfinished` and names that `target`.
+/// Deals with a complete copy of the log that has no dated name yet: gives it one when the log was emptied,
+/// else removes it.
+/// @return false, with a line logged, when it is still there.
+bool FileLogHandler::FinishRotation() {
+    std::string const copy = m_names.InDirectory("." + m_names.baseName + ".rotated");
+    if (!FileExists(copy)) {
+        return true;
+    }
+    if (BeginsWith(::fileno(m_stream), copy)) {
+        RemoveFile(copy);
+        return true;
+    }
+    std::string target;
+    if (!m_names.MakeUniqueDated(copy, m_maxDatedFiles, target)) {
+        return false;
+    }
+    if (!RenameFile(copy, target)) {
+        LOG_PLAIN_E("Failed to open backup log file %s: %s", target.c_str(), LastError().c_str());
+        return false;
+    }
+    return true;
+}
+
+/// Copies the open log, times included, into the file `unfinished` and gives that the name of a complete
+/// copy.
+/// @param target  the name it will get in the end, for what is logged.
 bool FileLogHandler::CopyLog(std::string const& unfinished, std::string const& target) {
     int const log = ::fileno(m_stream);
     struct stat times {};
@@ -235,10 +282,11 @@ bool FileLogHandler::CopyLog(std::string const& unfinished, std::string const& t
     if (times.st_mtime != 0 && ::utime(unfinished.c_str(), &both) != 0) {
         LOG_PLAIN_W("Failed to restore timestamps on %s: %s", m_fullPath.c_str(), LastError().c_str());
     }
-    if (!RenameFile(unfinished, target)) {
-        LOG_PLAIN_E("Failed to open backup log file %s: %s", target.c_str(), LastError().c_str());
+    // A writer that did not wait for the lock may have added to the log meanwhile.
+    if ((LengthOf(log) > copied && !CopyRest(log, copied, copy.get())) ||
+        !RenameFile(unfinished, m_names.InDirectory("." + m_names.baseName + ".rotated"))) {
+        LOG_PLAIN_E("Log file backup to %s failed: %s", target.c_str(), LastError().c_str());
         return false;
     }
-    // A writer that did not wait for the lock may have added to the log meanwhile.
-    return LengthOf(log) <= copied || CopyRest(log, copied, copy.get());
+    return true;
 }

@@ -57,9 +57,9 @@ std::vector<DatedLog> LogFileNames::List() const {
     return logs;
 }
 
-bool LogFileNames::MakeUniqueDated(int count, std::string& out) const {
+bool LogFileNames::MakeUniqueDated(std::string const& log, int count, std::string& out) const {
     struct stat entry {};
-    std::time_t const written = ::stat(FullPath().c_str(), &entry) == 0 ? entry.st_mtime : std::time(nullptr);
+    std::time_t const written = ::stat(log.c_str(), &entry) == 0 ? entry.st_mtime : std::time(nullptr);
     std::tm local{};
     ::localtime_r(&written, &local);
     std::string const stem = InDirectory(baseName) + FormatText("-%Y%m%d", local);

@@ -4,26 +4,21 @@
 #include <cstring>
 #include <string_view>
 #include <system_error>
+#include <type_traits>
 
 namespace {
 
 /// How wide an integer argument is.
-enum class Width { Int, Long, LongLong, Size };
+enum class Width { Int, Long, LongLong };
+static_assert(std::is_same_v<std::size_t, unsigned long>, "z counts as l");
 
 Width TakeWidth(char const*& format) {
-    if (*format == 'z') {
-        ++format;
-        return Width::Size;
-    }
-    if (*format != 'l') {
+    if (*format != 'l' && *format != 'z') {
         return Width::Int;
     }
-    ++format;
-    if (*format != 'l') {
-        return Width::Long;
-    }
-    ++format;
-    return Width::LongLong;
+    bool const isTwice = format[0] == 'l' && format[1] == 'l';
+    format += isTwice ? 2 : 1;
+    return isTwice ? Width::LongLong : Width::Long;
 }
 
 /// A list of arguments that ends with its scope.
@@ -34,30 +29,16 @@ struct Arguments {
     Arguments& operator=(Arguments const&) = delete;
 
     long long TakeSigned(Width width) {
-        switch (width) {
-            case Width::Int:
-                return va_arg(list, int);
-            case Width::Long:
-                return va_arg(list, long);
-            case Width::LongLong:
-                return va_arg(list, long long);
-            case Width::Size:
-                return va_arg(list, std::ptrdiff_t);
+        if (width == Width::Int) {
+            return va_arg(list, int);
         }
-        return 0;
+        return width == Width::Long ? va_arg(list, long) : va_arg(list, long long);
     }
     unsigned long long TakeUnsigned(Width width) {
-        switch (width) {
-            case Width::Int:
-                return va_arg(list, unsigned);
-            case Width::Long:
-                return va_arg(list, unsigned long);
-            case Width::LongLong:
-                return va_arg(list, unsigned long long);
-            case Width::Size:
-                return va_arg(list, std::size_t);
+        if (width == Width::Int) {
+            return va_arg(list, unsigned);
         }
-        return 0;
+        return width == Width::Long ? va_arg(list, unsigned long) : va_arg(list, unsigned long long);
     }
 
     std::va_list list;

@@ -87,6 +87,27 @@ TEST_F(FileLogTest, BufferedTextGoesBehindARotatedLogWithoutAGap) {
     EXPECT_THAT(Messages(other), ElementsAre("kept", "***", "new"));
 }
 
+TEST_F(FileLogTest, FinishesOrUndoesTheRotationOfAProcessThatDied) {
+    std::time_t const before = NoonDaysAgo(1);
+    std::string const copy = directory + ".app.rotated";
+    std::string const dated = directory + std::string("app") + Dated(before) + ".log";
+    for (bool const emptied : {false, true}) {
+        std::ofstream(copy) << "x <y~z> I [a] old\n";
+        SetModified(copy, before);
+        std::ofstream(path) << (emptied ? "" : "x <y~z> I [a] old\nx <y~z> I [a] more\n");
+        Log(emptied ? "newer" : "new");
+        if (emptied) {
+            EXPECT_THAT(Messages(), ElementsAre("***", "newer"));
+            EXPECT_THAT(Messages(dated), ElementsAre("old"));
+        } else {
+            EXPECT_THAT(Messages(), ElementsAre("old", "more", "***", "new"));
+            EXPECT_FALSE(std::filesystem::exists(dated));
+        }
+        EXPECT_FALSE(std::filesystem::exists(copy));
+        handler->Close();
+    }
+}
+
 TEST_F(FileLogTest, GivesUpRotatingWhenAllNamesOfADayAreTaken) {
     std::string const today = Dated(std::time(nullptr));
     std::ofstream(directory + std::string("app") + today + ".log").flush();

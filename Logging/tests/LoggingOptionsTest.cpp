@@ -5,7 +5,6 @@
 #include <getopt.h>
 #include <gmock/gmock.h>
 
-#include <filesystem>
 #include <random>
 #include <string>
 #include <vector>
@@ -210,29 +209,6 @@ TEST_F(LoggingOptionsTest, ExportedAndAppliedAgainGiveTheSameState) {
         ASSERT_TRUE(Apply(ExportLoggingOptions(LogConfig::Instance())));
         ASSERT_EQ(State(), state) << testing::PrintToString(arguments);
     }
-}
-
-TEST_F(LoggingOptionsTest, AnyTextIsHandledOrRefused) {
-    std::filesystem::path const working = std::filesystem::current_path();
-    std::filesystem::current_path(HomeDirectory());  // where the log files go
-    std::string const letters = "+-cCfFbhVeriwatn0159 x\t\xff";
-    std::minstd_rand random(1);
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    for (int round = 0; round < 3000; ++round) {
-        Arguments arguments(1 + random() % 3);
-        for (std::string& argument : arguments) {
-            argument = random() % 2 == 0 ? "-V" : "";
-            for (auto size = random() % 8; size != 0; --size) {
-                argument += letters[random() % letters.size()];
-            }
-        }
-        Apply(arguments);
-    }
-    LogConfig::Instance().Reset(true);
-    std::filesystem::current_path(working);
-    testing::internal::GetCapturedStdout();
-    testing::internal::GetCapturedStderr();
 }
 
 TEST_F(LoggingOptionsTest, AProgramTakesThemOutOfItsCommandLine) {

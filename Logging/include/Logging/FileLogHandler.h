@@ -39,12 +39,13 @@ struct LogFileNames {
     /// The log and its rotated siblings that exist, oldest first. A log without extension has none.
     std::vector<DatedLog> List() const;
 
-    /// A free name for the log to be rotated into: dated by its modification time, and numbered when that is
+    /// A free name for a log to be rotated into: dated by its modification time, and numbered when that is
     /// taken.
+    /// @param log    the log's path.
     /// @param count  numbers to try.
     /// @param out    the name.
     /// @return false, with a warning logged, when all are taken.
-    bool MakeUniqueDated(int count, std::string& out) const;
+    bool MakeUniqueDated(std::string const& log, int count, std::string& out) const;
 };
 
 /// A sink that writes to a text file which several processes share: buffers in the process, folds repeated
@@ -121,6 +122,7 @@ private:
     void RotateExistingLog();
     void RotateOpenLog();
     bool CopyLog(std::string const& unfinished, std::string const& target);
+    bool FinishRotation();
     std::vector<DatedLog> ListLogs();
     std::vector<DatedLog> ListOldLogs();
 
