@@ -18,20 +18,6 @@ int IdOf(std::shared_ptr<AMessage> const& event) {
     return event == nullptr ? -1 : dynamic_cast<AChannelMessage&>(*event).GetChannelId();
 }
 
-TEST(EventQueueTest, EventsAreKeptApartByType) {
-    EventQueue queue;
-    for (auto const& [type, id] : {std::pair{"a", 1}, {"a", 2}, {"b", 3}, {"b", 4}}) {
-        queue.QueueEvent(NewEvent(type, id));
-    }
-    EXPECT_EQ(queue.TakeNextEvent("c"), nullptr);
-    EXPECT_EQ(IdOf(queue.TakeNextEvent("b")), 3);
-    EXPECT_EQ(IdOf(queue.TakeNextEvent("a")), 1);
-    EXPECT_EQ(IdOf(queue.TakeNextEvent("a")), 2);
-    EXPECT_EQ(queue.TakeNextEvent("a"), nullptr);
-    EXPECT_EQ(IdOf(queue.TakeNextEvent("")), 4);
-    EXPECT_TRUE(queue.TakeAllEvents("").empty());
-}
-
 TEST(EventDispatcherTest, EveryHandlerOfEveryEventRunsWhateverTheOthersSay) {
     EventQueue queue;
     EventDispatcher dispatcher(nullptr);

@@ -109,30 +109,6 @@ TEST_F(PipeFramesTest, ABadEventIsConsumedWithALine) {
     }
 }
 
-TEST_F(PipeFramesTest, ARequestOfTooFewOrTooManyFramesIsAnsweredAndForgotten) {
-    AMessagePipeRequestReply* server = Server("odd");
-    RawSocket peer = Raw(ZMQ_REQ, "odd");
-    for (Frames const& frames :
-         {Frames{""}, {"", "a"}, {"", "a", "b", "c"}, {"", "a", "b", "c", "d", "e", "f"}}) {
-        vq::test::LogCapture log;
-        bool const isShort = frames.size() < 3;
-        peer.Send(frames);
-        EXPECT_EQ(Next(server) == nullptr, isShort);
-        EXPECT_EQ(log.Count(LogLevel::Error, "expected MORE after frame: "), isShort);
-        EXPECT_EQ(server->OwesAnswerToMalformed(), isShort);
-        EXPECT_EQ(server->DrainExtraFrames(), !isShort);
-        ASSERT_TRUE(MessageUtils::SendError<vq::vds::Error>(server, "bad"));
-        EXPECT_EQ(peer.Receive(), (Frames{"", "vq.vds.Error", "\n\3bad"}));
-    }
-    // Whoever does not drain finds the fourth frame as a message of its own.
-    vq::test::LogCapture log;
-    peer.Send({"", "a", "b", "c"});
-    ASSERT_NE(Next(server), nullptr);
-    EXPECT_FALSE(MessageUtils::SendError<vq::vds::Error>(server, "too early"));
-    EXPECT_EQ(Next(server), nullptr);
-    EXPECT_TRUE(MessageUtils::SendError<vq::vds::Error>(server, "bad"));
-}
-
 TEST_F(PipeFramesTest, AnIdleReaderTimesOutWithoutALine) {
     vq::test::LogCapture log;
     for (AMessageReader* reader :

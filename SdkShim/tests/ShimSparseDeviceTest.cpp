@@ -99,17 +99,6 @@ TEST_F(ShimSparseDeviceTest, TheFirstCommandAsksTheServerAndTheSecondDoesNot) {
     EXPECT_EQ(m_server.RequestTypes(), Types{});
 }
 
-TEST_F(ShimSparseDeviceTest, AMissingProviderIsRememberedUntilTheChannelIsMapped) {
-    Start();
-    EXPECT_EQ(Provider(), "");
-    m_server.ClearRequests();
-    // Too late for a question: only the server's word counts from here on.
-    m_server.SetMappings({{kOther, kChannel}});
-    EXPECT_EQ(Provider(), "");
-    EXPECT_EQ(m_server.RequestTypes(), Types{});
-    MapTo(kOther, kOther);
-}
-
 TEST_F(ShimSparseDeviceTest, UnmappingAndMappingAnewAreFollowed) {
     m_server.SetMappings({{kPreferred, kChannel}});
     Start();
@@ -124,21 +113,6 @@ TEST_F(ShimSparseDeviceTest, UnmappingAndMappingAnewAreFollowed) {
     m_server.Publish(foreign);
     MapTo(kOther, kOther);  // behind the other event on the same socket
     MapTo("no such device", "");
-}
-
-TEST_F(ShimSparseDeviceTest, AfterAPruneTheDeviceFollowsMappingsAgain) {
-    Start();
-    EXPECT_EQ(Provider(), "");
-    vq::vds::DeviceUnregisteredEvent pruned;
-    pruned.set_name("IdentityShimSparseDevice");
-    pruned.set_device_id(static_cast<std::uint32_t>(m_device.DeviceId()));
-    auto const deadline = std::chrono::steady_clock::now() + 30s;
-    while (m_server.Received<vq::vds::RegisterSparseDevice>().empty() &&
-           std::chrono::steady_clock::now() < deadline) {
-        m_server.Publish(pruned);
-        m_device.Update();
-    }
-    MapTo(kPreferred, kPreferred);
 }
 
 TEST_F(ShimSparseDeviceTest, AFeatureWithoutAChannelIsReportedEachTimeAndAChannelWithoutANameIsNobodys) {

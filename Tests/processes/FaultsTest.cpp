@@ -115,15 +115,6 @@ TEST_F(Faults, AServerThatStopsInOrderEndsTheProviderAndFailsTheCalls) {
     EXPECT_LT(names.duration, 40s);
 }
 
-TEST_F(Faults, AServerOfANewerProtocolIsRefused) {
-    m_rig.StartServer({"--protocol-version", "13"});
-    Caller caller;
-    CallResult const names = caller.Call("names");
-    EXPECT_EQ(names.code, kFailure);
-    EXPECT_NE(caller.Process().DrainOutput().find("protocol version is too new"), std::string::npos)
-        << caller.Process().Output();
-}
-
 TEST_F(Faults, EveryWayToExitIsCleanAndUnregistersTheDevice) {
     StartAll();
     for (auto const& [command, connectFirst] : {std::pair{"exit", false},

@@ -32,22 +32,6 @@ TEST_F(DeviceRegistrationTest, AnnouncesEachStepToThoseWhoMayHaveMissedTheFirst)
                                           "p from a", "registered a 1", "initialized a 1"));
 }
 
-TEST_F(DeviceRegistrationTest, AListenerThatComesLateHearsOfFreshDevicesOnce) {
-    Register("old");
-    now += ServerState::kFreshTime;
-    Register("fresh");
-    TakeEvents();
-    state.AnnounceToNewListener(now, now + 1s);
-    EXPECT_THAT(TakeEvents(), IsEmpty()) << "who was there before the announcement has heard it";
-    state.AnnounceToNewListener(now + 1ms, now + 1s);
-    state.AnnounceToNewListener(now + 1ms, now + 1s);
-    EXPECT_THAT(TakeEvents(), ElementsAre("registered fresh 2"));
-    for (auto age = 1s; age < 2 * ServerState::kFreshTime; age += 1s) {
-        state.AnnounceToNewListener(now + age, now + age);
-    }
-    EXPECT_THAT(TakeEvents().size(), testing::AllOf(testing::Ge(2U), testing::Le(4U)));
-}
-
 TEST_F(DeviceRegistrationTest, SameNameReplacesTheOldDevice) {
     Provider("a", "c");
     TakeEvents();

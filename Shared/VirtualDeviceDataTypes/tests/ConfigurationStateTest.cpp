@@ -139,16 +139,6 @@ TEST(Settings, LetHandlersRegisterMoreHandlers) {
     EXPECT_THROW(state.RegisterPropertyChangedHandler("y", {}), std::bad_function_call);
 }
 
-TEST(States, CopyDeeplyWithTheirHandlers) {
-    ConfigurationState first = MakeState();
-    int calls = 0;
-    first.RegisterPropertyChangedHandler("x", [&] { ++calls; });
-    ConfigurationState second = first;
-    second.SetValue("x", 9);
-    EXPECT_EQ(calls, 2);
-    EXPECT_EQ(first.GetValue("x").integer_value(), 7);
-}
-
 TEST(SettingsFromJson, AreCoercedButNeitherClampedNorAnnounced) {
     ConfigurationState state = MakeState();
     int calls = 0;

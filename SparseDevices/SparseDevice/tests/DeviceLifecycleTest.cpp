@@ -11,7 +11,6 @@ namespace vq::test {
 
 using namespace vq::vds;
 using testing::ElementsAre;
-using testing::Lt;
 
 std::vector<std::string> const kRegistration = Tokenize(
     "GetServerEventAddress GetServerDataEventBroadcastAddress RegisterSparseDevice "
@@ -168,28 +167,6 @@ TEST_F(DeviceTest, InitFailsWhereverTheServerRefuses) {
     server->ClearRequests();
     device.reset();
     EXPECT_TRUE(server->Requests().empty()) << "who never registered takes no leave";
-}
-
-TEST_F(DeviceTest, LeavesAStoppingServerWithoutWaitingForIt) {
-    server->SetAutoStats(true);
-    server->On<UnregisterSparseDevice>([](UnregisterSparseDevice const&) { return nullptr; });
-    TestApplication owner;
-    application = &owner;
-    ASSERT_TRUE(Start());
-    AwaitSubscription();
-    ServerStoppingEvent event;
-    event.set_text("bye");
-    server->Publish(event);
-    ASSERT_TRUE(StepUntil([&] { return device->IsRequestingExit(); }));
-    EXPECT_TRUE(owner.IsExitRequested());
-    server->ClearRequests();
-    auto const start = std::chrono::steady_clock::now();
-    EXPECT_TRUE(device->Update());
-    EXPECT_THAT(std::chrono::steady_clock::now() - start, Lt(std::chrono::seconds(10)));
-    EXPECT_EQ(device->GetState(), SparseDevice::State::Uninitialized);
-    ASSERT_TRUE(server->WaitFor<UnregisterSparseDevice>());
-    EXPECT_THAT(server->RequestTypes(), ElementsAre("UnregisterSparseDevice")) << "no statistics any more";
-    device.reset();
 }
 
 }  // namespace vq::test
