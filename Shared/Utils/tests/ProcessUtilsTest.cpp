@@ -78,20 +78,6 @@ TEST(ProcessUtilsTest, TakesDataRootsFromTheEnvironment) {
     EXPECT_EQ(GetUserHomeDirectory(), EnsureDirectoryPath(GetCurrentWorkingDirectory()));
 }
 
-TEST(ProcessUtilsTest, KnowsPagesAndTheKernelsRelease) {
-    std::size_t const page = GetPageSize();
-    for (auto const& [size, pages] :
-         {std::pair<std::size_t, std::size_t>{0, 1}, {1, 1}, {page, 1}, {page + 1, 2}}) {
-        EXPECT_EQ(GetNextLargestPageSize(size), pages * page) << size;
-    }
-    int major = -1;
-    int minor = -1;
-    EXPECT_TRUE(GetOSVersion(major, minor));
-    std::string release;
-    std::ifstream("/proc/sys/kernel/osrelease") >> release;
-    EXPECT_EQ(release.find(std::to_string(major) + "." + std::to_string(minor)), 0u) << release;
-}
-
 TEST(ProcessUtilsDeathTest, StandardInputIsNotAccessibleWhenClosedOrNull) {
     auto const check = [](char const* source) {
         ::close(STDIN_FILENO);

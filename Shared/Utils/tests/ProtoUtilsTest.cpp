@@ -127,22 +127,6 @@ TEST(ProtoUtils, ExtendedClipExtentsSendAsManyAsTheyCountAndPlainOnesTakeTwo) {
     }
 }
 
-TEST(ProtoUtils, IdentityAttributesBorrowTextsOneWayAndCopyThemTheOther) {
-    vq::sd::VQIdentityAttribute message;
-    message.set_key(vq::sd::VQIdentityAttributeKey_7);
-    message.set_name("mail");
-    message.set_value("");
-    message.set_is_requested(true);
-    message.set_is_granted(false);
-    ::VQIdentityAttribute plain{};
-    ConvertTo(message, &plain);
-    EXPECT_EQ(static_cast<void const*>(plain.name), message.name().c_str());
-    plain.value = nullptr;
-    vq::sd::VQIdentityAttribute back;
-    ConvertTo(plain, &back);
-    EXPECT_EQ(back.SerializeAsString(), message.SerializeAsString());
-}
-
 TEST(ProtoUtils, SurfaceFormatsMapByValueAndRefuseOthersWithAnErrorLine) {
     vq::test::LogCapture log;
     for (int const number : {0, 1, 2, 3, 4, 5, 6, 7, -1, 8, 1 << 30}) {

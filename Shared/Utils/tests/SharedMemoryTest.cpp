@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -6,13 +5,11 @@
 
 #include <cstring>
 #include <fstream>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "TestSupport/LogCapture.h"
 #include "TestSupport/TestHome.h"
-#include "Utils/FileDescriptor.h"
 #include "Utils/OSUtils.h"
 #include "Utils/SharedMemoryMmap.h"
 
@@ -124,17 +121,6 @@ TEST(SharedMemoryTest, OperationsOutOfTurnAreRefusedWithTheirLine) {
                   "E Failed to resize mapped memory -- Detach() first",
                   "E Failed to resize to 4611686018427387904 bytes the shared memory block 'turns' at '" +
                       PathOf("turns") + "': File too large"}));
-}
-
-TEST(SharedMemoryTest, EveryKnownTypeIsBackedByAFileAndOthersByNothing) {
-    for (int value = 0; value < 3; ++value) {
-        auto const type = static_cast<SharedMemoryType>(value);
-        EXPECT_EQ(SharedMemoryFactory::Make("t", 1, type)->GetType(), SharedMemoryType::FILE);
-        EXPECT_EQ(SharedMemoryFactory::CanResize(type), type == SharedMemoryType::FILE);
-    }
-    auto const none = SharedMemoryFactory::Make("t", 1, static_cast<SharedMemoryType>(7));
-    EXPECT_FALSE(none->Create());
-    EXPECT_EQ(none->Attach(Access::Read), nullptr);
 }
 
 TEST(SharedMemoryTest, AFullDiskIsAnErrorAndNotAFault) {
