@@ -5,7 +5,6 @@
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <zmq.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -15,10 +14,9 @@
 #include <vector>
 
 #include "Messaging/SharedMemoryAccessor.h"
-#include "RawPeer.h"
 #include "Rig.h"
 #include "ServerRequests.pb.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/RawWire.h"
 #include "Utils/SharedMutex.h"
 
 namespace vq::test {
@@ -27,7 +25,7 @@ namespace {
 using Process = std::unique_ptr<ChildProcess>;
 
 Process Start(std::string const& program, std::vector<std::string> const& arguments) {
-    std::vector<std::string> command = {std::string(VQ_BINARY_DIR) + "/" + program};
+    std::vector<std::string> command = {Rig::Binary(program.c_str())};
     command.insert(command.end(), arguments.begin(), arguments.end());
     auto process = std::make_unique<ChildProcess>(command);
     EXPECT_TRUE(process->ReadLineWith("ready", kStartLimit)) << process->DrainOutput();
@@ -160,11 +158,9 @@ TEST(ChannelSoak, AWriterThatDiesInsideTheLockStopsTheImageAloneUntilItsMutexIsR
     Process const observer = Start("sample_observer", {"--report-ms", "100"});
     while (Reported(*observer, "sample.image") == 0) {
     }
-    RawSocket server(ZMQ_REQ, "ipc://" + HomeDirectory() + "vds");
     vq::vds::FindServerSharedMemory find;
     find.set_memory_id("sample.image");
-    vq::vds::FindServerSharedMemory::Reply names;
-    Exchange(server, find, names);
+    auto const names = RawSocket(ZMQ_REQ, rig.Address()).Get(find);
     DieInsideTheLock(names.mutex_name());
     long before = 0;
     long now = Reported(*observer, "sample.image");
