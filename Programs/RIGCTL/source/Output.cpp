@@ -10,6 +10,8 @@
 #include <cstring>
 #include <utility>
 
+#include "Failure.h"
+
 namespace vq::rigctl {
 
 namespace {
@@ -31,6 +33,13 @@ std::string Printable(std::string text) {
     std::ranges::replace_if(
         text, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }, ' ');
     return text;
+}
+
+/// One line on standard output. A reader that has gone ends the command, also where its signal is ignored.
+void Put(std::string const& text) {
+    if (std::puts(text.c_str()) == EOF) {
+        throw Failure(Status::Refused, "Cannot write to standard output.");
+    }
 }
 
 /// The shortest digits that are read back as the same number.
@@ -73,11 +82,11 @@ Output::Output(bool json, std::string const& color) : m_json(json), m_color(!jso
 }
 
 void Output::Object(Json::Value const& object) const {
-    std::puts(CompactJson(object).c_str());
+    Put(CompactJson(object));
 }
 
 void Output::Line(std::string const& text) const {
-    std::puts(Printable(text).c_str());
+    Put(Printable(text));
 }
 
 void Output::List(std::vector<Column> const& columns, std::vector<Json::Value> const& rows) const {
@@ -88,9 +97,9 @@ void Output::List(std::vector<Column> const& columns, std::vector<Json::Value> c
         return;
     }
     std::vector<std::string> const lines = Table(columns, rows);
-    std::puts(Bold(lines[0]).c_str());
+    Put(Bold(lines[0]));
     for (std::size_t i = 1; i < lines.size(); ++i) {
-        std::puts(lines[i].c_str());
+        Put(lines[i]);
     }
 }
 

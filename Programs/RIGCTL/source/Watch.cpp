@@ -15,6 +15,8 @@ namespace {
 
 /// A server that is silent for so long is gone: devices leave then too.
 constexpr std::chrono::seconds kSilence{10};
+/// Read in one go before the clock is looked at.
+constexpr int kBatch = 100;
 
 std::string TimeText() {
     auto const now = std::chrono::system_clock::now();
@@ -130,10 +132,10 @@ public:
 private:
     std::string AddressOf(char const* request) { return m_session.Ask(request)["address"].asString(); }
 
-    /// Prints what has come. False when there was nothing.
+    /// Prints what has come, up to a bound: more may come for ever. False when there was nothing.
     bool Drain(Subscription& subscription) {
         bool any = false;
-        while (!m_done) {
+        for (int left = kBatch; left > 0 && !m_done; --left) {
             auto const event = subscription.Take();
             if (!event) {
                 break;

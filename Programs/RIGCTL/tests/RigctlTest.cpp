@@ -155,6 +155,9 @@ TEST_F(ExitStatus, TellsWhatARunningAHungAndADeadServerDo) {
     }
     Expect({{{"doctor", "--timeout", "200"}, 5, "end the server's process"},
             {{"--complete", "config", ""}, 0, "get"}});
+    Expect({{{"run", "--", "sh", "-c", Binary("RIGCTL") + " servers >/dev/full; exit $?"},
+             1,
+             "Cannot write to standard output"}});
     Result const silence = End(watcher);
     EXPECT_EQ(silence.status, 4);
     EXPECT_THAT(silence.output, HasSubstr("has fallen silent"));
