@@ -8,16 +8,6 @@ namespace {
 constexpr auto kProducer = vq::ch::ChannelRole_Producer;
 constexpr auto kObserver = vq::ch::ChannelRole_Observer;
 
-class CountingDescriptor : public ChannelDescriptor {
-public:
-    CountingDescriptor(std::string const& channel, int& deleted)
-        : ChannelDescriptor(channel, "", "Vec3", "", false, true), m_deleted(deleted) {}
-    ~CountingDescriptor() override { ++m_deleted; }
-
-private:
-    int& m_deleted;
-};
-
 class ChannelFactoryTest : public MessagingTest {
 protected:
     AMessagePipeEventSender* m_sender = Sender("channels");
@@ -50,23 +40,16 @@ TEST_F(ChannelFactoryTest, EveryDataTypeHasItsTextAndMakesBothEnds) {
               "Keyboard Data,");
 }
 
+// That each is deleted once is for the address sanitizer to see.
 TEST_F(ChannelFactoryTest, TheFactoryOwnsItsDescriptorsAndDeletesNewcomersOfAKnownName) {
-    int kept = 0;
-    int refused = 0;
-    {
-        ChannelFactory factory(m_context.get(), m_sender, m_listener);
-        auto* const descriptor = new CountingDescriptor("a", kept);
-        std::vector<ChannelDescriptor*> list = {descriptor, descriptor, new CountingDescriptor("a", refused)};
-        factory.AddChannelDescriptors(list);
-        EXPECT_TRUE(list.empty());
-        list = {descriptor};
-        factory.AddChannelDescriptors(list);
-        EXPECT_EQ(kept, 0);
-        EXPECT_EQ(refused, 1);
-        EXPECT_EQ(factory.CreateChannelDescriptor("a", "Quat", "x"), descriptor);
-        EXPECT_EQ(descriptor->dataType, "Vec3");
-    }
-    EXPECT_EQ(kept, 1);
+    auto* const descriptor = new ChannelDescriptor("a", "", "Vec3", "", false, true);
+    std::vector<ChannelDescriptor*> list = {descriptor, descriptor, new ChannelDescriptor(*descriptor)};
+    m_factory.AddChannelDescriptors(list);
+    EXPECT_TRUE(list.empty());
+    list = {descriptor};
+    m_factory.AddChannelDescriptors(list);
+    EXPECT_EQ(m_factory.CreateChannelDescriptor("a", "Quat", "x"), descriptor);
+    EXPECT_EQ(descriptor->dataType, "Vec3");
 }
 
 TEST_F(ChannelFactoryTest, AChannelThatCannotBeMadeIsNullWithItsLine) {

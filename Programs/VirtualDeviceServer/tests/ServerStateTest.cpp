@@ -144,27 +144,6 @@ TEST_F(MappingTest, TheNextInRankTakesOverWhenAProviderGoesAndAnIdleOneGoesWitho
 
 class PruningTest : public StateFixture {};
 
-TEST_F(PruningTest, OnlyTheSilentGo) {
-    state.pruneAfter = 10s;
-    std::int32_t const silent = Provider("silent", "x");
-    std::int32_t const talking = Register("talking");
-    TakeEvents();
-    now += 6s;
-    state.Heard(talking, now);
-    state.Heard(99, now);
-    state.PruneSilent(now);
-    EXPECT_THAT(TakeEvents(), IsEmpty());
-    now += 6s;
-    state.PruneSilent(now);
-    EXPECT_THAT(TakeEvents(), ElementsAre("silent lost x as producer", "x from", "unregistered silent 1"));
-    EXPECT_EQ(state.Devices().Find(silent), nullptr);
-
-    state.MarkAllHeard(now);
-    state.pruneAfter = 0s;
-    state.PruneSilent(now + 1000h);
-    EXPECT_NE(state.Devices().Find(talking), nullptr);
-}
-
 TEST_F(PruningTest, AnApplicationWhoseLastDeviceFellSilentHasCrashed) {
     vq::vds::RegisterDeviceApplication application;
     application.set_name("app");

@@ -95,20 +95,6 @@ TEST_F(FileUtilsTest, RemovesATreeWithoutFollowingItsLinksAndNamesWhatStays) {
     EXPECT_FALSE(DirectoryExists("odd/b"));
 }
 
-TEST_F(FileUtilsTest, ResizesWhatHasBeenWrittenAndKnowsTheSpace) {
-    std::FILE* const file = OpenSharedFile("file", "w+");
-    ASSERT_NE(file, nullptr);
-    std::fputs("12345", file);
-    EXPECT_TRUE(ResizeFile(file, 3));
-    EXPECT_EQ(std::filesystem::file_size("file"), 3U);
-    std::fclose(file);
-    std::uint64_t space = 0;
-    EXPECT_TRUE(GetDiskFreeSpaceFile("file", space));
-    EXPECT_GT(space, 0U);
-    EXPECT_FALSE(GetDiskFreeSpaceFile("missing/file", space));
-    EXPECT_EQ(space, 0U);
-}
-
 TEST_F(FileUtilsTest, TheLockExcludesAnotherProcessUntilItIsReleased) {
     std::FILE* const file = OpenSharedFile("lock", "w+");
     int held[2];

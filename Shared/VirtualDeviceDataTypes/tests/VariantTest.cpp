@@ -155,17 +155,6 @@ TEST(CoercionOfText, ThrowsWithoutALeadingNumberAndTheTryFormDoesNot) {
     EXPECT_FALSE(TryCoerceVariantToType(value, "float", info));
 }
 
-TEST(Variants, GiveFloatsOrTheFallback) {
-    LogCapture log;
-    Variant value;
-    EXPECT_EQ(GetVariantFloat("n", value, 9), 9);
-    value.set_integer_value(3);
-    EXPECT_EQ(GetVariantFloat("n", value, 9), 3);
-    value.set_float_value(2.5F);
-    EXPECT_EQ(GetVariantFloat("n", value, 9), 2.5F);
-    EXPECT_THAT(log.Lines(), ElementsAre("W Expected float or integer for 'n', got type 0"));
-}
-
 TEST(PropertyTypes, HaveDefaultsOfTheirCase) {
     for (auto const& [type, text] :  // null: no default
          Table<Text, Text>{{"boolean", "false"},
