@@ -1,6 +1,7 @@
 #include "Messaging/ChannelFactory.h"
 
 #include "Descriptors.pb.h"
+#include "Messaging/AMessageManager.h"
 #include "MessagingFixture.h"
 
 namespace {
@@ -10,6 +11,9 @@ constexpr auto kObserver = vq::ch::ChannelRole_Observer;
 
 class ChannelFactoryTest : public MessagingTest {
 protected:
+    // Channels of shared buffers have made themselves a context there.
+    ~ChannelFactoryTest() override { AMessageManager::Instance().Cleanup(); }
+
     AMessagePipeEventSender* m_sender = Sender("channels");
     AMessagePipeEventListener* m_listener = Listener("channels");
     vq::test::LogCapture m_log{LogLevel::Verbose};
