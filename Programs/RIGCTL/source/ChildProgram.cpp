@@ -42,7 +42,7 @@ constexpr std::chrono::seconds kPatience{3};
         for (int const stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
             ::dup2(nothing, stream);
         }
-        if (nothing > 3) {
+        if (nothing > STDERR_FILENO) {
             ::close(nothing);
         }
     }

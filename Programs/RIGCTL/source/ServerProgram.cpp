@@ -43,6 +43,7 @@ std::unique_ptr<ChildProgram> StartServerProgram(std::string const& address, std
     auto server = std::make_unique<ChildProgram>(arguments, options);
     writing.Reset();
     if (!AwaitReady(reading.Get(), interrupt, deadline)) {
+        server->End(Clock::now());
         throw Failure(Status::NoServer, "The server did not start at " + address +
                                             ": run 'vdserver --address " + address + "' to see why.");
     }
