@@ -1,3 +1,4 @@
+#include "Messaging/AMessageManager.h"
 #include "Messaging/ChannelFactory.h"
 
 #include "Descriptors.pb.h"
@@ -42,6 +43,8 @@ TEST_F(ChannelFactoryTest, EveryDataTypeHasItsTextAndMakesBothEnds) {
               "Hand Tracking Keypoint Data,Hand Tracking Data,Input Controller,Lifecycle Event,Feature,"
               "Image Target Result,Raycast Results,Mesh,Mesh Info,Planes,Pcf,Controller System State,"
               "Keyboard Data,");
+    // Channels of shared buffers have opened pipes to the server.
+    AMessageManager::Instance().Cleanup();
 }
 
 // That each is deleted once is for the address sanitizer to see.
