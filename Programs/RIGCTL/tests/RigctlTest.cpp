@@ -8,9 +8,9 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 
 #include "TestSupport/ChildProcess.h"
 #include "TestSupport/TestHome.h"
@@ -32,6 +32,12 @@ struct Result {
 
 std::string Binary(char const* name) {
     return std::string(VQ_BINARY_DIR) + "/" + name;
+}
+
+void Replace(std::string& text, std::string const& from, std::string const& to) {
+    for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+        text.replace(at, from.size(), to);
+    }
 }
 
 std::string Joined(Words const& words) {
@@ -68,10 +74,10 @@ protected:
     }
     void StartServer() {
         Do({"-s"});
-        std::smatch process;
         std::string const line = Do({"--json"});
-        ASSERT_TRUE(std::regex_search(line, process, std::regex("\"process\":([0-9]+)"))) << line;
-        m_server = std::stoi(process[1]);
+        std::string const key = "\"process\":";
+        ASSERT_NE(line.find(key), std::string::npos) << line;
+        m_server = std::stoi(line.substr(line.find(key) + key.size()));
     }
     void SignalServer(int number) const {
         if (m_server > 0) {
@@ -202,10 +208,14 @@ TEST_F(Rigctl, ShowsWhatThereIsAsJson) {
         Words arguments = golden.arguments;
         arguments.emplace_back("--json");
         std::string text = Do(arguments);
-        text = std::regex_replace(text, std::regex("\"(process|application|minimum_protocol)\":[0-9]+"),
-                                  "\"$1\":N");
-        text = std::regex_replace(text, std::regex(m_address), "ADDRESS");
-        text = std::regex_replace(text, std::regex(kDevice), "DEVICE");
+        for (char const* const key : {"\"process\":", "\"application\":", "\"minimum_protocol\":"}) {
+            for (std::size_t at = text.find(key); at != std::string::npos; at = text.find(key, at + 1)) {
+                std::size_t const number = at + std::strlen(key);
+                text.replace(number, text.find_first_not_of("0123456789", number) - number, "N");
+            }
+        }
+        Replace(text, m_address, "ADDRESS");
+        Replace(text, kDevice, "DEVICE");
         EXPECT_EQ(text, std::string(golden.lines) + "\n") << Joined(golden.arguments);
     }
     EXPECT_EQ(Run({"devices", "--color", "always"}).output.substr(0, 4), "\x1b[1m");
