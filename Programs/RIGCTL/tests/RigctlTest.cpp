@@ -48,7 +48,11 @@ class Rigctl : public testing::Test {
 protected:
     Rigctl() { ::setenv("VQ_VDS_ADDRESS", m_address.c_str(), 1); }
     /// No server outlives its test.
-    ~Rigctl() override { SignalServer(SIGKILL); }
+    ~Rigctl() override {
+        SignalServer(SIGKILL);
+        // Another one may have taken its place.
+        Run({"-k", "--timeout", "10000"});
+    }
 
     static ChildProcess Begin(Words arguments, ChildProcess::Environment const& environment = {}) {
         arguments.insert(arguments.begin(), Binary("RIGCTL"));
