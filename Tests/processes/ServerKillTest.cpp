@@ -54,6 +54,8 @@ TEST_P(ServerKilledAt, EveryCallFailsInsideItsLimitsAndTheProcessEnds) {
     EXPECT_TRUE(tap.HasHungUp());
 
     rig.StartServer();
+    rig.StartProvider();  // the first has ended where the server was away for longer than its heartbeat's
+                          // limit
     tap.Resume();
     CallResult const next = caller.Call("names");
     EXPECT_TRUE(next.code == kFailure || next.code == kNoLocalService) << next.code;
