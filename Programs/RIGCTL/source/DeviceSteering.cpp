@@ -55,6 +55,9 @@ Status LogParameters(Session& session, std::string const& target, Texts const& p
         for (Json::Value const& parameter : row["parameters"]) {
             line.append(line.empty() ? "" : " ").append(parameter.asString());
         }
+        if (line.empty()) {
+            Output::Progress("No parameter differs from its default.");
+        }
         session.Out().Line(line);
     }
     return Status::Done;

@@ -35,6 +35,19 @@ std::string Printable(std::string text) {
     return text;
 }
 
+/// A cell of any but the last column: a wider one would push all others off the screen. JSON shows the whole.
+std::string Fitted(std::string text) {
+    constexpr std::size_t kWidest = 60;
+    if (text.size() > kWidest) {
+        std::size_t end = kWidest - 3;
+        while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U) {
+            --end;  // not within a character
+        }
+        text.replace(end, std::string::npos, "...");
+    }
+    return text;
+}
+
 /// One line on standard output. A reader that has gone ends the command, also where its signal is ignored.
 void Put(std::string const& text) {
     if (std::puts(text.c_str()) == EOF) {
@@ -112,7 +125,9 @@ std::vector<std::string> Output::Table(std::vector<Column> const& columns,
     for (Json::Value const& row : rows) {
         auto& line = cells.emplace_back();
         for (Column const& column : columns) {
-            line.push_back(Printable(TextOf(row[column.key])));
+            std::string cell = Printable(TextOf(row[column.key]));
+            bool const last = &column == &columns.back();
+            line.push_back(last ? std::move(cell) : Fitted(std::move(cell)));
         }
     }
     std::vector<std::size_t> widths(columns.size());
