@@ -4,6 +4,7 @@ find_package(glm REQUIRED GLOBAL)
 vq_add_library(proto_utils
     SOURCES
         source/DumpText.cpp
+        source/PlainHand.cpp
         source/ProtoDump.cpp
         source/ProtoStream.cpp
         source/ProtoUtils.cpp

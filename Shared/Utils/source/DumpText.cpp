@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <cmath>
 #include <cstdint>
 #include <cstring>
 
@@ -12,89 +11,128 @@ namespace {
 constexpr int kDigits = 6;
 
 // What has fewer or more digits before the point is printed with an exponent.
-constexpr double kLeast = 1e-4;
-constexpr double kLimit = 1e6;
-
-/// Powers of ten from kLeast on.
-constexpr int kFirstPower = -4;
+constexpr int kLeastExponent = -4;
 constexpr double kPowers[] = {1e-4, 1e-3, 1e-2, 1e-1, 1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
 
-double PowerOfTen(int exponent) {
-    return kPowers[exponent - kFirstPower];
+constexpr double PowerOfTen(int exponent) {
+    return kPowers[exponent - kLeastExponent];
 }
 
-/// The place of the first digit, counted from the point: 5 for 123456, 0 for 1.5, -4 for 0.0001.
-int ExponentOf(double magnitude) {
-    int const binary = static_cast<int>(std::bit_cast<std::uint64_t>(magnitude) >> 52) - 1023;
-    // 1233 / 4096 is the logarithm of two, close enough that the result is right or one too low.
-    int const exponent = std::max(binary * 1233 >> 12, kFirstPower);
-    return exponent + (magnitude >= PowerOfTen(exponent + 1) ? 1 : 0);
+// Floats above zero are in the order of their bits.
+constexpr std::uint32_t kSignBit = 0x80000000;
+constexpr int kFractionBits = 23;
+constexpr std::uint32_t BitsOf(float number) {
+    return std::bit_cast<std::uint32_t>(number);
 }
 
-/// The nearest whole number, of two equally near the even one. For numbers from 0 to 2^32.
-std::uint32_t RoundToEven(double number) {
-    // Beyond this, doubles have no places behind the point.
-    constexpr double wholes = 4503599627370496.0;
-    return static_cast<std::uint32_t>((number + wholes) - wholes);
+/// The bits of the smallest float that is not below a power of ten.
+constexpr std::uint32_t BitsOfPower(int exponent) {
+    auto const nearest = static_cast<float>(PowerOfTen(exponent));
+    return BitsOf(nearest) + (static_cast<double>(nearest) < PowerOfTen(exponent) ? 1 : 0);
 }
+
+constexpr std::uint32_t kLeast = BitsOfPower(kLeastExponent);
+constexpr std::uint32_t kLimit = BitsOfPower(kDigits);
+constexpr std::uint32_t kLeastBinade = kLeast >> kFractionBits;
+
+/// Where the numbers between two powers of two lie between powers of ten.
+struct Binade {
+    std::int32_t exponent;    // of the first digit of its smallest number, counted from the point: 0 for 1.5
+    std::uint32_t nextPower;  // the bits from which on it is one more
+};
+constexpr std::array<Binade, (kLimit >> kFractionBits) - kLeastBinade + 1> kBinades = [] {
+    std::array<Binade, (kLimit >> kFractionBits) - kLeastBinade + 1> binades{};
+    int exponent = kLeastExponent;
+    for (std::uint32_t i = 0; i < binades.size(); ++i) {
+        std::uint32_t const smallest = std::max((kLeastBinade + i) << kFractionBits, kLeast);
+        while (exponent + 1 < kDigits && BitsOfPower(exponent + 1) <= smallest) {
+            ++exponent;
+        }
+        binades[i] = {exponent, BitsOfPower(exponent + 1)};
+    }
+    return binades;
+}();
 
 // Digits travel in a register, the first one in its lowest byte, and reach memory in one store.
 static_assert(std::endian::native == std::endian::little);
 
-/// The two digits of each number below 100.
-constexpr std::array<std::uint16_t, 100> kPairs = [] {
-    std::array<std::uint16_t, 100> pairs{};
-    for (unsigned number = 0; number < pairs.size(); ++number) {
-        pairs[number] = static_cast<std::uint16_t>(('0' + number / 10) | ('0' + number % 10) << 8);
+/// The three digits of each number below 1000.
+constexpr std::array<std::uint32_t, 1000> kTriples = [] {
+    std::array<std::uint32_t, 1000> triples{};
+    for (std::uint32_t number = 0; number < triples.size(); ++number) {
+        triples[number] = ('0' + number / 100) | ('0' + number / 10 % 10) << 8 | ('0' + number % 10) << 16;
     }
-    return pairs;
+    return triples;
 }();
 
-void Store(char* out, std::uint64_t characters) {
-    std::memcpy(out, &characters, sizeof characters);
-}
+/// How a number is laid out, by the place of its first digit.
+struct Layout {
+    std::uint8_t zeros;  // characters before the first digit: "0." and zeros
+    std::uint8_t
+        wholeBits;  // of the digits before the point; of all digits when the point is among the zeros
+    std::uint8_t length[kDigits + 1];  // of the text, by the number of digits up to the last that is not 0
+};
+constexpr std::array<Layout, kDigits - kLeastExponent> kLayouts = [] {
+    std::array<Layout, kDigits - kLeastExponent> layouts{};
+    for (int exponent = kLeastExponent; exponent < kDigits; ++exponent) {
+        Layout& layout = layouts[static_cast<std::size_t>(exponent - kLeastExponent)];
+        int const zeros = exponent < 0 ? 1 - exponent : 0;
+        int const whole = exponent < 0 ? kDigits : exponent + 1;
+        layout.zeros = static_cast<std::uint8_t>(zeros);
+        layout.wholeBits = static_cast<std::uint8_t>(8 * whole);
+        for (int used = 1; used <= kDigits; ++used) {
+            int const length = exponent < 0 ? zeros + used : std::max(whole, used + (used > whole ? 1 : 0));
+            layout.length[used] = static_cast<std::uint8_t>(length);
+        }
+    }
+    return layouts;
+}();
 
-/// Six digits with the point behind the first `exponent` + 1 of them, without zeros at the end. Free of
-/// branches, which numbers of mixed sizes would make mispredict.
+/// A number of six digits with the point behind the first `exponent` + 1 of them, without zeros at the end.
+/// Free of branches, which numbers of mixed sizes would make mispredict.
 /// @param exponent  -4 to 5
 /// @param out       writes up to 16 characters, of which those before the result count.
-char* WriteFixed(char* out, std::uint32_t number, int exponent) {
+char* PutFixed(char* out, std::uint32_t number, int exponent) {
+    Layout const& layout = kLayouts[static_cast<std::size_t>(exponent - kLeastExponent)];
+    std::uint32_t const upper = number / 1000;
+    std::uint64_t const digits = kTriples[upper] | std::uint64_t{kTriples[number - 1000 * upper]} << 24;
     constexpr std::uint64_t zeros = 0x303030303030;
-    std::uint64_t const digits = kPairs[number / 10000] | std::uint64_t{kPairs[number / 100 % 100]} << 16 |
-                                 std::uint64_t{kPairs[number % 100]} << 32;
-    int const used = 8 - (std::countl_zero(digits ^ zeros) >> 3);
-    int const below = exponent >> 31;  // all bits for a number below one, else none
-    // Below one "0." and zeros stand in front, else the point stands behind the whole digits.
+    int const used = (71 - std::countl_zero((digits ^ zeros) | 1)) >> 3;
+    std::uint64_t const fraction = digits >> layout.wholeBits;
+    std::uint64_t const whole = digits ^ fraction << layout.wholeBits;
+    std::uint64_t const pointed = (fraction << 8 | '.') << layout.wholeBits | whole;
     std::memcpy(out, "0.000000", 8);
-    out += below & (1 - exponent);
-    int const whole = ~below & (exponent + 1);
-    auto const wholeBits = static_cast<unsigned>(8 * whole);
-    std::uint64_t const fraction = digits >> wholeBits;
-    std::uint64_t const pointed = (fraction << 8 | '.') << wholeBits | (digits ^ fraction << wholeBits);
-    Store(out, below != 0 ? digits : pointed);
-    return out + (below != 0 ? used : std::max(whole, used + (used > whole ? 1 : 0)));
+    std::memcpy(out + layout.zeros, &pointed, sizeof pointed);
+    return out + layout.length[used];
 }
 
 }  // namespace
 
-DumpText& DumpText::operator<<(float number) {
-    MakeRoomForNumber();
-    double const magnitude = std::fabs(static_cast<double>(number));
-    if (magnitude >= kLeast && magnitude < kLimit) {
-        // The product is exact, ties included: 24 bits of the float and at most 21 of the power of ten.
-        int exponent = ExponentOf(magnitude);
-        std::uint32_t digits = RoundToEven(magnitude * PowerOfTen(kDigits - 1 - exponent));
+char* DumpText::Put(char* out, float number) {
+    std::uint32_t const bits = BitsOf(number) & ~kSignBit;
+    if (bits - kLeast < kLimit - kLeast) {
+        Binade const& binade = kBinades[(bits >> kFractionBits) - kLeastBinade];
+        int exponent = binade.exponent + (bits >= binade.nextPower ? 1 : 0);
+        // The product is exact, ties included: 24 bits of the float and at most 21 of the power of ten. The
+        // sum has no places behind the point; its lowest bits are the nearest whole number, of two equally
+        // near the even one.
+        constexpr double wholes = 4503599627370496.0;
+        double const magnitude = std::bit_cast<float>(bits);
+        double const sum = magnitude * PowerOfTen(kDigits - 1 - exponent) + wholes;
+        auto digits = static_cast<std::uint32_t>(std::bit_cast<std::uint64_t>(sum));
         if (digits == 1'000'000) {
             digits = 100'000;
             ++exponent;
         }
         if (exponent < kDigits) {
-            *m_end = '-';
-            m_end = WriteFixed(m_end + (number < 0 ? 1 : 0), digits, exponent);
-            return *this;
+            *out = '-';
+            return PutFixed(out + (BitsOf(number) >> 31), digits, exponent);
         }
     }
-    // Zero, numbers with an exponent, infinity and what is no number.
-    m_end = std::to_chars(m_end, m_end + kLongestNumber, number, std::chars_format::general, kDigits).ptr;
-    return *this;
+    if (bits == 0) {
+        *out = '-';
+        return Put(out + (BitsOf(number) >> 31), '0');
+    }
+    // Numbers with an exponent, infinity and what is no number.
+    return std::to_chars(out, out + kLongestNumber, number, std::chars_format::general, kDigits).ptr;
 }

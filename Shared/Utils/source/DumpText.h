@@ -18,6 +18,20 @@ public:
     DumpText(DumpText const&) = delete;
     DumpText& operator=(DumpText const&) = delete;
 
+    /// Several pieces in one go, each a literal, a character or a number: room is looked for once.
+    template <class... Pieces>
+    [[gnu::always_inline]] void Append(Pieces const&... pieces) {
+        constexpr std::size_t longest = (LongestOf<Pieces>() + ...);
+        static_assert(longest <= sizeof m_buffer);
+        if (Room() < longest) {
+            Flush();
+        }
+        char* end =
+            m_end;  // in a register meanwhile: what is written might be m_end, for all the compiler knows
+        ((end = Put(end, pieces)), ...);
+        m_end = end;
+    }
+
     DumpText& operator<<(std::string_view text) {
         if (text.size() > Room()) {
             Flush();
@@ -30,43 +44,55 @@ public:
         m_end += text.size();
         return *this;
     }
-    /// A literal; of known length, so that it costs a store or two.
     template <std::size_t Size>
     [[gnu::always_inline]] DumpText& operator<<(char const (&literal)[Size]) {
-        static_assert(Size <= sizeof m_buffer);
-        if (Room() < Size - 1) {
-            Flush();
-        }
-        std::memcpy(m_end, literal, Size - 1);
-        m_end += Size - 1;
+        Append(literal);
         return *this;
     }
-    DumpText& operator<<(float number);
-
     template <class Number>
-    requires std::integral<Number> || std::is_enum_v<Number> DumpText& operator<<(Number number) {
-        if constexpr (std::is_enum_v<Number>) {
-            return *this << static_cast<std::underlying_type_t<Number>>(number);
-        } else if constexpr (std::is_same_v<Number, bool>) {
-            return *this << std::string_view(number ? "1" : "0");
-        } else {
-            MakeRoomForNumber();
-            m_end = std::to_chars(m_end, m_end + kLongestNumber, number).ptr;
-            return *this;
-        }
+    requires std::integral<Number> || std::is_enum_v<Number> || std::is_same_v<Number, float> DumpText&
+    operator<<(Number number) {
+        Append(number);
+        return *this;
     }
 
 private:
     /// More than any number takes: 20 characters for 64 bits, 13 for six digits with sign, point and
-    /// exponent.
+    /// exponent. That many may be written over, whatever the number.
     static constexpr std::size_t kLongestNumber = 32;
 
-    std::size_t Room() const { return static_cast<std::size_t>(m_buffer + sizeof m_buffer - m_end); }
-    void MakeRoomForNumber() {
-        if (Room() < kLongestNumber) {
-            Flush();
+    template <class Piece>
+    static consteval std::size_t LongestOf() {
+        if constexpr (std::is_array_v<Piece>) {
+            return sizeof(Piece) - 1;
+        } else {
+            return std::is_same_v<Piece, char> ? 1 : kLongestNumber;
         }
     }
+
+    // Each writes at `out` and returns the end of what it wrote.
+    template <std::size_t Size>
+    [[gnu::always_inline]] static char* Put(char* out, char const (&literal)[Size]) {
+        std::memcpy(out, literal, Size - 1);  // of known length: a store or two
+        return out + Size - 1;
+    }
+    static char* Put(char* out, char character) {
+        *out = character;
+        return out + 1;
+    }
+    static char* Put(char* out, bool flag) { return Put(out, flag ? '1' : '0'); }
+    static char* Put(char* out, float number);
+    template <class Number>
+    requires std::integral<Number> || std::is_enum_v<Number>
+    static char* Put(char* out, Number number) {
+        if constexpr (std::is_enum_v<Number>) {
+            return Put(out, static_cast<std::underlying_type_t<Number>>(number));
+        } else {
+            return std::to_chars(out, out + kLongestNumber, number).ptr;
+        }
+    }
+
+    std::size_t Room() const { return static_cast<std::size_t>(m_buffer + sizeof m_buffer - m_end); }
     [[gnu::noinline]] void Flush() {
         m_out.append(m_buffer, m_end);
         m_end = m_buffer;
@@ -74,6 +100,6 @@ private:
 
     std::string& m_out;
     // Most pieces are a few characters long: they are collected here.
-    char m_buffer[1024];
+    char m_buffer[2048];
     char* m_end = m_buffer;
 };

@@ -6,7 +6,9 @@
 #include <array>
 #include <cstddef>
 #include <limits>
+#include <type_traits>
 
+#include "PlainHand.h"
 #include "ProtoText.h"
 
 namespace {
@@ -260,6 +262,13 @@ constexpr std::size_t kStackBytes = 4096;
 
 template <class Event>
 void DumpPayload(std::string_view payload, std::string& text) {
+    text.clear();
+    DumpText out(text);
+    if constexpr (std::is_same_v<Event, vq::ch::HandTrackingKeypointDataEvent>) {
+        if (AppendPlainHand(out, payload)) {
+            return;
+        }
+    }
     alignas(std::max_align_t) char block[kStackBytes];
     google::protobuf::ArenaOptions options;
     options.initial_block = block;
@@ -269,8 +278,6 @@ void DumpPayload(std::string_view payload, std::string& text) {
     // Whether all of it can be read does not matter: what was read is printed.
     constexpr std::size_t limit = std::numeric_limits<int>::max();
     event.ParsePartialFromArray(payload.data(), static_cast<int>(std::min(payload.size(), limit)));
-    text.clear();
-    DumpText out(text);
     Dump(out, event);
 }
 

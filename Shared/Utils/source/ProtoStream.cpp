@@ -35,10 +35,10 @@ std::ostream& Write(std::ostream& stream, void (*append)(DumpText&, Message cons
 
 }  // namespace
 
-void AppendRotation(DumpText& text, float w, float x, float y, float z, std::string_view separator) {
+void AppendRotation(DumpText& text, float w, float x, float y, float z, char separator) {
     glm::vec3 const angles = AnglesOf(glm::quat(w, x, y, z));
-    text << "[" << w << ", " << x << ", " << y << ", " << z << "]" << separator << "(" << angles.x << ", "
-         << angles.y << ", " << angles.z << ")";
+    text.Append("[", w, ", ", x, ", ", y, ", ", z, "]", separator, "(", angles.x, ", ", angles.y, ", ",
+                angles.z, ")");
 }
 
 void AppendTransform(DumpText& text, vq::ch::TransformChannelDataEvent const& event) {
@@ -53,18 +53,25 @@ void AppendTransform(DumpText& text, vq::ch::TransformChannelDataEvent const& ev
     if (transform.has_rotation()) {
         text << "rot=";
         // Not the sign that a quaternion by itself has here: readers of logs match either.
-        AppendQuaternion(text, transform.rotation(), "~");
+        AppendQuaternion(text, transform.rotation(), '~');
     } else {
         text << "(no rot)";
     }
 }
 
 void AppendKeypoint(DumpText& text, vq::ch::HandTrackingKeypoint const& keypoint) {
-    text << "(index=" << keypoint.index() << ", position=";
-    AppendVector(text, keypoint.transform().position());
-    text << ", rotation=";
-    AppendQuaternion(text, keypoint.transform().rotation());
-    text << ")";
+    vq::math::VQVec3f const& position = keypoint.transform().position();
+    vq::math::VQQuaternionf const& rotation = keypoint.transform().rotation();
+    AppendKeypoint(text, keypoint.index(), {position.x(), position.y(), position.z()},
+                   {rotation.x(), rotation.y(), rotation.z(), rotation.w()});
+}
+
+void AppendKeypoint(DumpText& text, std::uint32_t index, float const (&position)[3],
+                    float const (&rotation)[4]) {
+    text.Append("(index=", index, ", position=(", position[0], ", ", position[1], ", ", position[2],
+                "), rotation=");
+    AppendRotation(text, rotation[3], rotation[0], rotation[1], rotation[2], '=');
+    text.Append(')');
 }
 
 std::ostream& vq::math::operator<<(std::ostream& stream, VQQuaternionf const& quaternion) {

@@ -118,6 +118,38 @@ TEST(ProtoDump, EveryTypeOfSampleHasItsForm) {
     }
 }
 
+/// The dump of a hand by the messages' own parser and stream output.
+std::string HandByMessages(std::string const& payload) {
+    vq::ch::HandTrackingKeypointDataEvent event;
+    static_cast<void>(event.ParsePartialFromString(payload));
+    std::ostringstream text;
+    for (int i = 0; i < event.keypoints_size(); ++i) {
+        text << (i == 0 ? "keypoints=[" : ", ") << event.keypoints(i);
+    }
+    return text.str() + (event.keypoints_size() == 0 ? "" : "] ");
+}
+
+TEST(ProtoDump, AHandReadsAsItsMessagesDoWhateverItsBytes) {
+    std::string hand;
+    for (int index : {0, 127, 5}) {
+        hand += Text(3, Number(1, index) + Text(2, pose));
+    }
+    std::vector<std::string> payloads = {hand, hand + hand.substr(0, 44), hand.substr(1),
+                                         hand + Text(3, Number(1, 128) + Text(2, pose))};
+    std::mt19937 random(31);
+    for (std::size_t place = 0; place < hand.size(); ++place) {
+        for (int round = 0; round < 8; ++round) {
+            std::string changed = hand;
+            changed[place] =
+                static_cast<char>(round < 2 ? changed[place] ^ (round == 0 ? 1 : 0x80) : random());
+            payloads.push_back(changed);
+        }
+    }
+    for (std::string const& payload : payloads) {
+        ASSERT_EQ(DumpOf("vq.ch.HandTrackingKeypointDataEvent", payload), HandByMessages(payload));
+    }
+}
+
 std::string FloatText(float number) {
     std::string const text = DumpOf("vq.ch.Vec3ChannelDataEvent", Float(1, number));
     return text.substr(1, text.find(',') - 1);
