@@ -1,3 +1,4 @@
+#include <atomic>
 #include <cstring>
 #include <thread>
 
@@ -9,8 +10,8 @@
 #include "Messaging/SharedMemoryAccessor.h"
 #include "ServerEvents.pb.h"
 
-// What is done with an open buffer. The generation counter is touched under the mutex only, so that plain
-// reads and writes do.
+// What is done with an open buffer. The generation counter is touched under the mutex only, so that nothing
+// here needs an atomic step for the sake of others.
 
 using std::chrono::milliseconds;
 using Access = SharedMemory::Access;
@@ -114,10 +115,10 @@ std::uint64_t SharedMemoryAccessor::CountWrite() {
     if (counter == nullptr) {
         return 0;
     }
-    std::uint64_t count = 0;
-    std::memcpy(&count, counter, sizeof count);
-    ++count;
-    std::memcpy(counter, &count, sizeof count);
+    // Read and written in one step: the page is not mapped yet, and a read of its own would make it fault
+    // twice.
+    std::atomic_ref const generation(*static_cast<std::uint64_t*>(counter));
+    std::uint64_t const count = generation.fetch_add(1, std::memory_order_relaxed) + 1;
     m_generationMemory->Detach();
     return count;
 }
