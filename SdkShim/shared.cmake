@@ -14,12 +14,13 @@ target_link_options(vq_identity PRIVATE "LINKER:--version-script=${version_scrip
 set_target_properties(vq_identity PROPERTIES
     VERSION ${PROJECT_VERSION} SOVERSION 1 LINK_DEPENDS "${version_script}")
 
-install(TARGETS vq_identity EXPORT vq_identity LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT vq_identity)
-install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT vq_identity FILES_MATCHING PATTERN "*.h")
+install(TARGETS vq_identity EXPORT vq_identity LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    COMPONENT library NAMELINK_COMPONENT development)
+install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development FILES_MATCHING PATTERN "*.h")
 
 set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/vq_identity")
 install(EXPORT vq_identity NAMESPACE vq_identity:: FILE vq_identityTargets.cmake DESTINATION "${package_dir}"
-    COMPONENT vq_identity)
+    COMPONENT development)
 configure_package_config_file(cmake/vq_identityConfig.cmake.in "${CMAKE_CURRENT_BINARY_DIR}/vq_identityConfig.cmake"
     INSTALL_DESTINATION "${package_dir}")
 write_basic_package_version_file("${CMAKE_CURRENT_BINARY_DIR}/vq_identityConfigVersion.cmake"
@@ -27,10 +28,10 @@ write_basic_package_version_file("${CMAKE_CURRENT_BINARY_DIR}/vq_identityConfigV
 install(FILES
     "${CMAKE_CURRENT_BINARY_DIR}/vq_identityConfig.cmake"
     "${CMAKE_CURRENT_BINARY_DIR}/vq_identityConfigVersion.cmake"
-    DESTINATION "${package_dir}" COMPONENT vq_identity)
+    DESTINATION "${package_dir}" COMPONENT development)
 
 # Relative to the file itself, so that an installation can be moved.
 file(RELATIVE_PATH prefix_from_pc "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 configure_file(cmake/vq_identity.pc.in "${CMAKE_CURRENT_BINARY_DIR}/vq_identity.pc" @ONLY)
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/vq_identity.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig"
-    COMPONENT vq_identity)
+    COMPONENT development)

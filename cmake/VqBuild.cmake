@@ -97,3 +97,37 @@ function(vq_add_test name)
     gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 NO_PRETTY_VALUES
         PROPERTIES ${properties})
 endfunction()
+
+# Where an installation puts the data of the programs.
+set(VQ_INSTALL_DATADIR "${CMAKE_INSTALL_DATADIR}/vq_identity/data")
+find_package(Python3 COMPONENTS Interpreter)
+
+# vq_install_program(NAME [DATA FILE]): a program that an installation carries, and its man page, made from its --help.
+# The data file also goes where the program looks first: beside it in the build tree.
+function(vq_install_program name)
+    cmake_parse_arguments(ARG "" "DATA" "" ${ARGN})
+    if(ARG_DATA)
+        get_filename_component(file ${ARG_DATA} NAME)
+        configure_file(${ARG_DATA} "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/data/${file}" COPYONLY)
+        install(FILES ${ARG_DATA} DESTINATION "${VQ_INSTALL_DATADIR}" COMPONENT tools)
+    endif()
+    # The system's own prefix is searched as it is.
+    if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+        file(RELATIVE_PATH libraries_from_bin "/${CMAKE_INSTALL_BINDIR}" "/${CMAKE_INSTALL_LIBDIR}")
+        set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN/${libraries_from_bin}")
+    endif()
+    install(TARGETS ${name} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tools)
+
+    if(VQ_SANITIZE OR NOT Python3_FOUND)
+        return()
+    endif()
+    set(script "${PROJECT_SOURCE_DIR}/cmake/man_page.py")
+    set(environment "${PROJECT_SOURCE_DIR}/docs/environment.md")
+    set(page "${CMAKE_BINARY_DIR}/man/${name}.1")
+    add_custom_command(OUTPUT "${page}"
+        COMMAND ${CMAKE_COMMAND} -E make_directory "${CMAKE_BINARY_DIR}/man"
+        COMMAND Python3::Interpreter "${script}" $<TARGET_FILE:${name}> ${PROJECT_VERSION} "${environment}" > "${page}"
+        DEPENDS ${name} "${script}" "${environment}" VERBATIM)
+    add_custom_target(${name}_page ALL DEPENDS "${page}")
+    install(FILES "${page}" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT tools)
+endfunction()

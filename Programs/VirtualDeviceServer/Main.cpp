@@ -11,6 +11,7 @@
 #include <map>
 #include <string>
 
+#include "Installation/Installation.h"
 #include "Logging/Log.h"
 #include "Logging/LogConfig.h"
 #include "Logging/LogParameterCLIProcessor.h"
@@ -29,13 +30,6 @@ struct Arguments {
     int readyDescriptor = -1;
 };
 
-/// Where the data lie when nobody says: as for every program of ours, else where an installation puts them.
-std::string DefaultDataDirectory() {
-    std::string const usual = GetDataRootPath();
-    std::string const installed = GetExecutableDirectory() + VQ_INSTALLED_DATA;
-    return !DirectoryExists(usual) && DirectoryExists(installed) ? GetFullPath(installed) : usual;
-}
-
 void AddOptions(CLI::App& app, Arguments& arguments, std::string& address) {
     ServerOptions& options = arguments.options;
     app.add_option("--address", address,
@@ -43,8 +37,8 @@ void AddOptions(CLI::App& app, Arguments& arguments, std::string& address) {
         ->capture_default_str();
     app.add_option("--name", options.name,
                    "Name in the registry of servers (default: made from the address)");
-    app.add_option("--data", options.dataDirectory, "Directory that holds ShimMultiDeviceManifest.json")
-        ->capture_default_str();
+    app.add_option("--data", options.dataDirectory,
+                   "Directory that holds ShimMultiDeviceManifest.json (default: found)");
     auto const milliseconds = [&app](char const* name, std::chrono::milliseconds& value, char const* text) {
         app.add_option_function<unsigned>(
                name, [&value](unsigned const& count) { value = std::chrono::milliseconds(count); }, text)
@@ -124,10 +118,11 @@ int Serve(Arguments const& arguments) {
 
 int main(int argc, char** argv) {
     Arguments arguments;
-    arguments.options.dataDirectory = DefaultDataDirectory();
+    arguments.options.dataDirectory = vq::FindDataDirectory("ShimMultiDeviceManifest.json");
     std::string address = arguments.options.address.ToString();
     CLI::App app("The server of virtual devices: registers devices, maps channels, publishes events.");
     AddOptions(app, arguments, address);
+    vq::AddVersionOption(app, "vdserver");
     app.footer(LogParameterCLIProcessor::GetHelpLine());
     bool helpShown = false;
     if (!LogParameterCLIProcessor::TakeParams(argc, argv, helpShown) || helpShown) {

@@ -5,10 +5,11 @@
 #include <utility>
 
 #include "DataTypes/VariantUtils.h"
+#include "Installation/Installation.h"
 #include "Logging/Log.h"
 #include "Logging/LogConfig.h"
 #include "Logging/LogParameterCLIProcessor.h"
-#include "Utils/OSUtils.h"
+#include "Utils/PathText.h"
 
 namespace vq {
 
@@ -31,7 +32,12 @@ void DeviceProgram::AddSetting(std::string const& flags, std::string const& sett
         help);
 }
 
+std::string DeviceProgram::GetVersion() const {
+    return GetProgramVersion();
+}
+
 int DeviceProgram::Main(int argc, char** argv) {
+    AddVersionOption(m_commandLine, GetFileNameOf(argv[0]));
     bool helpShown = false;
     if (!LogParameterCLIProcessor::TakeParams(argc, argv, helpShown) || helpShown) {
         return helpShown ? 0 : 1;
@@ -44,7 +50,7 @@ int DeviceProgram::Main(int argc, char** argv) {
     if (m_verbose) {
         LogConfig::Instance().SetLevel(LogLevel::Verbose);
     }
-    if (!HandleCommonSparseDeviceCLIOptions(m_options, GetDataRootPath() + m_manifest)) {
+    if (!HandleCommonSparseDeviceCLIOptions(m_options, FindDataDirectory(m_manifest) + m_manifest)) {
         return 1;
     }
     for (std::string const& setting : m_settings) {

@@ -92,17 +92,6 @@ private:
     std::string m_path;
 };
 
-/// The sample provider, with the manifest of the installation if there is none beside the program.
-Texts ProviderCommand() {
-    std::string const manifest = "MockIdentityDevice.json";
-    std::string const installed = GetExecutableDirectory() + VQ_INSTALLED_DATA + "/" + manifest;
-    Texts command = {GetExecutableDirectory() + "mock_identity_device"};
-    if (!FileExists(GetDataRootPath() + manifest) && FileExists(installed)) {
-        command.insert(command.end(), {"--manifest", installed});
-    }
-    return command;
-}
-
 void AwaitProvider(Session& session, ChildProgram& provider, Interrupts const& interrupts) {
     auto const serves = [&session] {
         Json::Value const mappings = session.Ask("vq.vds.GetChannelMappings")["mappings"];
@@ -149,7 +138,7 @@ Status RunProgram(CommonOptions options, Texts const& command) {
     helper.mask = &interrupts.FormerMask();
     auto const server =
         StartServerProgram(home.Address(), "rigctl-run", helper, session.Deadline(), interrupts.Descriptor());
-    ChildProgram provider(ProviderCommand(), helper);
+    ChildProgram provider({GetExecutableDirectory() + "mock_identity_device"}, helper);
     AwaitProvider(session, provider, interrupts);
     helper.background = false;
     ChildProgram program(command, helper);

@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "CommandLine.h"
+#include "Installation/Installation.h"
 #include "Logging/LogConfig.h"
 #include "Logging/LogParameterCLIProcessor.h"
 
@@ -39,6 +40,7 @@ int main(int argc, char** argv) {
     app.fallthrough();
     app.require_subcommand(0, 1);
     AddCommonOptions(app, request);
+    vq::AddVersionOption(app, "RIGCTL");
     AddListings(app, request);
     AddDeviceCommands(app, request);
     AddMachineCommands(app, request);

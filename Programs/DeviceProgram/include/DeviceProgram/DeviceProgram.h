@@ -26,7 +26,7 @@ public:
     /// @return the exit status: 0 when it ran, 1 when it could not start (logged), else the parser's.
     int Main(int argc, char** argv);
 
-    std::string GetVersion() const override { return "1.0.0"; }
+    std::string GetVersion() const override;
     bool OnInitialization() override;
 
 private:
