@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * The profile of the signed-in user, as a device on this machine provides it. C99 and C++.
  *
  * Usual course: VQIdentityGetAttributeNames (or VQIdentityGetKnownAttributeNames), set is_requested in the
@@ -29,9 +30,10 @@
 
 VQ_EXTERN_C_BEGIN
 
-/* Result codes of the identity interface, in the code space of VQResult. */
+/** Result code of the identity interface, in the code space of VQResult. */
 typedef VQResult VQIdentityResult;
 
+/** Values of VQIdentityResult, beside those that all interfaces share. */
 enum {
     VQIdentityResult_FailedToConnectToLocalService = 0x7D4D0000,
     VQIdentityResult_FailedToConnectToCloudService = 0x7D4D0001,
@@ -48,7 +50,7 @@ enum {
     VQIdentityResult_NetworkError = 0x7D4D000C
 };
 
-/*
+/**
  * Which attribute a record holds. The meaning of a key is the provider's, who also names it: see
  * VQIdentityAttribute.name. Exactly the values 0 to 7 are valid; any other value, in a call or in a record,
  * ends the process.
@@ -62,121 +64,125 @@ typedef enum VQIdentityAttributeKey {
     VQIdentityAttributeKey_5 = 5,
     VQIdentityAttributeKey_6 = 6,
     VQIdentityAttributeKey_7 = 7,
-    VQIdentityAttributeKey_Ensure32Bits = 0x7FFFFFFF /* never a key: keeps the type at 32 bits */
+    VQIdentityAttributeKey_Ensure32Bits = 0x7FFFFFFF /**< never a key: keeps the type at 32 bits */
 } VQIdentityAttributeKey;
 
-/* One attribute of the profile. The library owns the record and its texts. */
+/** One attribute of the profile. The library owns the record and its texts. */
 typedef struct VQIdentityAttribute {
-    VQIdentityAttributeKey key;
-    char const* name;  /* NUL-terminated */
-    char const* value; /* NUL-terminated; empty until values have been requested and granted */
-    bool is_requested; /* set by the caller before values are requested: this value is wanted */
-    bool is_granted;   /* set by the provider: this value was granted */
+    VQIdentityAttributeKey key; /**< which attribute it is */
+    char const* name;           /**< NUL-terminated */
+    char const* value;          /**< NUL-terminated; empty until values have been requested and granted */
+    bool is_requested;          /**< set by the caller before values are requested: this value is wanted */
+    bool is_granted;            /**< set by the provider: this value was granted */
 } VQIdentityAttribute;
 
-/*
+/**
  * The profile. The library owns it, its records and its texts; there is one in a process. The caller frees
  * nothing, may change is_requested in the records, and keeps no pointer to a record or a text beyond the next
  * call that refreshes the profile. The pointer to the profile itself stays good until the process ends.
  */
 typedef struct VQIdentityProfile {
-    uint32_t attribute_count;
-    /* attribute_count pointers; null in an empty profile and before names have been fetched */
+    uint32_t attribute_count; /**< how many attributes there are */
+    /** attribute_count pointers; null in an empty profile and before names have been fetched */
     VQIdentityAttribute** attribute_ptrs;
 } VQIdentityProfile;
 
-/*
+/**
  * Asks the provider for every attribute that it knows, names without values. Empties the profile first, and
  * stores its pointer in *out_profile also when the call fails after that.
  *
- * out_profile: must not be null: it is not tested.
- * Returns VQResult_Ok, VQResult_UnspecifiedFailure when the provider could not be asked, or the provider's
+ * @param out_profile must not be null: it is not tested.
+ * @return VQResult_Ok, VQResult_UnspecifiedFailure when the provider could not be asked, or the provider's
  * code. A successful answer without any attribute ends the process; so does one that counts more attributes
  * than it holds.
  */
 VQ_API VQResult VQIdentityGetAttributeNames(VQIdentityProfile** out_profile) VQ_NOEXCEPT;
 
-/*
+/**
  * As VQIdentityGetAttributeNames, for the given keys alone.
  *
- * keys: key_count valid keys (any other value ends the process); may be null when key_count is 0.
- * key_count: 0 is allowed; the request then names no key.
+ * @param keys key_count valid keys (any other value ends the process); may be null when key_count is 0.
+ * @param key_count 0 is allowed; the request then names no key.
+ * @param out_profile as there.
+ * @return as there.
  */
 VQ_API VQResult VQIdentityGetKnownAttributeNames(VQIdentityAttributeKey const* keys, uint32_t key_count,
                                                  VQIdentityProfile** out_profile) VQ_NOEXCEPT;
 
-/*
+/**
  * Sends the profile, as its records stand at this moment, to the provider and refreshes it from the answer.
  * Before any call that fetched names the profile is empty, and the answer's attributes are then counted but
  * not shown: attribute_ptrs stays null.
  *
- * profile: not read: the library's own profile is sent.
- * Returns VQResult_Ok, VQResult_UnspecifiedFailure when the provider could not be asked, or the provider's
+ * @param profile not read: the library's own profile is sent.
+ * @return VQResult_Ok, VQResult_UnspecifiedFailure when the provider could not be asked, or the provider's
  * code. An answer that counts more attributes than it holds ends the process.
  */
 VQ_API VQResult VQIdentityRequestAttributeValues(VQIdentityProfile const* profile) VQ_NOEXCEPT;
 
-/*
+/**
  * Tells the provider that the profile is no longer used, then closes the connection and ends the library's
  * threads. The records stay readable until the next call that refreshes the profile. The next call connects
  * anew; futures stay valid.
  *
- * profile: not read.
- * Returns VQResult_Ok, or VQIdentityResult_FailedToConnectToCloudService when the provider could not be
+ * @param profile not read.
+ * @return VQResult_Ok, or VQIdentityResult_FailedToConnectToCloudService when the provider could not be
  * asked; the connection then stays.
  */
 VQ_API VQResult VQIdentityReleaseUserProfile(VQIdentityProfile* profile) VQ_NOEXCEPT;
 
-/*
+/**
  * Starts VQIdentityGetAttributeNames at the provider.
  *
- * out_future: receives a future, never 0, for VQIdentityGetAttributeNamesWait. A future can be waited on any
- * number of times and is never given up. Null: VQResult_InvalidParam, at once.
- * Returns VQResult_Ok, or VQIdentityResult_FailedToConnectToCloudService when the provider could not be
+ * @param out_future receives a future, never 0, for VQIdentityGetAttributeNamesWait. A future can be waited
+ * on any number of times and is never given up. Null: VQResult_InvalidParam, at once.
+ * @return VQResult_Ok, or VQIdentityResult_FailedToConnectToCloudService when the provider could not be
  * asked.
  */
 VQ_API VQResult VQIdentityGetAttributeNamesAsync(uint64_t* out_future) VQ_NOEXCEPT;
 
-/*
+/**
  * Fetches the answer to a future. Empties the profile first, also when the future turns out to be unknown.
  *
- * future: from either ...Async function. Unknown: VQResult_UnspecifiedFailure.
- * timeout: how long the provider may wait, in milliseconds; passed on to it. The call's own limits do not
- * change.
- * out_profile: receives the profile. Null: VQResult_InvalidParam, at once.
- * Returns VQResult_Ok, VQIdentityResult_FailedToConnectToCloudService when the provider could not be asked,
+ * @param future from either ...Async function. Unknown: VQResult_UnspecifiedFailure.
+ * @param timeout how long the provider may wait, in milliseconds; passed on to it. The call's own limits do
+ * not change.
+ * @param out_profile receives the profile. Null: VQResult_InvalidParam, at once.
+ * @return VQResult_Ok, VQIdentityResult_FailedToConnectToCloudService when the provider could not be asked,
  * or the provider's code. A successful answer without any attribute ends the process; so does one that counts
  * more attributes than it holds.
  */
 VQ_API VQResult VQIdentityGetAttributeNamesWait(uint64_t future, uint32_t timeout,
                                                 VQIdentityProfile** out_profile) VQ_NOEXCEPT;
 
-/*
+/**
  * Starts VQIdentityRequestAttributeValues at the provider.
  *
- * profile: not read: the library's own profile is sent.
- * out_future: receives a future for VQIdentityRequestAttributeValuesWait, as above. Null:
+ * @param profile not read: the library's own profile is sent.
+ * @param out_future receives a future for VQIdentityRequestAttributeValuesWait, as above. Null:
  * VQResult_InvalidParam, but only once there is a connection.
- * Returns VQResult_Ok, or VQIdentityResult_FailedToConnectToCloudService when the provider could not be
+ * @return VQResult_Ok, or VQIdentityResult_FailedToConnectToCloudService when the provider could not be
  * asked.
  */
 VQ_API VQResult VQIdentityRequestAttributeValuesAsync(VQIdentityProfile const* profile,
                                                       uint64_t* out_future) VQ_NOEXCEPT;
 
-/*
+/**
  * Fetches the answer to a future and refreshes the profile from it.
  *
- * future: from either ...Async function. Unknown: VQResult_UnspecifiedFailure, and the profile stays.
- * timeout: how long the provider may wait, in milliseconds; passed on to it. The call's own limits do not
- * change.
- * Returns VQResult_Ok, VQIdentityResult_FailedToConnectToCloudService when the provider could not be asked,
+ * @param future from either ...Async function. Unknown: VQResult_UnspecifiedFailure, and the profile stays.
+ * @param timeout how long the provider may wait, in milliseconds; passed on to it. The call's own limits do
+ * not change.
+ * @return VQResult_Ok, VQIdentityResult_FailedToConnectToCloudService when the provider could not be asked,
  * or the provider's code. An answer that counts more attributes than it holds ends the process.
  */
 VQ_API VQResult VQIdentityRequestAttributeValuesWait(uint64_t future, uint32_t timeout) VQ_NOEXCEPT;
 
-/*
- * The name of a code of VQResult or VQIdentityResult, "Unknown" for any other. A static text, never null.
- * Needs no connection and may be called at any time from any thread.
+/**
+ * The name of a code. Needs no connection and may be called at any time from any thread.
+ *
+ * @param code of VQResult or VQIdentityResult.
+ * @return a static text, never null; "Unknown" for any other code.
  */
 VQ_API char const* VQIdentityGetResultString(uint32_t code) VQ_NOEXCEPT;
 

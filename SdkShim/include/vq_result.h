@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * Result codes and linkage macros shared by the headers of the library. Included by them; C99 and C++.
  */
 #ifndef VQ_RESULT_H
@@ -34,13 +35,14 @@
 
 VQ_EXTERN_C_BEGIN
 
-/*
+/**
  * Result of every function, and of the providers behind them: one 32-bit code space. The codes 0 to 8 below
  * are common to all interfaces; each interface adds a block of its own. A code that no header names can still
  * arrive: it is a provider's own, passed through unchanged.
  */
 typedef uint32_t VQResult;
 
+/** Values of VQResult that all interfaces share. */
 enum {
     VQResult_Ok = 0,
     VQResult_Pending = 1,

@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * The token agent interface: client credentials of the signed-in user. C99 and C++.
  *
  * It is declared so that applications link, but not carried out on a desktop: every function but
@@ -17,9 +18,10 @@
 
 VQ_EXTERN_C_BEGIN
 
-/* Result codes of the token agent interface, in the code space of VQResult. */
+/** Result code of the token agent interface, in the code space of VQResult. */
 typedef VQResult VQTokenAgentResult;
 
+/** Values of VQTokenAgentResult, beside those that all interfaces share. */
 enum {
     VQTokenAgentResult_FailedToConnectToLocalService = 0x37EE0000,
     VQTokenAgentResult_ServiceNotStarted = 0x37EE0001,
@@ -43,26 +45,49 @@ enum {
     VQTokenAgentResult_AccountLocked = 0x37EE0013
 };
 
-/* Credentials of the client. Opaque here: the library never makes one. */
+/** Credentials of the client. Opaque here: the library never makes one. */
 typedef struct VQTokenAgentClientCredentials VQTokenAgentClientCredentials;
 
-/* Would fetch the credentials. Returns VQResult_NotImplemented; *out_credentials is left alone. */
+/**
+ * Would fetch the credentials.
+ *
+ * @param out_credentials not read and not written to.
+ * @return VQResult_NotImplemented.
+ */
 VQ_API VQResult VQTokenAgentGetClientCredentials(VQTokenAgentClientCredentials** out_credentials) VQ_NOEXCEPT;
 
-/* Would start fetching the credentials. Returns VQResult_NotImplemented; *out_future is left alone. */
+/**
+ * Would start fetching the credentials.
+ *
+ * @param out_future not read and not written to.
+ * @return VQResult_NotImplemented.
+ */
 VQ_API VQResult VQTokenAgentGetClientCredentialsAsync(uint64_t* out_future) VQ_NOEXCEPT;
 
-/* Would wait up to timeout milliseconds for a future. Returns VQResult_NotImplemented; *out_credentials is
- * left alone. */
+/**
+ * Would wait for the credentials.
+ *
+ * @param future not read.
+ * @param timeout not read; in milliseconds.
+ * @param out_credentials not read and not written to.
+ * @return VQResult_NotImplemented.
+ */
 VQ_API VQResult VQTokenAgentGetClientCredentialsWait(
     uint64_t future, uint32_t timeout, VQTokenAgentClientCredentials** out_credentials) VQ_NOEXCEPT;
 
-/* Would give the credentials back. Returns VQResult_NotImplemented. */
+/**
+ * Would give the credentials back.
+ *
+ * @param credentials not read.
+ * @return VQResult_NotImplemented.
+ */
 VQ_API VQResult VQTokenAgentReleaseClientCredentials(VQTokenAgentClientCredentials* credentials) VQ_NOEXCEPT;
 
-/*
- * The name of a code of VQResult or VQTokenAgentResult, "Unknown" for any other. A static text, never null.
- * May be called at any time from any thread.
+/**
+ * The name of a code. May be called at any time from any thread.
+ *
+ * @param code of VQResult or VQTokenAgentResult.
+ * @return a static text, never null; "Unknown" for any other code.
  */
 VQ_API char const* VQTokenAgentGetResultString(uint32_t code) VQ_NOEXCEPT;
 

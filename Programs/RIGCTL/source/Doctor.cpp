@@ -1,8 +1,10 @@
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <optional>
 #include <set>
+#include <string_view>
 
 #include "Commands.h"
 #include "ProtocolVersion.h"
@@ -119,6 +121,13 @@ private:
             return {"The server at " + address + " answers, but is not in the registry, where programs look.",
                     "'RIGCTL -r' starts it again and enters it; HOME has to be the same for all programs."};
         }
+        char const* const chosen = std::getenv("VQ_VDS_ADDRESS");
+        if (chosen != nullptr && std::string_view(chosen).starts_with("IPC:") &&
+            m_session.ChosenAddress() == address && chosen != address) {
+            return {"The server at " + address + " answers, but VQ_VDS_ADDRESS says '" + chosen +
+                        "', and the library looks for that letter by letter.",
+                    "set VQ_VDS_ADDRESS to '" + address + "'."};
+        }
         return Pass("The server at " + address + " answers.");
     }
 
@@ -209,7 +218,7 @@ private:
         for (Json::Value const infos = m_session.Ask("vq.vds.GetDeviceInfos")["infos"];
              Json::Value const& info : infos) {
             if (info["type"] == "Shim") {
-                processes.insert(info["process_id"].asString());
+                processes.insert(info["second_process_id"].asString());
             }
         }
         std::string text;

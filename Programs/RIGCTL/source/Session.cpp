@@ -9,6 +9,8 @@
 #include <utility>
 
 #include "Failure.h"
+#include "Utils/OSUtils.h"
+#include "Utils/PathText.h"
 
 namespace vq::rigctl {
 
@@ -21,8 +23,12 @@ std::string FromEnvironment(char const* name) {
     return value != nullptr ? value : "";
 }
 
-/// A bare port means one on this machine, as for every program of the system.
+/// A bare port means one on this machine, and an IPC name a file of the user's, as for the server.
 std::string FullAddress(std::string const& text) {
+    std::string const ipc = "IPC:";
+    if (text.starts_with(ipc) && text.size() > ipc.size() && !IsFullPath(text.substr(ipc.size()))) {
+        return ipc + GetUserTempDirectory() + text.substr(ipc.size());
+    }
     bool const isPort = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
     return isPort ? "SOCKET:localhost:" + text : text;
 }

@@ -294,6 +294,12 @@ TEST_F(Rigctl, RecoversAWedgedRegistryAndHealsABrokenOne) {
     Do({"registry"});
 }
 
+TEST_F(Rigctl, FindsAnAddressThatIsWrittenInAnotherWay) {
+    ::setenv("VQ_VDS_ADDRESS", "IPC:named", 1);
+    StartServer();
+    EXPECT_THAT(Run({"doctor"}).output, HasSubstr("'IPC:" + HomeDirectory() + ".config/vqvds/named'"));
+}
+
 TEST_F(Rigctl, RunsAProgramInSurroundingsThatGoWithIt) {
     std::string const program = "echo home $HOME; " + Binary("RIGCTL") + " devices --json; exec sleep 600";
     ChildProcess runner = Begin({"run", "--", "sh", "-c", program});

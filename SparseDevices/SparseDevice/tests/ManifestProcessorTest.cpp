@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -239,6 +240,40 @@ TEST(ConfigurationManifests, AreWrittenAndReadBack) {
     ASSERT_TRUE(both.ProcessManifestString(several));
     EXPECT_THAT(NamesOf(both), ElementsAre("puck_tracker", "puck_tracker"));
     EXPECT_THAT(several, HasSubstr("\"Version\" : 2\n"));
+}
+
+/// The fenced JSON of the guide, by the file names that it gives them.
+std::map<std::string, std::string> ExamplesOfTheGuide() {
+    std::ifstream guide(VQ_SOURCE_DIR "/docs/manifests.md");
+    std::map<std::string, std::string> examples;
+    std::string name;
+    for (std::string line; std::getline(guide, line);) {
+        if (line.starts_with("```")) {
+            name = line.starts_with("```json ") ? line.substr(std::string("```json ").size()) : "";
+        } else if (!name.empty()) {
+            examples[name] += line + "\n";
+        }
+    }
+    return examples;
+}
+
+TEST(Manifests, OfTheGuideAreReadWithoutAWarning) {
+    std::string const& home = vq::test::HomeDirectory();
+    auto const examples = ExamplesOfTheGuide();
+    for (auto const& [name, text] : examples) {
+        std::ofstream(home + name) << text;
+    }
+    int devices = 0;
+    for (auto const& [name, text] : examples) {
+        LogCapture log;
+        ManifestProcessor processor;
+        if (text.find("\"Device") != std::string::npos) {  // the others are included
+            EXPECT_TRUE(processor.ProcessManifest(home + name)) << name;
+            devices += static_cast<int>(processor.GetDatas().size());
+        }
+        EXPECT_THAT(log.Lines(), IsEmpty()) << name;
+    }
+    EXPECT_EQ(devices, 6);
 }
 
 }  // namespace
