@@ -1,6 +1,8 @@
 // Our library, server and provider against peers of another make: bare libzmq sockets and hand-cut frames.
 #include <signal.h>
 
+#include <atomic>
+
 #include "Identity.pb.h"
 #include "RawPeer.h"
 #include "Rig.h"
@@ -93,15 +95,19 @@ TEST(Interop, ALyingProviderFailsTheCallAndNothingElse) {
 }
 
 TEST(Interop, ACountAboveTheAttributesEndsTheProcessWithTheTextAndFiftyStayReadable) {
-    auto reply = NamesReply(50);
-    RawProvider provider([&](Frames const&) { return FramesOf(reply); });
+    std::atomic<std::uint32_t> count = 50;
+    RawProvider provider([&](Frames const&) {
+        auto reply = NamesReply(50);
+        reply.mutable_profile()->set_attribute_count(count);
+        return FramesOf(reply);
+    });
     Caller caller;
     CallResult const names = caller.Call("names");
     EXPECT_EQ(names.code, kOk);
     EXPECT_EQ(names.rest.substr(0, 3), "50 ");
     EXPECT_NE(names.rest.find(" 1:name49::0:0"), std::string::npos) << names.rest;
 
-    reply.mutable_profile()->set_attribute_count(51);
+    count = 51;
     caller.Begin("names");
     EXPECT_EQ(caller.Process().WaitForExit(kCallLimit), 128 + SIGABRT);
     EXPECT_NE(caller.Process().Output().find("CHECK failed: (index) < "), std::string::npos);

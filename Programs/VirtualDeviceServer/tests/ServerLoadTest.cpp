@@ -56,7 +56,15 @@ TEST_F(ServerLoadTest, HoldsTwoHundredDevicesUnderRequestsWithoutLosingOne) {
     std::list<RawSocket> clients;
     std::list<RawDevice> devices;
     std::list<RawSocket> listeners;
+    auto nextHello = Clock::now();
+    auto const greet = [&] {
+        if (Clock::now() >= nextHello) {
+            nextHello = Clock::now() + std::chrono::milliseconds(250);
+            std::ranges::for_each(devices, &RawDevice::SayHello);
+        }
+    };
     for (int i = 0; i < kDevices; ++i) {
+        greet();
         clients.emplace_back(ZMQ_REQ, m_address, &m_context);
         devices.emplace_back(clients.back(), "device" + std::to_string(i), &m_context);
         devices.back().ServeChannel("channel" + std::to_string(i));
@@ -64,7 +72,6 @@ TEST_F(ServerLoadTest, HoldsTwoHundredDevicesUnderRequestsWithoutLosingOne) {
     }
     vq::vds::GetDeviceRequestReplyAddress lookup;
     lookup.set_flag(false);
-    auto nextHello = Clock::now();
     for (int done = 0; done < 5000;) {
         for (RawSocket& client : clients) {
             lookup.set_device("device" + std::to_string(done % kDevices));
@@ -72,10 +79,7 @@ TEST_F(ServerLoadTest, HoldsTwoHundredDevicesUnderRequestsWithoutLosingOne) {
                 done % 100 == 0 ? client.Ask(vq::vds::GetDeviceInfos()) : client.Ask(lookup);
             ASSERT_TRUE(answer.ends_with(".Reply")) << answer;
             ++done;
-            if (Clock::now() >= nextHello) {
-                nextHello = Clock::now() + std::chrono::milliseconds(250);
-                std::for_each(devices.begin(), devices.end(), [](RawDevice& device) { device.SayHello(); });
-            }
+            greet();
         }
     }
     EXPECT_EQ(m_client.Get(vq::vds::GetDeviceInfos()).infos_size(), kDevices);
