@@ -14,6 +14,7 @@ vq_add_library(messaging
         source/SocketServerClient.cpp
         source/SocketServerPorts.cpp
         source/SocketServerReply.cpp
+        source/SpareBlocks.cpp
         source/ZMQMessage.cpp
         source/ZMQMessageContext.cpp
         source/ZMQMessageManager.cpp

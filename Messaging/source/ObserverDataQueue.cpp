@@ -22,10 +22,3 @@ bool CircularBufferDataQueue::PopAllDataImplementation(std::vector<std::shared_p
     }
     return true;
 }
-
-void CircularBufferDataQueue::PushNewDataImplementation(std::shared_ptr<IData> sample) {
-    if (m_buffer.IsFull()) {
-        LOG_V("Observer buffer full - older data will be discarded.");
-    }
-    m_buffer.Write(std::move(sample));
-}

@@ -9,6 +9,7 @@
 
 #include "Logging/Log.h"
 #include "Messaging/MessageTypeName.h"
+#include "SpareBlocks.h"
 #include "Utils/TextUtils.h"
 
 namespace {
@@ -21,6 +22,23 @@ bool IsA(std::type_info const& type) {
 }
 
 }  // namespace
+
+static_assert(sizeof(ZMQMessage) <= SpareBlocks::kBlockSize &&
+              sizeof(ZMQChannelMessage) <= SpareBlocks::kBlockSize);
+
+// The size is the class's own: nothing is derived from either.
+void* ZMQMessage::operator new(std::size_t /*size*/) {
+    return SpareBlocks::Take();
+}
+void ZMQMessage::operator delete(void* memory) noexcept {
+    SpareBlocks::Give(memory);
+}
+void* ZMQChannelMessage::operator new(std::size_t /*size*/) {
+    return SpareBlocks::Take();
+}
+void ZMQChannelMessage::operator delete(void* memory) noexcept {
+    SpareBlocks::Give(memory);
+}
 
 void ZMQMessageBody::SetTypeText(std::string_view type) {
     m_type = FindMessageTypeName(type);

@@ -16,6 +16,10 @@ std::string DumpFrame(zmq::message_t const& frame) {
     return HexDump(frame.data(), frame.size());
 }
 
+[[gnu::cold, gnu::noinline]] void ReportNoMore(zmq::message_t const& frame) {
+    LOG_E("expected MORE after frame: %s", DumpFrame(frame).c_str());
+}
+
 bool WaitsInPoll(std::chrono::milliseconds timeout) {
     return timeout.count() > 0 && timeout != std::chrono::milliseconds::max();
 }
@@ -79,10 +83,14 @@ bool ZMQMessagePipeBase::PollFor(int events, int& flags, std::chrono::millisecon
     return ready > 0;
 }
 
-ZMQMessagePipeBase::Progress ZMQMessagePipeBase::SendFrames(int flags, Frames frames) {
+template <bool Traced>
+[[gnu::always_inline]] inline ZMQMessagePipeBase::Progress ZMQMessagePipeBase::SendFrames(int flags,
+                                                                                          Frames frames) {
     Progress progress;
     for (zmq::message_t* frame : frames) {
-        LOG_T("Sending frame %zu: %s", progress.frames, DumpFrame(*frame).c_str());
+        if constexpr (Traced) {
+            LOG_T("Sending frame %zu: %s", progress.frames, DumpFrame(*frame).c_str());
+        }
         int const more = progress.frames + 1 < frames.size() ? ZMQ_SNDMORE : 0;
         if (zmq_msg_send(frame->handle(), m_socket->handle(), flags | more) < 0) {
             progress.error = zmq_errno();
@@ -96,7 +104,9 @@ ZMQMessagePipeBase::Progress ZMQMessagePipeBase::SendFrames(int flags, Frames fr
     return progress;
 }
 
-ZMQMessagePipeBase::Progress ZMQMessagePipeBase::RecvFrames(int flags, Frames frames) {
+template <bool Traced>
+[[gnu::always_inline]] inline ZMQMessagePipeBase::Progress ZMQMessagePipeBase::RecvFrames(int flags,
+                                                                                          Frames frames) {
     Progress progress;
     for (zmq::message_t* frame : frames) {
         if (zmq_msg_recv(frame->handle(), m_socket->handle(), flags) < 0) {
@@ -104,10 +114,12 @@ ZMQMessagePipeBase::Progress ZMQMessagePipeBase::RecvFrames(int flags, Frames fr
             return progress;
         }
         flags &= ~ZMQ_DONTWAIT;
-        LOG_T("Read frame %zu: %s", progress.frames, DumpFrame(*frame).c_str());
+        if constexpr (Traced) {
+            LOG_T("Read frame %zu: %s", progress.frames, DumpFrame(*frame).c_str());
+        }
         m_extraFrames = frame->more();
         if (++progress.frames < frames.size() && !m_extraFrames) {
-            LOG_E("expected MORE after frame: %s", DumpFrame(*frame).c_str());
+            ReportNoMore(*frame);
             progress.tooFew = true;
             break;
         }
@@ -132,13 +144,13 @@ bool ZMQMessagePipeBase::ReportReceive(Progress const& progress) {
 
 bool ZMQMessagePipeBase::SendMessages(int flags, Frames frames) {
     std::lock_guard const lock(m_mutex);
-    return frames.size() == 0 || ReportSend(SendFrames(flags, frames));
+    return frames.size() == 0 || ReportSend(SendFrames<true>(flags, frames));
 }
 
 bool ZMQMessagePipeBase::RecvMessages(int flags, Frames frames) {
     std::lock_guard const lock(m_mutex);
     SetReceiveTimeout(m_unlimitedTimeout);
-    return frames.size() == 0 || ReportReceive(RecvFrames(flags, frames));
+    return frames.size() == 0 || ReportReceive(RecvFrames<true>(flags, frames));
 }
 
 void ZMQMessagePipeBase::SetReceiveTimeout(int milliseconds) {
@@ -147,23 +159,6 @@ void ZMQMessagePipeBase::SetReceiveTimeout(int milliseconds) {
         zmq_setsockopt(m_socket->handle(), ZMQ_RCVTIMEO, &milliseconds, sizeof milliseconds);
         m_receiveTimeout = milliseconds;
     }
-}
-
-std::optional<bool> ZMQMessagePipeBase::TrySend(Frames frames, std::chrono::milliseconds timeout,
-                                                bool* timedOut) {
-    if (!WaitsInPoll(timeout) || IsLogged(LogLevel::Trace)) {
-        return std::nullopt;
-    }
-    if (timedOut != nullptr) {
-        *timedOut = false;
-    }
-    std::lock_guard const lock(m_mutex);
-    Progress const progress = SendFrames(ZMQ_DONTWAIT, frames);
-    if (progress.frames == 0 && progress.error != 0) {
-        // Not ready, or in a state that only the poll knows how to wait out or to name.
-        return std::nullopt;
-    }
-    return ReportSend(progress);
 }
 
 bool ZMQMessagePipeBase::PollForSend(int& flags, std::chrono::milliseconds timeout, bool* timedOut,
@@ -177,9 +172,52 @@ bool ZMQMessagePipeBase::PollForSend(int& flags, std::chrono::milliseconds timeo
 
 bool ZMQMessagePipeBase::Send(Frames frames, std::chrono::milliseconds timeout, bool* timedOut,
                               MessageAddress const& remote) {
-    if (std::optional<bool> const sent = TrySend(frames, timeout, timedOut)) {
-        return *sent;
+    if (IsLogged(LogLevel::Trace)) {
+        return SendByPoll(frames, timeout, timedOut, remote);
     }
+    if (timedOut != nullptr) {
+        *timedOut = false;
+    }
+    {
+        std::lock_guard const lock(m_mutex);
+        bool const unlimited = timeout == std::chrono::milliseconds::max();
+        Progress const progress = SendFrames<false>(unlimited ? 0 : ZMQ_DONTWAIT, frames);
+        if (progress.error == 0) {
+            return true;
+        }
+        if (progress.frames != 0 || !WaitsInPoll(timeout)) {
+            if (timeout.count() <= 0 && timedOut != nullptr) {
+                *timedOut = true;
+            }
+            return ReportSend(progress);
+        }
+    }
+    // Not ready, or in a state that only the poll knows how to wait out or to name. The frames are untouched.
+    return SendByPoll(frames, timeout, timedOut, remote);
+}
+
+bool ZMQMessagePipeBase::Send(std::string_view header, zmq::message_t& body,
+                              std::chrono::milliseconds timeout, bool* timedOut,
+                              MessageAddress const& remote) {
+    if (!IsLogged(LogLevel::Trace)) {
+        std::lock_guard const lock(m_mutex);
+        int const flags = timeout == std::chrono::milliseconds::max() ? 0 : ZMQ_DONTWAIT;
+        void* const socket = m_socket->handle();
+        if (zmq_send(socket, header.data(), header.size(), flags | ZMQ_SNDMORE) >= 0) {
+            m_tooFewFrames = false;
+            if (timedOut != nullptr) {
+                *timedOut = false;
+            }
+            return zmq_msg_send(body.handle(), socket, 0) >= 0 || ReportSend({1, zmq_errno(), false});
+        }
+    }
+    // Once more the ordinary way, which knows how to wait and what to report.
+    zmq::message_t frame(header.data(), header.size());
+    return Send({&frame, &body}, timeout, timedOut, remote);
+}
+
+bool ZMQMessagePipeBase::SendByPoll(Frames frames, std::chrono::milliseconds timeout, bool* timedOut,
+                                    MessageAddress const& remote) {
     int flags = 0;
     return PollForSend(flags, timeout, timedOut, remote) && FinishSend(flags, frames, timedOut);
 }
@@ -192,17 +230,36 @@ bool ZMQMessagePipeBase::FinishSend(int flags, Frames frames, bool* timedOut) {
     return sent;
 }
 
-std::optional<bool> ZMQMessagePipeBase::ReceiveWithin(Frames frames, std::chrono::milliseconds timeout,
-                                                      bool* timedOut) {
-    if (!WaitsInPoll(timeout) || timeout.count() > INT_MAX || IsLogged(LogLevel::Trace)) {
-        return std::nullopt;
+bool ZMQMessagePipeBase::Receive(Frames frames, std::chrono::milliseconds timeout, bool* timedOut) {
+    bool const waits = WaitsInPoll(timeout);
+    if (IsLogged(LogLevel::Trace) || (waits && timeout.count() > INT_MAX)) {
+        return ReceiveByPoll(frames, timeout, timedOut);
     }
     if (timedOut != nullptr) {
         *timedOut = false;
     }
-    std::lock_guard const lock(m_mutex);
-    SetReceiveTimeout(static_cast<int>(timeout.count()));
-    Progress const progress = RecvFrames(0, frames);
+    Progress progress;
+    {
+        std::lock_guard const lock(m_mutex);
+        SetReceiveTimeout(waits ? static_cast<int>(timeout.count()) : m_unlimitedTimeout);
+        progress = RecvFrames<false>(timeout.count() <= 0 ? ZMQ_DONTWAIT : 0, frames);
+    }
+    if (progress.error == 0 && !progress.tooFew) {
+        return true;
+    }
+    std::optional<bool> const received = FinishFailedReceive(progress, timeout, timedOut);
+    return received ? *received : ReceiveByPoll(frames, timeout, timedOut);
+}
+
+std::optional<bool> ZMQMessagePipeBase::FinishFailedReceive(Progress const& progress,
+                                                            std::chrono::milliseconds timeout,
+                                                            bool* timedOut) {
+    if (!WaitsInPoll(timeout)) {
+        if (timeout.count() <= 0 && timedOut != nullptr) {
+            *timedOut = true;
+        }
+        return ReportReceive(progress);
+    }
     if (progress.frames != 0) {
         return ReportReceive(progress);
     }
@@ -218,13 +275,8 @@ std::optional<bool> ZMQMessagePipeBase::ReceiveWithin(Frames frames, std::chrono
     return false;
 }
 
-bool ZMQMessagePipeBase::Receive(Frames frames, std::chrono::milliseconds timeout, bool* timedOut) {
+bool ZMQMessagePipeBase::ReceiveByPoll(Frames frames, std::chrono::milliseconds timeout, bool* timedOut) {
     int flags = 0;
-    if (WaitsInPoll(timeout)) {
-        if (std::optional<bool> const received = ReceiveWithin(frames, timeout, timedOut)) {
-            return *received;
-        }
-    }
     if (!PollFor(ZMQ_POLLIN, flags, timeout, timedOut)) {
         return false;
     }

@@ -1,6 +1,7 @@
 #include <zmq.h>
 
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -19,18 +20,65 @@
 namespace {
 
 /// Two NULs and the channel id.
-constexpr std::size_t kHeaderOverhead = 2 + 4;
+constexpr std::size_t kIdSize = 4;
+constexpr std::size_t kHeaderOverhead = 2 + kIdSize;
 
-zmq::message_t BuildHeader(std::string const& type, std::string const& channel, int channelId) {
-    zmq::message_t header(type.size() + channel.size() + kHeaderOverhead);
-    auto* cursor = header.data<std::uint8_t>();
+std::size_t SizeOfHeader(std::string const& type, std::string const& channel) {
+    return type.size() + channel.size() + kHeaderOverhead;
+}
+
+void WriteHeader(void* header, std::string const& type, std::string const& channel, int channelId) {
+    auto* cursor = static_cast<std::uint8_t*>(header);
     // With the terminators of the strings.
     std::memcpy(cursor, type.c_str(), type.size() + 1);
     cursor += type.size() + 1;
     std::memcpy(cursor, channel.c_str(), channel.size() + 1);
     cursor += channel.size() + 1;
     ZMQMessagePipeBase::WriteUInt32(cursor, static_cast<std::uint32_t>(channelId));
-    return header;
+}
+
+/// A header that a thread saw lately, and where its texts end.
+struct SeenHeader {
+    std::size_t size;  // 0 for none
+    std::size_t typeSize;
+    std::size_t channelSize;
+    int channelId;
+    std::string const* heldType;
+    char bytes[96];
+};
+
+/// Without constructor and destructor, so that it serves a thread to its very end. By the lowest bits of the
+/// channel's id.
+constinit thread_local SeenHeader t_seenHeaders[8] = {};
+
+SeenHeader& PlaceOf(std::string_view frame) {
+    return t_seenHeaders[static_cast<std::uint8_t>(frame[frame.size() - kIdSize]) % std::size(t_seenHeaders)];
+}
+
+/// @return null when this thread has not seen the header lately
+SeenHeader const* FindSeen(std::string_view frame) {
+    if (frame.size() < kHeaderOverhead) {
+        return nullptr;
+    }
+    SeenHeader const& seen = PlaceOf(frame);
+    return seen.size == frame.size() && std::memcmp(seen.bytes, frame.data(), frame.size()) == 0 ? &seen
+                                                                                                 : nullptr;
+}
+
+void Remember(std::string_view frame, EventHeader const& header) {
+    if (SeenHeader& seen = PlaceOf(frame); header.heldType != nullptr && frame.size() <= sizeof seen.bytes) {
+        seen = {frame.size(),     header.type.size(), header.channel.size(),
+                header.channelId, header.heldType,    {}};
+        frame.copy(seen.bytes, frame.size());
+    }
+}
+
+std::optional<EventHeader> ParseOrReport(zmq::message_t const& header) {
+    std::optional<EventHeader> const parsed = EventHeader::Parse(header.to_string_view());
+    if (!parsed) {
+        LOG_E("invalid event message frame: %s", HexDump(header.data(), header.size()).c_str());
+    }
+    return parsed;
 }
 
 /// Traces a channel sample in readable form, beside its bytes; nothing for an event of another kind. Costly:
@@ -48,18 +96,25 @@ void TraceSample(char const* what, ZMQChannelMessage const& message) {
 }  // namespace
 
 std::optional<EventHeader> EventHeader::Parse(std::string_view frame) {
+    if (SeenHeader const* const seen = FindSeen(frame)) {
+        return EventHeader{frame.substr(0, seen->typeSize),
+                           frame.substr(seen->typeSize + 1, seen->channelSize), seen->channelId,
+                           seen->heldType};
+    }
     std::size_t const typeEnd = frame.find('\0');
     if (typeEnd == std::string_view::npos) {
         return std::nullopt;
     }
-    std::string_view const rest = frame.substr(typeEnd + 1);
-    std::size_t const channelEnd = rest.find('\0');
-    if (channelEnd == std::string_view::npos || rest.size() - channelEnd - 1 != 4) {
+    std::size_t const channelEnd = frame.find('\0', typeEnd + 1);
+    if (channelEnd == std::string_view::npos || frame.size() - channelEnd - 1 != kIdSize) {
         return std::nullopt;
     }
-    auto const* id = reinterpret_cast<std::uint8_t const*>(rest.data() + channelEnd + 1);
-    return EventHeader{frame.substr(0, typeEnd), rest.substr(0, channelEnd),
-                       static_cast<int>(ZMQMessagePipeBase::ReadUInt32(id))};
+    auto const* id = reinterpret_cast<std::uint8_t const*>(frame.data() + channelEnd + 1);
+    std::string_view const type = frame.substr(0, typeEnd);
+    EventHeader const header{type, frame.substr(typeEnd + 1, channelEnd - typeEnd - 1),
+                             static_cast<int>(ZMQMessagePipeBase::ReadUInt32(id)), FindMessageTypeName(type)};
+    Remember(frame, header);
+    return header;
 }
 
 ZMQMessagePipeEventSender::ZMQMessagePipeEventSender(AMessageContext* context, MessageAddress remote,
@@ -77,7 +132,8 @@ bool ZMQMessagePipeEventSender::SendNext(AMessage const* message, std::chrono::m
         return false;
     }
     auto const& event = static_cast<ZMQChannelMessage const&>(*message);
-    zmq::message_t header = BuildHeader(event.Type(), event.GetChannelName(), event.GetChannelId());
+    zmq::message_t header(SizeOfHeader(event.Type(), event.GetChannelName()));
+    WriteHeader(header.data(), event.Type(), event.GetChannelName(), event.GetChannelId());
     Frames const frames = {&header, &event.GetBody()};
     if (!IsLogged(LogLevel::Verbose)) {
         return Send(frames, timeout, timedOut, GetRemote());
@@ -106,7 +162,14 @@ bool ZMQMessagePipeEventSender::SendProto(int channelId, std::string const& chan
         LOG_E("Failed to encode message to %s", type.c_str());
         return false;
     }
-    zmq::message_t header = BuildHeader(type, channelName, channelId);
+    char shortHeader[256];
+    std::size_t const size = SizeOfHeader(type, channelName);
+    if (size <= sizeof shortHeader) {
+        WriteHeader(shortHeader, type, channelName, channelId);
+        return Send({shortHeader, size}, *body, timeout, timedOut, GetRemote());
+    }
+    zmq::message_t header(size);
+    WriteHeader(header.data(), type, channelName, channelId);
     return Send({&header, &*body}, timeout, timedOut, GetRemote());
 }
 
@@ -146,28 +209,45 @@ std::optional<EventHeader> ZMQMessagePipeEventListener::ReceiveFrames(zmq::messa
     if (IsDisposed() || !Receive({&header, &body}, timeout, timedOut)) {
         return std::nullopt;
     }
-    std::optional<EventHeader> const parsed = EventHeader::Parse(header.to_string_view());
-    if (!parsed) {
-        LOG_E("invalid event message frame: %s", HexDump(header.data(), header.size()).c_str());
-    }
-    return parsed;
+    return ParseOrReport(header);
 }
 
 AMessage* ZMQMessagePipeEventListener::ReceiveNext(std::chrono::milliseconds timeout, bool* timedOut) {
+    if (IsDisposed()) {
+        return nullptr;
+    }
     std::unique_ptr<ZMQChannelMessage> message(
         new ZMQChannelMessage);  // make_unique would clear its memory first
     zmq::message_t header;
-    std::optional<EventHeader> const parsed = ReceiveFrames(header, message->GetBody(), timeout, timedOut);
-    if (!parsed) {
+    if (!Receive({&header, &message->GetBody()}, timeout, timedOut)) {
         return nullptr;
     }
-    message->SetTypeText(parsed->type);
-    message->SetChannelName(parsed->channel);
-    message->SetChannelId(parsed->channelId);
-    LOG_T("Read event data from %s:\n\t%s", GetRemote().ToString().c_str(),
-          HexDump(message->GetBody().data(), message->GetBody().size()).c_str());
+    // As a rule the thread knows the header, and nothing has to be made of it.
+    std::string_view const frame = header.to_string_view();
+    if (SeenHeader const* const seen = FindSeen(frame)) {
+        message->SetHeader(seen->heldType, frame.substr(seen->typeSize + 1, seen->channelSize),
+                           seen->channelId);
+    } else if (!ReadHeader(header, *message)) {
+        return nullptr;
+    }
     if (IsLogged(LogLevel::Trace)) {
-        TraceSample("Sample in:", *message);
+        TraceReceived(*message);
     }
     return message.release();
+}
+
+bool ZMQMessagePipeEventListener::ReadHeader(zmq::message_t const& header, ZMQChannelMessage& message) {
+    std::optional<EventHeader> const parsed = ParseOrReport(header);
+    if (parsed) {
+        message.SetTypeText(parsed->type);
+        message.SetChannelName(parsed->channel);
+        message.SetChannelId(parsed->channelId);
+    }
+    return parsed.has_value();
+}
+
+void ZMQMessagePipeEventListener::TraceReceived(ZMQChannelMessage const& message) const {
+    LOG_T("Read event data from %s:\n\t%s", GetRemote().ToString().c_str(),
+          HexDump(message.GetBody().data(), message.GetBody().size()).c_str());
+    TraceSample("Sample in:", message);
 }

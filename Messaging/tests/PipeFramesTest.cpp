@@ -1,6 +1,9 @@
+#include <array>
+#include <cstring>
 #include <thread>
 
 #include "ChannelData.pb.h"
+#include "Messaging/MessageTypeName.h"
 #include "Messaging/ZMQMessage.h"
 #include "MessagingFixture.h"
 #include "ServerRequests.pb.h"
@@ -105,6 +108,35 @@ TEST_F(PipeFramesTest, ABadEventIsConsumedWithALine) {
             std::unique_ptr<AMessage> const next = Next(listener);
             ASSERT_NE(next, nullptr);
             EXPECT_EQ(next->Type(), "next");
+        }
+    }
+}
+
+TEST_F(PipeFramesTest, HeadersAreToldApartThatDifferInOneByte) {
+    RawSocket peer = Raw(ZMQ_XPUB, "events");
+    AMessagePipeEventListener* listener = Listener("events");
+    ASSERT_EQ(peer.Receive(), (Frames{"\1"}));  // the subscription
+    std::string const header = MessageTypeName(Integer(0)) + "\0count\0\7\0\0\0"s;
+    vq::test::LogCapture log;
+    for (std::size_t place = 0; place < header.size(); ++place) {
+        for (char const byte :
+             {'\0', static_cast<char>(header[place] ^ 1), static_cast<char>(header[place] ^ 0x80)}) {
+            std::string changed = header;
+            changed[place] = byte;
+            for (std::string const& sent : {header, changed, changed, header}) {
+                peer.Send({sent, ""});
+                auto const message = NextEvent(listener);
+                std::size_t const typeEnd = sent.find('\0');
+                std::size_t const channelEnd = sent.find('\0', typeEnd + 1);
+                ASSERT_EQ(message != nullptr, channelEnd + 1 + sizeof(int) == sent.size()) << place;
+                if (message != nullptr) {
+                    EXPECT_EQ(message->Type(), sent.substr(0, typeEnd));
+                    EXPECT_EQ(message->GetChannelName(), sent.substr(typeEnd + 1, channelEnd - typeEnd - 1));
+                    EXPECT_EQ(std::memcmp(&sent[channelEnd + 1],
+                                          std::to_array({message->GetChannelId()}).data(), sizeof(int)),
+                              0);
+                }
+            }
         }
     }
 }

@@ -22,7 +22,7 @@ public:
     std::uint64_t GetSize() const { return m_size; }
     std::uint64_t GetCapacity() const { return m_capacity; }
 
-    void Write(E entry) {
+    void Write(E&& entry) {
         m_buffer[m_tail] = std::move(entry);
         bool const wasFull = IsFull();
         m_tail = Next(m_tail);

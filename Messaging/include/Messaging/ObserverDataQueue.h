@@ -58,7 +58,12 @@ public:
     std::shared_ptr<IData> PopOldestDataImplementation();
     std::shared_ptr<IData> PopNewestDataImplementation();
     bool PopAllDataImplementation(std::vector<std::shared_ptr<IData>>& list);
-    void PushNewDataImplementation(std::shared_ptr<IData> sample);
+    void PushNewDataImplementation(std::shared_ptr<IData>&& sample) {
+        if (m_buffer.IsFull()) {
+            LOG_V("Observer buffer full - older data will be discarded.");
+        }
+        m_buffer.Write(std::move(sample));
+    }
     void ResizeCapacityImplementation(std::size_t capacity) { m_buffer.Resize(capacity); }
     void ClearDataImplementation() { m_buffer.Clear(); }
 

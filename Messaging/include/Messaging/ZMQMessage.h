@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,6 +28,8 @@ public:
 
     std::string const& GetTypeText() const { return *m_type; }
     void SetTypeText(std::string_view type);
+    /// @param type  a held name (MessageTypeName.h), not null
+    void SetHeldType(std::string const* type) { m_type = type; }
 
 protected:
     ZMQMessageBody() = default;
@@ -43,6 +46,9 @@ private:
 /// The message of request/reply pipes.
 class ZMQMessage final : public AMessage, public ZMQMessageBody {
 public:
+    static void* operator new(std::size_t size);
+    static void operator delete(void* memory) noexcept;
+
     std::string const& Type() const override { return GetTypeText(); }
     void SetType(std::string const& type) override { SetTypeText(type); }
     std::string Dump() const override;
@@ -51,6 +57,9 @@ public:
 /// The message of event pipes. Not a ZMQMessage: a pipe of one kind refuses the message of the other.
 class ZMQChannelMessage final : public AChannelMessage, public ZMQMessageBody {
 public:
+    static void* operator new(std::size_t size);
+    static void operator delete(void* memory) noexcept;
+
     std::string const& Type() const override { return GetTypeText(); }
     void SetType(std::string const& type) override { SetTypeText(type); }
     std::string Dump() const override;
@@ -60,6 +69,12 @@ public:
     void SetChannelId(int id) override { m_channelId = id; }
     void SetChannelName(std::string const& name) override { m_channelName = name; }
     void SetChannelName(std::string_view name) { m_channelName = name; }
+    /// @param type  as for SetHeldType
+    void SetHeader(std::string const* type, std::string_view name, int id) {
+        SetHeldType(type);
+        m_channelName = name;
+        m_channelId = id;
+    }
 
 private:
     int m_channelId = 0;

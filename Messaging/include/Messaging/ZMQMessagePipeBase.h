@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string_view>
 #include <thread>
 #include <zmq.hpp>
 
@@ -65,15 +66,21 @@ public:
     bool RecvMessages(int flags, Frames frames);
 
 protected:
-    /// PollFor and SendMessages in one.
+    /// PollFor and SendMessages in one; the poll, which costs more than a send, only when the socket is not
+    /// ready at once or the steps are to be traced.
     /// @param remote  for the warning when the socket does not become ready
     bool Send(Frames frames, std::chrono::milliseconds timeout, bool* timedOut, MessageAddress const& remote);
+    /// Send for a message of two frames, of which the first is copied: for less than a frame of its own
+    /// takes.
+    bool Send(std::string_view header, zmq::message_t& body, std::chrono::milliseconds timeout,
+              bool* timedOut, MessageAddress const& remote);
     /// PollFor for a send, with the warning.
     bool PollForSend(int& flags, std::chrono::milliseconds timeout, bool* timedOut,
                      MessageAddress const& remote);
     /// SendMessages after PollFor: not ready when told not to wait counts as timed out.
     bool FinishSend(int flags, Frames frames, bool* timedOut);
-    /// PollFor and RecvMessages in one.
+    /// PollFor and RecvMessages in one; the wait by the socket's own time limit, which costs less than a
+    /// poll.
     bool Receive(Frames frames, std::chrono::milliseconds timeout, bool* timedOut);
 
     /// Drops what RecvMessages left of the last message; true when there was anything.
@@ -88,16 +95,20 @@ private:
         int error = 0;           ///< of the frame behind them; 0 when there was none
         bool tooFew = false;     ///< received only: the message ended there
     };
-    // Both need m_mutex.
+    // Both need m_mutex. Traced: each frame at trace level.
+    template <bool Traced>
     Progress SendFrames(int flags, Frames frames);
+    template <bool Traced>
     Progress RecvFrames(int flags, Frames frames);
-    /// PollFor and SendMessages in one, without the wait: a poll costs more than a send that succeeds.
-    /// @return nothing when the ordinary way has to be taken: the socket is not ready, the timeout is none
-    ///         that waits in PollFor, or the steps are to be traced. The frames are then untouched.
-    std::optional<bool> TrySend(Frames frames, std::chrono::milliseconds timeout, bool* timedOut);
-    /// PollFor and RecvMessages in one, by the socket's own time limit: a poll costs more than a receive.
-    /// @return as for TrySend
-    std::optional<bool> ReceiveWithin(Frames frames, std::chrono::milliseconds timeout, bool* timedOut);
+    /// PollFor and SendMessages.
+    bool SendByPoll(Frames frames, std::chrono::milliseconds timeout, bool* timedOut,
+                    MessageAddress const& remote);
+    /// PollFor and RecvMessages.
+    bool ReceiveByPoll(Frames frames, std::chrono::milliseconds timeout, bool* timedOut);
+    /// Reports a receive without a poll that failed.
+    /// @return nothing when the poll has to wait out a socket that cannot become ready
+    static std::optional<bool> FinishFailedReceive(Progress const& progress,
+                                                   std::chrono::milliseconds timeout, bool* timedOut);
     void SetReceiveTimeout(int milliseconds);  // needs m_mutex
     bool ReportSend(Progress const& progress);
     static bool ReportReceive(Progress const& progress);

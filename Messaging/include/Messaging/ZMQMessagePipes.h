@@ -61,4 +61,9 @@ public:
     /// @return what the header says, as views into it; nothing as ReceiveNext gives null
     std::optional<EventHeader> ReceiveFrames(zmq::message_t& header, zmq::message_t& body,
                                              std::chrono::milliseconds timeout, bool* timedOut);
+
+private:
+    // Not inlined: neither is on the usual way.
+    [[gnu::noinline]] static bool ReadHeader(zmq::message_t const& header, ZMQChannelMessage& message);
+    [[gnu::noinline]] void TraceReceived(ZMQChannelMessage const& message) const;
 };
