@@ -5,9 +5,9 @@
 #include <string_view>
 
 #include "FuzzCheck.h"
-#include "Logging/LogConfig.h"
 #include "Messaging/SocketServerReply.h"
 #include "Messaging/VqdbOutput.h"
+#include "QuietLog.h"
 
 namespace {
 
@@ -44,12 +44,8 @@ void ReadProcesses(std::string_view output) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-    static bool const quiet = [] {
-        LogConfig::Instance().SetLogCallback(
-            [](LogRecord const& record) { return record.level == LogLevel::Fatal; });
-        return true;
-    }();
-    if (!quiet || size == 0) {
+    KeepLogQuiet();
+    if (size == 0) {
         return 0;
     }
     std::string_view const text(reinterpret_cast<char const*>(data) + 1, size - 1);
