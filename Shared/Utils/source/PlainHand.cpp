@@ -30,7 +30,7 @@ public:
     /// Whether the bytes are one.
     bool IsValid() const {
         std::uint64_t difference = 0;
-        for (std::size_t const offset : {0, 8, 16, 24, 32, 37}) {  // the last two overlap
+        for (std::size_t const offset : {0U, 8U, 16U, 24U, 32U, 37U}) {  // the last two overlap
             difference |=
                 (Read<std::uint64_t>(m_bytes + offset) ^ Read<std::uint64_t>(kForm.data() + offset)) &
                 Read<std::uint64_t>(kKnown.data() + offset);

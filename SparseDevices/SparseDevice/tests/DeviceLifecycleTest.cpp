@@ -121,13 +121,13 @@ TEST_F(DeviceTest, AFailedReturnIsTriedAgainInTheNextStep) {
     ASSERT_TRUE(Start());
     AwaitSubscription();
     LogCapture const log;
-    std::atomic<int> refusals{2};
-    server->On<RegisterSparseDeviceChannels>([&](RegisterSparseDeviceChannels const&) -> FakeServer::Reply {
+    auto const answer = [refusals = 2](RegisterSparseDeviceChannels const&) mutable -> FakeServer::Reply {
         if (refusals-- > 0) {
             return FakeServer::Refuse("not now");
         }
         return std::make_unique<RegisterSparseDeviceChannels::Reply>();
-    });
+    };
+    server->On<RegisterSparseDeviceChannels>(answer);
     PublishUnregistered("puck", 1);
     ASSERT_TRUE(StepUntil([&] { return device->GetState() == SparseDevice::State::Uninitialized; }));
     server->ClearRequests();
