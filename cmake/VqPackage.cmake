@@ -1,7 +1,7 @@
 # The Debian packages: cpack -G DEB in the build tree of the preset "package"; scripts/package builds and checks them.
 set(documents "${CMAKE_INSTALL_DATADIR}/doc/libvq-identity-dev")
 install(FILES README.md DESTINATION "${documents}" COMPONENT development)
-install(DIRECTORY docs DESTINATION "${documents}" COMPONENT development)
+install(DIRECTORY docs DESTINATION "${documents}" COMPONENT development FILES_MATCHING PATTERN "*.md")
 install(FILES Examples/identity_profile.c DESTINATION "${documents}/Examples" COMPONENT development)
 
 set(CPACK_GENERATOR DEB)
