@@ -27,14 +27,14 @@ inline bool IsLogged(LogLevel level) {
 /// Formats one record and hands it to every sink on the calling thread. The statement macros below test the
 /// level first; this function never does. A record of level Fatal ends the process after the sinks have been
 /// flushed.
-/// @param plain     a message of the logging layer itself or a word to the user: also reaches a silenced
-/// console
+/// @param plain     a message of the logging layer itself or a word to the user: also reaches a
+///                  console that has been silenced,
 ///                  and is printed there without a location.
 /// @param tag       prefix on the console line; null or empty for none. Must outlive the process (a literal).
 /// @param file      source path of the statement; null counts as empty. A literal.
 /// @param function  name of the calling function; null counts as empty. A literal.
-/// @param format    printf format; null logs nothing at all. Exactly "%s" passes its argument through
-/// unformatted,
+/// @param format    printf format; null logs nothing at all.
+///                  Exactly "%s" passes its argument through unformatted,
 ///                  at any length.
 void LogInternal(bool plain, char const* tag, char const* file, int line, char const* function,
                  LogLevel level, char const* format, ...) __attribute__((format(printf, 7, 8)));

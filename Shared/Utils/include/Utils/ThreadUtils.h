@@ -16,9 +16,9 @@ std::string_view GetGivenThreadName();
 void SetThreadName(std::string_view name);
 
 /// Scheduling of the calling thread.
-/// @param policy  0: real-time round robin, one below the highest priority, where the user may do that
-/// (threads
-///                started later inherit it). Any other value changes nothing.
+/// @param policy  0: real-time round robin, one below the highest priority, where the user may do that;
+///                threads started later inherit it.
+///                Any other value changes nothing.
 void SetThreadSchedulerPolicy(int policy);
 
 /// Takes real-time scheduling from the calling thread, which it may have inherited: for threads that do not

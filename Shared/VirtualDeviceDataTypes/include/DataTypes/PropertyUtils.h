@@ -28,8 +28,8 @@ bool ParseCategories(Json::Value const& root, std::string const& key,
 
 /// Reads the properties from the object `root[key]`, in the order of their names; null or absent is true.
 /// @param context     names the section in messages.
-/// @param onProperty  gets each completed property with the JSON it came from; false ends the walk with
-/// false.
+/// @param onProperty  gets each completed property with the JSON it came from;
+///                    false ends the walk with false.
 bool ParseProperties(std::string const& context, Json::Value const& root, std::string const& key,
                      PropertyInfo& info,
                      std::function<bool(Json::Value const&, vq::cfg::CommonProperty&)> const& onProperty);
