@@ -95,14 +95,15 @@ TEST(ChannelSoak, EveryObserverThatKeepsUpSeesEverySampleOfEveryProducer) {
         prefixes += (i == 0 ? "p" : ",p") + std::to_string(i) + ".";
     }
     std::vector<Process> observers;
-    auto const observe = [&](std::string const& name, char const* reportMs) {
-        return Start("sample_observer", {"--prefixes", prefixes, "--queue", "100000", "--until", last,
+    auto const observe = [&](std::string const& name, char const* reportMs, std::string const& until) {
+        return Start("sample_observer", {"--prefixes", prefixes, "--queue", "100000", "--until", until,
                                          "--report-ms", reportMs, "--device-name", name});
     };
     for (int i = 0; i < count; ++i) {
-        observers.push_back(observe("observer" + std::to_string(i), "3600000"));
+        observers.push_back(observe("observer" + std::to_string(i), "3600000", last));
     }
-    Process const still = observe("still", "50");
+    // Ends when it is told, and not as soon as it finds all that it missed at once.
+    Process const still = observe("still", "50", "0");
     EXPECT_EQ(Reported(*still, "p0.pose"), 0);
     still->Signal(SIGSTOP);
     std::vector<Process> producers;
