@@ -1,15 +1,7 @@
 // What a record looks like on the console.
 
-#include <gmock/gmock.h>
-#include <stdlib.h>
-#include <unistd.h>
-
-#include <sstream>
-#include <string>
-#include <tuple>
-#include <vector>
-
 #include "MakeRecord.h"
+#include "TestSupport/Test.h"
 
 namespace {
 

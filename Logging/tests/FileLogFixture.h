@@ -1,22 +1,12 @@
 #pragma once
 
-#include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <utime.h>
-
-#include <algorithm>
-#include <ctime>
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include "Logging/FileLogHandler.h"
 #include "Logging/LogConfig.h"
 #include "TestSupport/LogCapture.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Test.h"
 
 namespace vq::test {
 

@@ -2,12 +2,9 @@
 
 #include <signal.h>
 
-#include <cstdlib>
-#include <map>
-#include <thread>
-
 #include "FileLogFixture.h"
 #include "TestSupport/ChildProcess.h"
+#include "TestSupport/Test.h"
 #include "Utils/OSUtils.h"
 
 namespace vq::test {

@@ -1,8 +1,7 @@
 // Moving a log out of the way, by size and by date.
 
-#include <unistd.h>
-
 #include "FileLogFixture.h"
+#include "TestSupport/Test.h"
 
 namespace vq::test {
 

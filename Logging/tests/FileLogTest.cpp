@@ -2,12 +2,9 @@
 
 #include "FileLogFixture.h"
 
-#include <stdlib.h>
 #include <sys/mount.h>
-#include <unistd.h>
 
-#include <thread>
-
+#include "TestSupport/Test.h"
 #include "Utils/OSUtils.h"
 #include "Utils/ThreadUtils.h"
 

@@ -1,17 +1,7 @@
 #include "Logging/LogConfig.h"
 
-#include <gmock/gmock.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <chrono>
-#include <cstdlib>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
-
 #include "MakeRecord.h"
+#include "TestSupport/Test.h"
 
 namespace {
 

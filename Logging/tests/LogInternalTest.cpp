@@ -1,14 +1,10 @@
-#include <gmock/gmock.h>
 
 #include <climits>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <string>
 
 #include "Logging/Log.h"
 #include "Logging/LogConfig.h"
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Test.h"
 
 namespace {
 

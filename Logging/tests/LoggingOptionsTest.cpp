@@ -3,17 +3,12 @@
 #include "Logging/LoggingOptions.h"
 
 #include <getopt.h>
-#include <gmock/gmock.h>
-
-#include <random>
-#include <string>
-#include <vector>
 
 #include "Logging/FileLogHandler.h"
 #include "Logging/LogConfig.h"
 #include "Logging/LogParameterCLIProcessor.h"
 #include "TestSupport/LogCapture.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Test.h"
 
 namespace vq::test {
 

@@ -1,9 +1,9 @@
-#include <thread>
 
 #include "Messaging/EventDispatcher.h"
 #include "Messaging/EventMonitor.h"
 #include "Messaging/ZMQMessage.h"
 #include "MessagingFixture.h"
+#include "TestSupport/Test.h"
 
 namespace {
 

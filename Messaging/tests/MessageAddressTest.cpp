@@ -1,9 +1,7 @@
 #include "Messaging/MessageAddress.h"
 
-#include <gtest/gtest.h>
-
 #include "Messaging/TransportProvider.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Test.h"
 
 namespace {
 

@@ -1,12 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "Messaging/AMessagePipe.h"
 #include "Messaging/AMessagePipeProvider.h"
 #include "Messaging/MessageUtils.h"
@@ -14,12 +7,12 @@
 #include "Messaging/ZMQMessagePipeBase.h"
 #include "TestSupport/LogCapture.h"
 #include "TestSupport/RawWire.h"
+#include "TestSupport/Test.h"
 
 /// A context of its own, and bare sockets as the peers of its pipes.
 class MessagingTest : public testing::Test {
 protected:
     using Frames = vq::test::Frames;
-    using Lines = std::vector<std::string>;
     using RawSocket = vq::test::RawSocket;
     using Transport = MessageAddress::Transport;
 

@@ -1,13 +1,7 @@
 #include "Messaging/ObserverDataQueue.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <sstream>
-#include <string>
-#include <thread>
-
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Test.h"
 
 namespace {
 

@@ -1,12 +1,11 @@
 #include <array>
-#include <cstring>
-#include <thread>
 
 #include "ChannelData.pb.h"
 #include "Messaging/MessageTypeName.h"
 #include "Messaging/ZMQMessage.h"
 #include "MessagingFixture.h"
 #include "ServerRequests.pb.h"
+#include "TestSupport/Test.h"
 
 namespace {
 

@@ -1,12 +1,10 @@
-#include <stdlib.h>
 
-#include <filesystem>
 
 #include "Messaging/AMessageManager.h"
 #include "Messaging/ZMQMessagePipeProvider.h"
 #include "MessagingFixture.h"
 #include "ServerRequests.pb.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Test.h"
 #include "Utils/ServerRegistry.h"
 
 namespace {

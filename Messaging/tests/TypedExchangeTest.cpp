@@ -1,8 +1,8 @@
 #include <list>
-#include <thread>
 
 #include "MessagingFixture.h"
 #include "ServerRequests.pb.h"
+#include "TestSupport/Test.h"
 
 namespace {
 

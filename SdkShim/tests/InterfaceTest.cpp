@@ -1,12 +1,6 @@
 // The shared library seen from outside, without a server.
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <iterator>
-#include <sstream>
-#include <string>
-
+#include "TestSupport/Test.h"
 #include "vq_identity.h"
 #include "vq_token_agent.h"
 

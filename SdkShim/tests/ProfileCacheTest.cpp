@@ -1,10 +1,7 @@
 #include "identity/ProfileCache.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "Identity.pb.h"
+#include "TestSupport/Test.h"
 
 using vq::IdentityShim::ProfileCache;
 

@@ -1,13 +1,5 @@
 #include "ShimSparseDevice.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <functional>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "AsyncCmd.h"
 #include "Identity.pb.h"
 #include "Messaging/AMessagePipe.h"
@@ -15,6 +7,7 @@
 #include "SparseDeviceHelpers/SparseDeviceMule.h"
 #include "TestSupport/FakeServer.h"
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Test.h"
 #include "identity/IdentitySparseDevice.h"
 
 using namespace std::chrono_literals;

@@ -1,16 +1,11 @@
 #include "VDSConnectionManager.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <condition_variable>
 #include <semaphore>
-#include <string>
-#include <thread>
 
 #include "TestSupport/LogCapture.h"
 #include "TestSupport/RawWire.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Test.h"
 #include "Utils/ServerRegistry.h"
 
 using namespace std::chrono_literals;

@@ -1,20 +1,13 @@
 #include "VerifyServerVersion.h"
 
-#include <gtest/gtest.h>
-
-#include <future>
-#include <string>
-#include <vector>
-
 #include "Messaging/AMessageContext.h"
 #include "Messaging/AMessageManager.h"
 #include "Messaging/AMessagePipeProvider.h"
 #include "TestSupport/LogCapture.h"
 #include "TestSupport/RawWire.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Test.h"
 
 TEST(VerifyServerVersionTest, ANewerProtocolIsRefusedAnyOlderOneAcceptedAndARefusalMayBeTheOlderTool) {
-    using Lines = std::vector<std::string>;
     using Answer = std::pair<std::string, std::string>;  // type and payload
     std::string const path = "IPC:" + vq::test::HomeDirectory() + "server";
     vq::test::RawSocket server(ZMQ_REP, path);

@@ -1,22 +1,14 @@
 // Sample producers and observers over the real server: what arrives is counted. VQ_SOAK_SECONDS=60 makes the
 // short form a soak of ten producers and ten observers.
 
-#include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "Messaging/SharedMemoryAccessor.h"
 #include "Rig.h"
 #include "ServerRequests.pb.h"
 #include "TestSupport/RawWire.h"
+#include "TestSupport/Test.h"
 #include "Utils/SharedMutex.h"
 
 namespace vq::test {

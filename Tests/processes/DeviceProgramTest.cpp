@@ -1,12 +1,9 @@
 // A stand-alone device program, from the outside: what ends it and how, and what the guide says of it.
 
-#include <gmock/gmock.h>
 #include <signal.h>
 
-#include <fstream>
-#include <sstream>
-
 #include "Rig.h"
+#include "TestSupport/Test.h"
 
 namespace vq::test {
 namespace {

@@ -2,9 +2,8 @@
 
 #include <signal.h>
 
-#include <thread>
-
 #include "Rig.h"
+#include "TestSupport/Test.h"
 
 namespace vq::test {
 namespace {

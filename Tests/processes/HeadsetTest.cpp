@@ -1,9 +1,6 @@
 // A server, its steering program and a simulated headset behind the simulated bridge.
 
-#include <gmock/gmock.h>
 #include <signal.h>
-
-#include <thread>
 
 #include "Messaging/MessageAddress.h"
 #include "Rig.h"
@@ -12,6 +9,7 @@
 #include "SimulatedHeadset/BridgeTunnels.h"
 #include "SimulatedHeadset/HeadsetServer.h"
 #include "TestSupport/RawWire.h"
+#include "TestSupport/Test.h"
 
 namespace vq::test {
 namespace {

@@ -7,7 +7,7 @@
 #include "RawPeer.h"
 #include "Rig.h"
 #include "ServerRequests.pb.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Test.h"
 
 namespace vq::test {
 namespace {

@@ -1,12 +1,7 @@
 // Log files and logging options of the programs and of an application.
 
-#include <gmock/gmock.h>
-
-#include <fstream>
-#include <sstream>
-
 #include "Rig.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Test.h"
 
 namespace vq::test {
 namespace {

@@ -1,17 +1,14 @@
 // What the server has of its devices and of the programs that run them: commands to devices, programs that it
 // launches, and programs that die.
 
-#include <gmock/gmock.h>
 #include <signal.h>
-
-#include <filesystem>
 
 #include "DeviceRequests.pb.h"
 #include "Rig.h"
 #include "ServerEvents.pb.h"
 #include "ServerRequests.pb.h"
 #include "TestSupport/RawWire.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Test.h"
 
 namespace vq::test {
 namespace {

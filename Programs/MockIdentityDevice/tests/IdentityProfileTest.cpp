@@ -1,10 +1,9 @@
 #include "IdentityProfile.h"
 
-#include <gtest/gtest.h>
-
 #include "PendingRequests.h"
 #include "SparseDevice/ManifestProcessor.h"
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Test.h"
 
 namespace vq::mock {
 namespace {

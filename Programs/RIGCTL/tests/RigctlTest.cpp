@@ -1,19 +1,11 @@
 // The program itself, against a real server and device, and against none.
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/syscall.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 
 #include "TestSupport/ChildProcess.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Test.h"
 #include "Utils/SharedMutex.h"
 
 namespace vq::test {

@@ -1,16 +1,13 @@
 #include <arpa/inet.h>
-#include <gmock/gmock.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-
-#include <cstdlib>
-#include <future>
 
 #include "Messaging/MessageAddress.h"
 #include "Messaging/VqdbAccessor.h"
 #include "SimulatedHeadset/BridgeState.h"
 #include "SimulatedHeadset/BridgeTunnels.h"
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Test.h"
 #include "Utils/FileDescriptor.h"
 #include "Utils/OSUtils.h"
 

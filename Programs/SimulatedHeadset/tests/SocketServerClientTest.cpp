@@ -1,9 +1,5 @@
 #include "Messaging/SocketServerClient.h"
 
-#include <gmock/gmock.h>
-
-#include <memory>
-
 #include "Messaging/AMessagePipeProvider.h"
 #include "Messaging/RemoteDeviceHandler.h"
 #include "Messaging/ZMQMessageContext.h"
@@ -12,6 +8,7 @@
 #include "SimulatedHeadset/BridgeTunnels.h"
 #include "SimulatedHeadset/HeadsetServer.h"
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Test.h"
 
 namespace {
 

@@ -1,9 +1,5 @@
 // A server inside this process passes on what devices send, keeps the latest of it, and owns shared memory.
 
-#include <gmock/gmock.h>
-
-#include <cstring>
-
 #include "BufferDescriptors.pb.h"
 #include "Messaging/AMessagePipeProvider.h"
 #include "Messaging/SharedMemoryAccessor.h"
@@ -11,6 +7,7 @@
 #include "RawDevice.h"
 #include "RunningServer.h"
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Test.h"
 #include "Utils/OSUtils.h"
 
 namespace vq::server {

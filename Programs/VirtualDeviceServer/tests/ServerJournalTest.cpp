@@ -1,11 +1,7 @@
 #include "VirtualDeviceServer/ServerJournal.h"
 
-#include <gmock/gmock.h>
-
-#include <fstream>
-
 #include "TestSupport/LogCapture.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Test.h"
 #include "Utils/OSUtils.h"
 
 namespace vq::server {

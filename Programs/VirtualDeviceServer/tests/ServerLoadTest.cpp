@@ -1,18 +1,14 @@
 // How much the server holds: nobody is lost under load, and nobody who stands still costs it more than a
 // bound.
 
-#include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <fstream>
 #include <list>
 
 #include "RawDevice.h"
 #include "TestSupport/ChildProcess.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Test.h"
 
 namespace vq::server {
 namespace {

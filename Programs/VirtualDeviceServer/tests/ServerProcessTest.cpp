@@ -1,18 +1,13 @@
 // The program itself: signals, crashes, restarts, and what it leaves behind.
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <semaphore.h>
 #include <signal.h>
-
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "Messaging/MessageAddress.h"
 #include "RawDevice.h"
 #include "TestSupport/ChildProcess.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Test.h"
 #include "Utils/OSUtils.h"
 #include "Utils/SharedMutex.h"
 

@@ -1,6 +1,6 @@
-#include <gmock/gmock.h>
 
 #include "StateFixture.h"
+#include "TestSupport/Test.h"
 
 namespace vq::server {
 namespace {

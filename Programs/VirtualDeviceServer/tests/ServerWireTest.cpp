@@ -1,15 +1,13 @@
 // A server inside this process, spoken to frame by frame.
 
-#include <gmock/gmock.h>
 #include <sys/stat.h>
-
-#include <atomic>
-#include <thread>
 
 #include "RawDevice.h"
 #include "RunningServer.h"
 #include "TestSupport/LogCapture.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Table.h"
+#include "TestSupport/Test.h"
+#include "TestSupport/WireText.h"
 #include "Utils/OSUtils.h"
 
 namespace vq::server {
@@ -54,117 +52,14 @@ INSTANTIATE_TEST_SUITE_P(Transports, ServerWireTest,
                              return text.substr(0, text.find(':'));
                          });
 
-using Message = std::unique_ptr<google::protobuf::MessageLite>;
-struct Exchange {
-    Message request;
-    std::string answer;
-};
-
-template <class Request, class... Fill>
-Exchange Expect(char const* answer, Fill... fill) {
-    auto request = std::make_unique<Request>();
-    (fill(*request), ...);
-    std::string type = *answer == '.' ? request->GetTypeName() + answer : std::string(answer);
-    return {std::move(request), std::move(type)};
-}
-
-/// All requests that are served, in an order in which each can succeed, for the device "d" with id 1 that
-/// produces "x", and some that must fail.
-std::vector<Exchange> AllExchanges() {
-    using namespace vq::vds;  // NOLINT: a table of its messages
-    auto const id = [](auto& m) { m.set_device_id(1); };
-    auto const badId = [](auto& m) { m.set_device_id(77); };
-    auto const name = [](auto& m) { m.set_device("d"); };
-    auto const badName = [](auto& m) { m.set_device("nobody"); };
-    auto const mapping = [](auto& m) { *m.mutable_mappings() = Pairs({{"d", "x"}}); };
-    auto const badMapping = [](auto& m) { *m.mutable_mappings() = Pairs({{"d", "y"}}); };
-    auto const application = [](auto& m) { m.set_application_id(1); };
-    auto const stats = [](auto& m) { m.set_name("d"), m.mutable_stats(); };
-    auto const event = [](auto& m) { m.set_event_type("t"), m.set_event_data("d"); };
-    auto const program = [](auto& m) { m.set_name("app"), m.set_process_id(5); };
-    auto const badChannel = [](auto& m) { m.set_channel("none"); };
-    auto const memory = [](auto& m) { m.set_memory_id("/some/memory"); };
-    auto const badMemory = [](auto& m) { m.set_memory_id("none"); };
-    auto const size = [](std::uint64_t bytes) {
-        return [bytes](auto& m) { m.set_size(bytes), m.set_resizable(true); };
-    };
-    auto const configuration = [](auto& m) { *m.mutable_configuration() = Configuration(); };
-    constexpr char kReply[] = ".Reply", kOwn[] = ".Error", kError[] = "vq.vds.Error";
-
-    std::vector<Exchange> all;
-    auto const add = [&all](auto... exchanges) { (all.push_back(std::move(exchanges)), ...); };
-    add(Expect<Ping>(kReply), Expect<GetVersion>(kReply), Expect<GetProtocolVersion>(kReply),
-        Expect<GetDataPath>(kReply), Expect<SetVQSDKCompatibilityVersion>(kReply),
-        Expect<GetVQSDKCompatibilityVersion>(kReply), Expect<GetServerEventAddress>(kReply),
-        Expect<GetServerDataEventBroadcastAddress>(kReply), Expect<GetServerHeartbeatEventAddress>(kReply));
-    add(Expect<GetDeviceInfos>(kReply), Expect<GetDeviceInfo>(kReply, name),
-        Expect<GetDeviceInfo>(kOwn, badName),
-        Expect<GetDevicesOfType>(kReply, [](auto& m) { m.set_type("Generic"); }),
-        Expect<GetDeviceRequestReplyAddress>(kReply, name, [](auto& m) { m.set_flag(false); }),
-        Expect<GetDeviceRequestReplyAddress>(kError, badName, [](auto& m) { m.set_flag(false); }),
-        Expect<CreateServerDataEventListenerAddress>(kReply, id),
-        Expect<CreateServerDataEventListenerAddress>(kError, badId),
-        Expect<CreateServerDataEventListenerAddress>(kError));
-    add(Expect<GetChannelInfos>(kReply),
-        Expect<GetChannelsOfType>(kReply, [](auto& m) { m.set_type("Vec3"); }),
-        Expect<GetChannelMappings>(kReply), Expect<RemoveChannelMappings>(kReply, mapping),
-        Expect<RemoveChannelMappings>(kOwn, mapping), Expect<AddChannelMappings>(kReply, mapping),
-        Expect<AddChannelMappings>(kOwn, badMapping), Expect<ClearChannelMappings>(kReply),
-        Expect<RegisterSparseDeviceChannels>(kReply, id), Expect<RegisterSparseDeviceChannels>(kError, badId),
-        Expect<UnregisterSparseDeviceChannels>(kReply, id, [](auto& m) { m.add_channel_ids(1); }),
-        Expect<UnregisterSparseDeviceChannels>(kError, id, [](auto& m) { m.add_channel_ids(1); }));
-    add(Expect<ReportSparseDeviceInitialized>(kReply, id),
-        Expect<ReportSparseDeviceInitialized>(kError, badId),
-        Expect<EnableAutomaticStatsCollection>(kReply, [](auto& m) { m.set_enabled(false); }),
-        Expect<SparseDeviceStatsUpdate>(kReply, id, stats),
-        Expect<SparseDeviceStatsUpdate>(kOwn, badId, stats), Expect<GetDeviceStats>(kReply),
-        Expect<GetDeviceStats>(kOwn, [](auto& m) { m.add_devices("nobody"); }),
-        Expect<SendSparseDeviceEvent>(kReply, id, event), Expect<SendSparseDeviceEvent>(kOwn, badId, event),
-        Expect<GetDevicePruneSettings>(kReply),
-        Expect<SetDevicePruneSettings>(kReply, [](auto& m) { m.set_timeout_ms(0), m.set_interval_ms(100); }),
-        Expect<PruneDevice>(kOwn, badName),
-        Expect<UnregisterSparseDevice>(kError, id, [](auto& m) { m.set_name("e"); }),
-        Expect<UnregisterSparseDevice>(kReply, id, [](auto& m) { m.set_name("d"); }));
-    add(Expect<RegisterDeviceApplication>(kReply, program, [](auto& m) { m.set_second_name("App"); }),
-        Expect<ReportDeviceApplicationInitialized>(kReply, application),
-        Expect<GetDeviceApplicationInfos>(kReply), Expect<UnregisterDeviceApplication>(kReply, application),
-        Expect<UnregisterDeviceApplication>(kError, application),
-        Expect<ReportDeviceApplicationInitialized>(kOwn, application),
-        Expect<RegisterVQSDKApplication>(kReply, program), Expect<GetVQSDKApplicationInfos>(kReply),
-        Expect<UnregisterVQSDKApplication>(kReply, [](auto& m) { m.set_application_id(2); }),
-        Expect<UnregisterVQSDKApplication>(kError, application));
-    add(Expect<ResendLatestChannelData>(kReply), Expect<GetLatestChannelData>(kReply),
-        Expect<SetAbsoluteChannelData>(kOwn), Expect<GetAbsoluteChannelData>(kOwn, badChannel),
-        Expect<ResetAbsoluteChannelData>(kOwn, badChannel));
-    add(Expect<CreateServerSharedMemory>(kReply, memory, size(5)),
-        Expect<CreateServerSharedMemory>(kError, memory, size(5)),
-        Expect<CreateServerSharedMemory>(kError, badMemory, size(0)),
-        Expect<CreateServerSharedMemory>(kError, badMemory, size(std::uint64_t{1} << 60)),
-        Expect<FindServerSharedMemory>(kReply, memory), Expect<FindServerSharedMemory>(kReply, badMemory),
-        Expect<ResizeServerSharedMemory>(kReply, memory, [](auto& m) { m.set_size(9000); }),
-        Expect<ResizeServerSharedMemory>(kError, memory, [](auto& m) { m.set_size(0); }),
-        Expect<ResizeServerSharedMemory>(kError, badMemory, [](auto& m) { m.set_size(1); }),
-        Expect<GetPortableSharedMemoryConfiguration>(".NotPortable", memory),
-        Expect<SetPortableSharedMemoryConfiguration>(kReply, memory, configuration),
-        Expect<GetPortableSharedMemoryConfiguration>(kReply, memory),
-        Expect<ClearPortableSharedMemoryConfiguration>(kReply, memory),
-        Expect<SetPortableSharedMemoryConfiguration>(kError, badMemory, configuration),
-        Expect<GetPortableSharedMemoryConfiguration>(kError, badMemory),
-        Expect<ClearPortableSharedMemoryConfiguration>(kError, badMemory),
-        Expect<DeleteServerSharedMemory>(kReply, memory), Expect<DeleteServerSharedMemory>(kError, memory));
-    add(Expect<GetLogParameters>(kReply), Expect<SetLogParameters>(kReply),
-        Expect<SetLogParameters>(kError, [](auto& m) { m.add_parameters("--logfile-maxsize=0"); }));
-    // Known to the protocol and not served; unknown to it; and without what it requires.
-    add(Expect<GetRecordingStatus>(kError), Expect<Empty>(kError), Expect<GetDeviceInfo>(kError),
-        Expect<RegisterSparseDevice>(kError));
-    return all;
-}
-
 TEST_P(ServerWireTest, EveryRequestGetsTheAnswerOfItsKind) {
     RawDevice device(*m_client, "d", &m_context);
     device.ServeChannel("x");
-    for (Exchange const& exchange : AllExchanges()) {
-        EXPECT_EQ(m_client->Ask(*exchange.request), exchange.answer) << exchange.request->GetTypeName();
+    for (auto const& [name, fields, answer] : test::Rows<3>("ServerWire", "exchanges")) {
+        std::string const type = "vq.vds." + name;
+        EXPECT_EQ(m_client->Exchange({"", type, wire::Bytes(fields)}).first,
+                  answer.front() == '.' ? type + answer : answer)
+            << type << " " << fields;
     }
 }
 

@@ -1,8 +1,5 @@
 // Access to the shared memory of a server that runs inside this process.
 
-#include <gtest/gtest.h>
-
-#include <cstring>
 #include <limits>
 
 #include "Messaging/AMessagePipeProvider.h"
@@ -12,6 +9,7 @@
 #include "RawDevice.h"
 #include "RunningServer.h"
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Test.h"
 #include "Utils/SharedMutex.h"
 
 namespace vq::server {
@@ -19,7 +17,6 @@ namespace {
 
 using std::chrono::milliseconds;
 using Access = SharedMemory::Access;
-using Lines = std::vector<std::string>;
 
 constexpr milliseconds kLimit{30000};
 

@@ -1,12 +1,7 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "ServerEvents.pb.h"
+#include "TestSupport/Test.h"
 #include "VirtualDeviceServer/ServerState.h"
 
 namespace vq::server {

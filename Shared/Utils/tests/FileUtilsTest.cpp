@@ -1,14 +1,7 @@
-#include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Test.h"
 #include "Utils/FileDescriptor.h"
 #include "Utils/OSUtils.h"
 

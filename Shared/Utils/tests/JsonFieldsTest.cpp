@@ -1,17 +1,12 @@
 #include "Utils/JsonFields.h"
 
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Test.h"
 #include "Utils/JsonUtils.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
 
 namespace {
 
 using vq::test::LogCapture;
-using Lines = std::vector<std::string>;
 
 Json::Value Parse(std::string const& text) {
     Json::Value root;

@@ -1,25 +1,14 @@
 #include "Utils/JsonIncludes.h"
 
 #include "TestSupport/LogCapture.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Test.h"
 #include "Utils/JsonUtils.h"
 #include "Utils/OSUtils.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <fstream>
-#include <map>
-#include <sstream>
-#include <string>
-#include <vector>
 
 namespace {
 
 using testing::HasSubstr;
 using vq::test::LogCapture;
-using Lines = std::vector<std::string>;
 
 Json::Value Parse(std::string const& text) {
     Json::Value root;

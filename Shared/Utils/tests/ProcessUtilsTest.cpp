@@ -1,12 +1,6 @@
-#include <gmock/gmock.h>
-#include <stdlib.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Test.h"
 #include "Utils/OSUtils.h"
 
 namespace {

@@ -1,13 +1,9 @@
 // What holds for every pair of a message and a plain structure, over random values.
 
 #include <google/protobuf/io/coded_stream.h>
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <set>
-#include <string>
 
 #include "RandomPlain.h"
+#include "TestSupport/Test.h"
 
 namespace {
 

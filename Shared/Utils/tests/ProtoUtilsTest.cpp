@@ -2,17 +2,9 @@
 
 #include "Utils/ProtoUtils.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <chrono>
-#include <cstddef>
-#include <iterator>
-#include <string>
-#include <vector>
-
 #include "RandomPlain.h"
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Test.h"
 #include "vq_identity.h"
 
 namespace {

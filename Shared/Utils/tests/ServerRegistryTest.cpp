@@ -1,17 +1,9 @@
 #include "Utils/ServerRegistry.h"
 
-#include <gtest/gtest.h>
-#include <stdlib.h>
 #include <sys/wait.h>
-#include <unistd.h>
-
-#include <fstream>
-#include <iterator>
-#include <random>
-#include <string>
-#include <vector>
 
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Test.h"
 #include "Utils/OSUtils.h"
 
 namespace {

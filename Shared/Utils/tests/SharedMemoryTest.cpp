@@ -1,15 +1,9 @@
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 
-#include <cstring>
-#include <fstream>
-#include <string>
-#include <vector>
-
 #include "TestSupport/LogCapture.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Test.h"
 #include "Utils/OSUtils.h"
 #include "Utils/SharedMemoryMmap.h"
 

@@ -1,15 +1,10 @@
 #include "Utils/SharedMutex.h"
 
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <string>
-#include <vector>
 
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Test.h"
 
 namespace {
 

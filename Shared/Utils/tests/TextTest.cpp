@@ -1,11 +1,6 @@
 #include "Utils/TextUtils.h"
 
-#include <gmock/gmock.h>
-
-#include <string>
-#include <tuple>
-#include <vector>
-
+#include "TestSupport/Test.h"
 #include "Utils/PathText.h"
 
 namespace {

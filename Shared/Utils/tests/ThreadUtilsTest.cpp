@@ -1,14 +1,9 @@
 #include "Utils/ThreadUtils.h"
 
-#include <gmock/gmock.h>
 #include <pthread.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <string>
-#include <thread>
 
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Test.h"
 #include "Utils/OSUtils.h"
 
 namespace {

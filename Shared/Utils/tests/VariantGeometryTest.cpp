@@ -1,10 +1,8 @@
-#include <gtest/gtest.h>
 
 #include <cmath>
-#include <optional>
-#include <vector>
 
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Test.h"
 #include "TestSupport/WireWriter.h"
 #include "Utils/ProtoUtils.h"
 

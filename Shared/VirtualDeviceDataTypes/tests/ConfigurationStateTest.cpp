@@ -5,16 +5,7 @@
 #include "DataTypes/VariantUtils.h"
 #include "JsonText.h"
 #include "TestSupport/LogCapture.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <map>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
+#include "TestSupport/Test.h"
 
 namespace {
 
@@ -48,7 +39,6 @@ std::string TextOf(ConfigurationState const& state, std::string const& name) {
 
 TEST(Settings, AreClampedWhenSetWhateverTheTypeSaysOfWrapping) {
     using State = ConfigurationState;
-    using Lines = std::vector<std::string>;
     auto const variant = [](State& state, char const* name, char const* json) {
         Variant value;
         ASSERT_TRUE(ConvertJsonToVariant("v", Parse(json), value));

@@ -3,12 +3,7 @@
 #include "DataTypes/SparseDeviceType.h"
 #include "Descriptors.pb.h"
 #include "ServerRequests.pb.h"
-
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <utility>
+#include "TestSupport/Test.h"
 
 namespace {
 

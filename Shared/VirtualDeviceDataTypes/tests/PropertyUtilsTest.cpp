@@ -3,23 +3,19 @@
 #include "DataTypes/VariantUtils.h"
 #include "JsonText.h"
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Table.h"
+#include "TestSupport/Test.h"
 
-#include <gmock/gmock.h>
 #include <google/protobuf/stubs/logging.h>
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <map>
-#include <string>
-#include <tuple>
-#include <utility>
-#include <vector>
 
 namespace {
+
+using vq::test::Rows;
 
 using testing::ElementsAre;
 using testing::IsEmpty;
 using vq::cfg::CommonProperty;
+using vq::test::kNone;
 using vq::test::LogCapture;
 
 char const* const ExampleTypes = R"({
@@ -85,50 +81,7 @@ TEST(TypeDeclarations, AreAllOptional) {
 }
 
 TEST(TypeDeclarations, ThatAreWrongStopTheSectionWithALine) {
-    auto const enumeration = [](std::string const& text) {
-        return R"({"EnumerationTypes": {"E": )" + text + "}}";
-    };
-    auto const types = [](std::string const& more) {
-        return R"({"SimpleTypes": [{"Name": "T", "BaseType": )" + more + "}]}";
-    };
-    auto const array = [](std::string const& more) {
-        return R"({"ArrayTypes": [{"Name": "A", "ElementType": "float")" + more + "}]}";
-    };
-    for (auto const& [json, line] : std::vector<std::pair<std::string, std::string>>{
-             {R"({"Constants": []})", "E Constants is not an object"},
-             {R"({"Constants": {"a": [1, "x"]}})", "E Array in Constants.a must have homogenous elements"},
-             {R"({"EnumerationTypes": []})", "E EnumerationTypes should be an object"},
-             {enumeration(R"({"Values": "x"})"), "E Enumeration 'E' Values should be a list"},
-             {enumeration(R"({"Values": [[]]})"), "E Enumeration 'E' Values should be a list"},
-             {enumeration(R"({"Values": ["a", "a"]})"), "E Enumeration 'E' reused value a"},
-             {enumeration("3"), "E Enumeration 'E' defines neither Values nor Enums"},
-             {enumeration(R"({"Enums": {}})"), "E Enumeration 'E' Enums should be a list"},
-             {enumeration(R"({"Enums": [{"Name": "a"}, 7]})"),
-              "E expected string for Enumeration 'E'.1.Name field"},
-             {enumeration(R"({"Enums": [{"Name": "a"}, {"Name": "a"}]})"), "E Enumeration 'E' reused Name a"},
-             {enumeration(R"({"Enums": [{"Name": "a"}, {"Name": "b", "Label": "a"}]})"),
-              "E Enumeration 'E' reused Label a for b"},
-             {enumeration(R"({"Values": [], "Default": 1})"), "E Enumeration 'E' Default should be a string"},
-             {R"({"SimpleTypes": {}})", "E SimpleTypes is not an array"},
-             {R"({"SimpleTypes": [[]]})", "E expected string for SimpleTypes.Name field"},
-             {types("1"), "E expected string for SimpleTypes[T].BaseType field"},
-             {types(R"("float"}, {"Name": "T", "BaseType": "float")"), "E Redefined SimpleTypes 'T'"},
-             {types(R"("integer", "LowerLimit": 1.5)"),
-              "E SimpleTypes[T] has mismatched Type integer and Lower Limit 1.5"},
-             {types(R"("integer", "UpperLimit": "x")"),
-              "E SimpleTypes[T] has mismatched Type integer and Upper Limit x"},
-             {types(R"("float", "UpperLimit": 1, "OutOfRangeHandling": "clamp")"),
-              "E SimpleTypes[T] cannot define OutOfRangeHandling unless both LowerLimit and UpperLimit are "
-              "provided"},
-             {types(R"("float", "LowerLimit": 0, "UpperLimit": 1, "OutOfRangeHandling": "Bounce")"),
-              "E SimpleTypes[T] has unknown OutOfRangeHandling value 'Bounce'"},
-             {R"({"ArrayTypes": 1})", "E ArrayTypes is not an array"},
-             {array(R"(, "ElementCount": "Unknown")"),
-              "E expected integer or Constants name for ArrayTypes[A].Size, got Unknown"},
-             {array(R"(, "ElementCount": 2.0)"),
-              "E expected integer or constant name for ArrayTypes[A].Size"},
-             {array(R"(}, {"Name": "A", "ElementType": "x")"), "E Redefined ArrayTypes A"},
-             {R"({"PropertyCategories": {}})", "E PropertyCategories should be an array"}}) {
+    for (auto const& [json, line] : Rows<2>("PropertyUtils", "bad-types")) {
         LogCapture log;
         PropertyInfo info;
         EXPECT_FALSE(ParseTypeInfo(Parse(json), info)) << json;
@@ -154,28 +107,13 @@ protected:
 };
 
 TEST_F(Properties, AreCompletedFromTypeAndDefault) {
-    for (auto const& [json, type, text] :  // the text of the default; null for none
-         std::vector<std::tuple<char const*, char const*, char const*>>{
-             {R"({"Type": "quat"})", "quat", "[1, 0, 0, 0]"},
-             {R"({"Type": "keyOrButton"})", "keyOrButton", nullptr},
-             {R"({"Type": "Gains"})", "Gains", nullptr},
-             {R"({"Type": "Percent"})", "Percent", "50"},
-             {R"({"Type": "Percent", "Default": "7.5"})", "Percent", "7.5"},
-             {R"({"Type": "Plain"})", "Plain", "0"},
-             {R"({"Type": "Mode"})", "Mode", "Slow"},
-             {R"({"Type": "Face"})", "Face", "left"},
-             {R"({"Type": "Speed"})", "Speed", "Slow"},
-             {R"({"Type": "Mode", "Default": ""})", "Mode", "Slow"},
-             {R"({"Type": "Face", "Default": ""})", "Face", ""},
-             {R"({"Type": "Speed", "Default": "FAST"})", "Speed", "Fast"},
-             {R"({"Default": [1, 2]})", "integerList", "[1, 2]"}}) {
+    for (auto const& [json, type, text] : Rows<3>("PropertyUtils", "completed")) {
         LogCapture log;
-        ASSERT_TRUE(Read(std::string("{\"x\": ") + json + "}")) << json;
+        ASSERT_TRUE(Read("{\"x\": " + json + "}")) << json;
         CommonProperty const& property = m_read["x"];
         EXPECT_EQ(property.type(), type);
-        EXPECT_EQ(property.has_default_value(), text != nullptr) << json;
-        EXPECT_TRUE(text == nullptr || ConvertVariantToString(property.default_value(), false) == text)
-            << json;
+        EXPECT_EQ(property.has_default_value(), text != kNone) << json;
+        EXPECT_TRUE(text == kNone || ConvertVariantToString(property.default_value(), false) == text) << json;
         EXPECT_THAT(log.Lines(), IsEmpty());
     }
 }
@@ -225,26 +163,7 @@ TEST_F(Properties, WithRangesGetATypeOfTheirOwn) {
 }
 
 TEST_F(Properties, ThatAreWrongEndTheSectionWithALine) {
-    for (auto const& [json, line] : std::vector<std::pair<char const*, char const*>>{
-             {R"([])", "E Test: P is expected to be an object"},
-             {R"({"x": {}})", "E Test 'x' should have a Type or Default"},
-             {R"({"x": 5})", "E Test 'x' should have a Type or Default"},
-             {R"({"x": {"Label": 5, "Default": 1}})", "E expected string for Test 'x'.Label field"},
-             {R"({"x": {"Default": null}})", "E Test 'x'.Default cannot contain null value"},
-             {R"({"x": {"Type": "any"}})", "E Test 'x' should have a Default (I can't guess for type any)"},
-             {R"({"x": {"Type": "integer", "Default": 1.5}})",
-              "E Test 'x' has mismatched Type integer and Default 1.5"},
-             {R"({"x": {"Type": "integer", "Default": "abc"}})",
-              "E Test 'x' has mismatched Type integer and Default abc"},
-             {R"({"x": {"Type": "Mode", "Default": 1}})",
-              "E Test 'x' should have a string value for enumeration Mode"},
-             {R"({"x": {"Type": "Mode", "Default": "FAST"}})",
-              "E Test 'x' has unknown value 'FAST' for enumeration Mode"},
-             {R"({"x": {"Default": 1, "Metadata": []}})", "E Test 'x'.Metadata is not an object"},
-             {R"({"x": {"Default": 1, "UpperLimit": 2, "OutOfRangeHandling": "wrap"}})",
-              "E Test 'x' cannot define OutOfRangeHandling unless both LowerLimit and UpperLimit are "
-              "provided"},
-         }) {
+    for (auto const& [json, line] : Rows<2>("PropertyUtils", "bad-properties")) {
         LogCapture log;
         EXPECT_FALSE(Read(json)) << json;
         EXPECT_THAT(log.Lines(), ElementsAre(line)) << json;
@@ -267,15 +186,7 @@ TEST_F(Properties, OfAnEnumerationWithNothingToChooseAreFatal) {
 }
 
 TEST(Labels, AreSynthesizedFromNames) {
-    for (auto const& [name, label] : std::map<std::string, std::string>{{"UpdateHertz", "Update hertz"},
-                                                                        {"MaxFPS", "Max fPS"},
-                                                                        {"my_value", "my value"},
-                                                                        {"frameRateHz", "frameRate hz"},
-                                                                        {"A_B", "A B"},
-                                                                        {"my-Value", "my Value"},
-                                                                        {"a_bC", "a bC"},
-                                                                        {"Ab_cDe", "Ab cde"},
-                                                                        {"", ""}}) {
+    for (auto const& [name, label] : Rows<2>("PropertyUtils", "labels")) {
         EXPECT_EQ(SynthesizeLabel(name), label) << name;
     }
 }

@@ -1,13 +1,4 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <chrono>
-#include <cstdlib>
-#include <fstream>
-#include <functional>
-#include <memory>
-#include <thread>
 
 #include "Messaging/AMessageManager.h"
 #include "SparseDevice/SparseDevice.h"
@@ -15,7 +6,7 @@
 #include "SparseDeviceHelpers/SparseDeviceMuleBase.h"
 #include "TestSupport/FakeServer.h"
 #include "TestSupport/LogCapture.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Test.h"
 #include "Utils/ServerRegistry.h"
 
 // The main loop of a stand-alone program, and all that ends it.

@@ -5,7 +5,7 @@
 #include "ServerRequests.pb.h"
 #include "SparseDevice/ASparseDeviceCommandHandler.h"
 #include "TestSupport/RawWire.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Test.h"
 
 // Requests that reach the device on its own pipe, good and bad.
 

@@ -1,14 +1,5 @@
 #pragma once
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <functional>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "Messaging/AMessageManager.h"
 #include "Messaging/EventDispatcher.h"
 #include "Messaging/MessageUtils.h"
@@ -18,6 +9,7 @@
 #include "TestSupport/FakeServer.h"
 #include "TestSupport/LogCapture.h"
 #include "TestSupport/RawWire.h"
+#include "TestSupport/Test.h"
 
 namespace vq::test {
 

@@ -1,4 +1,3 @@
-#include <chrono>
 
 #include "ChannelData.pb.h"
 #include "DeviceEvents.pb.h"
@@ -9,6 +8,7 @@
 #include "Messaging/ChannelObserver.h"
 #include "Messaging/ChannelProducer.h"
 #include "ServerRequests.pb.h"
+#include "TestSupport/Test.h"
 
 // What a registered device asks and tells the server, and what flows through its channels.
 

@@ -2,19 +2,13 @@
 
 #include "DataTypes/VariantUtils.h"
 #include "TestSupport/LogCapture.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Table.h"
+#include "TestSupport/Test.h"
 #include "Utils/TextUtils.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <fstream>
-#include <map>
-#include <string>
-#include <utility>
-#include <vector>
-
 namespace {
+
+using vq::test::Rows;
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -86,47 +80,12 @@ TEST(Manifests, OfOneDeviceAreReadWhole) {
 }
 
 TEST(Manifests, ThatAreWrongSayWhyAndLeaveNothing) {
-    std::string const noType = "E Manifest does not contain a ManifestType field which is required";
-    std::string const noName = "E Manifest does not contain a DeviceName field which is required";
-    std::string const noDeviceType = "E Manifest does not contain a DeviceType field which is required";
-    auto const duplicate = [](std::string const& name) {
-        return "E Found duplicate entry for device " + name + " in multi-manifest, which is forbidden";
-    };
-    auto const with = [](std::string const& more) { return Single("a", ", " + more); };
-    for (
-        auto const& [text, line] : std::vector<std::pair<std::string, std::string>>{
-            {"[]", noType + "|E Invalid Manifest type"},
-            {R"({"ManifestType": "Toaster"})", "E Invalid Manifest type"},
-            {R"({"ApplicationName": []})", "E expected string for ApplicationName field"},
-            {R"({"ManifestType": "SparseDevice"})", noName},
-            {R"({"ManifestType": "Configuration"})", noName},
-            {R"({"ManifestType": "SparseDevice", "DeviceName": "a"})", noDeviceType},
-            {Single("earlier"), duplicate("earlier")},
-            {R"({"ManifestType": "Configuration", "DeviceName": "earlier"})", duplicate("earlier")},
-            {with(R"("Constants": 1)"), "E Constants is not an object"},
-            {with(R"("ConfigurationProperties": {"p": {}})"),
-             "E ConfigurationProperties for 'a' 'p' should have a Type or Default"},
-            {with(R"("ConfigurationSettings": 1)"), "E ConfigurationSettings is expected to be an object"},
-            {with(R"("UpdateHertz": true)"), "E UpdateHertz should be a numeric or a string"},
-            {with(R"("UpdateHertz": "often")"), "E UpdateHertz should be standard, realtime, or unlimited"},
-            {with(R"("ProducerChannels": "x")"), "E Producer Channels should be an array"},
-            {with(R"("ObserverChannels": [[]])"), "E Observer Channels should be an array"},
-            {with(R"("CustomChannels": [{}])"),
-             "E Custom Channel does not have a ChannelName field which is required"},
-            {with(
-                 R"("CustomChannels": [{"ChannelName": "c", "ChannelType": "Integer"}, {"ChannelName": "d"}])"),
-             "E Custom Channel does not have a ChannelType field which is required"},
-            {R"({"Manifests": {}})",
-             "E Found Manifests entry for multiple manifests, but not expected array type"},
-            {R"({"Manifests": [)" + Device("a") + "," + Device("b") + "," + Device("a") + ",7]}",
-             duplicate("a")},
-            {R"({"Manifests": [7]})", noName},
-            {R"({"Manifests": [{ "DeviceName": "c", "ManifestType": "Configuration" }]})", noDeviceType}}) {
+    for (auto const& [text, line] : vq::test::Rows<2>("Manifests", "wrong")) {
         ManifestProcessor processor;
         ASSERT_TRUE(processor.ProcessManifestString(Single("earlier")));
         LogCapture log;
         EXPECT_FALSE(processor.ProcessManifestString(text));
-        EXPECT_EQ(log.Lines(), Tokenize(line, "|", false)) << text;
+        EXPECT_EQ(log.Lines(), Tokenize(line, "\n", false)) << text;
         EXPECT_THAT(NamesOf(processor), IsEmpty()) << "earlier documents go too";
     }
 }

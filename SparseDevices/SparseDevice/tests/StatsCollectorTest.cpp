@@ -1,8 +1,7 @@
 #include "SparseDevice/StatsCollector.h"
 
-#include <gtest/gtest.h>
-
 #include "Stats.pb.h"
+#include "TestSupport/Test.h"
 
 namespace {
 

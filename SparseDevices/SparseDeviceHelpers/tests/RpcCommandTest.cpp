@@ -1,16 +1,12 @@
 #include "SparseDeviceHelpers/RpcCommand.h"
 
-#include <gtest/gtest.h>
-
-#include <future>
-
 #include "Identity.pb.h"
 #include "Messaging/AMessageContext.h"
 #include "Messaging/AMessageManager.h"
 #include "Messaging/AMessagePipeProvider.h"
 #include "TestSupport/LogCapture.h"
 #include "TestSupport/RawWire.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Test.h"
 
 using namespace std::chrono_literals;
 using Request = vq::sd::VQIdentityGetAttributeNamesAsync;

@@ -1,14 +1,11 @@
 #include "SparseDeviceHelpers/SparseDeviceMule.h"
 
-#include <gtest/gtest.h>
-
-#include <ctime>
 #include <latch>
 #include <semaphore>
-#include <vector>
 
 #include "SparseDevice/SparseDevice.h"
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Test.h"
 
 using namespace std::chrono_literals;
 using vq::test::LogCapture;

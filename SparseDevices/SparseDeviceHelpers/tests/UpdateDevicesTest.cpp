@@ -1,16 +1,11 @@
 #include "SparseDeviceHelpers/UpdateDevices.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
-#include <vector>
-
 #include "Messaging/EventDispatcher.h"
 #include "ServerEvents.pb.h"
 #include "SparseDevice/SparseDevice.h"
 #include "TestSupport/FakeServer.h"
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Test.h"
 
 using namespace std::chrono_literals;
 using vq::vds::HelloEvent;
