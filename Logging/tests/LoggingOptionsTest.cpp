@@ -8,6 +8,7 @@
 #include "Logging/LogConfig.h"
 #include "Logging/LogParameterCLIProcessor.h"
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 
 namespace vq::test {
@@ -29,12 +30,26 @@ std::vector<char*> Pointers(Arguments& arguments) {
     return argv;
 }
 
-/// Applies arguments to the process-wide log, which starts anew.
-bool Apply(Arguments arguments) {
-    LogConfig::Instance().Reset(true);
+Arguments SplitAtTabs(std::string const& text) {
+    Arguments arguments;
+    std::istringstream words(text == kNone ? "" : text);
+    for (std::string word; std::getline(words, word, '\t');) {
+        arguments.push_back(word);
+    }
+    return arguments;
+}
+
+/// Applies arguments to the process-wide log.
+bool Process(Arguments arguments) {
     arguments.insert(arguments.begin(), "program");
     std::vector<char*> argv = Pointers(arguments);
     return LogParameterCLIProcessor::ProcessParams(static_cast<int>(arguments.size()), argv.data());
+}
+
+/// The same, and the log starts anew.
+bool Apply(Arguments const& arguments) {
+    LogConfig::Instance().Reset(true);
+    return Process(arguments);
 }
 
 FileLogHandler* FileLog() {
@@ -66,84 +81,19 @@ public:
 };
 
 TEST_F(LoggingOptionsTest, SetTheStateOfTheLog) {
-    struct Case {
-        Arguments arguments;
-        char const* state;
-    };
-    Case const cases[] = {
-        {{}, "3 . ."},
-        {{"-Vinfo-c+Ff"}, "3 s. s. file colour"},
-        {{"--verbosity", "3", "--no-console", "--logfile", "--logfile-color"}, "3 s. s. file colour"},
-        {{"-V", "ve"}, "4 . ."},
-        {{"-Vverbc"}, "4 . ."},
-        {{"--verbosity=trace+C"}, "5 c. c."},
-        {{"-V03f"}, "3 . . file"},
-        {{"-VC-C"}, "3 . ."},
-        {{"-VcC", "--no-console", "--no-console-color"}, "3 s. s."},
-        {{"-V-c", "--console-c", "--console"}, "3 c. c."},
-        {{"-V-cC"}, "3 s. s."},
-        {{"-Vf"}, "3 . . file"},
-        {{"-Vfatal"}, "0 . ."},
-        {{"-Vfaf"}, "0 . . file"},
-        {{"-Vf-f"}, "3 . ."},
-        {{"-Vf-b+F"}, "3 . . file colour unbuffered"},
-        {{"-Vf", "/tmp/a.log", "-V-F"}, "3 . . file=/tmp/a.log"},
-        {{"-Vfve", "/tmp/a.log"}, "4 . . file=/tmp/a.log"},
-        {{"--logfile", "/tmp/a.log", "-V4"}, "4 . . file=/tmp/a.log"},
-        {{"--logfile", "--console"}, "3 . . file"},
-        {{"--logfile=/tmp/a.log"}, "3 . . file"},
-        {{"--logfile", "--no-logfile"}, "3 . ."},
-        {{"other", "--logfile", "/tmp/a.log", "-V2", "more"}, "2 . . file=/tmp/a.log"},
-        {{"--logfile-buffer", "--no-logfile-buffer", "--logfile-color", "--no-logfile-color"},
-         "3 . . file unbuffered"},
-        {{"--logfile-maxsize", "1k"}, "3 . . file 1"},
-        {{"--logfile-maxsize=5000"}, "3 . . file 5000"},
-    };
-    for (Case const& c : cases) {
-        EXPECT_TRUE(Apply(c.arguments));
-        EXPECT_EQ(State(), c.state) << testing::PrintToString(c.arguments);
+    for (auto const& [arguments, state] : Rows<2>("LoggingOptions", "state")) {
+        EXPECT_TRUE(Apply(SplitAtTabs(arguments)));
+        EXPECT_EQ(State(), state) << arguments;
     }
 }
 
 TEST_F(LoggingOptionsTest, TellWhatIsWrong) {
-    struct Case {
-        Arguments arguments;
-        bool handled;
-        char const* line;
-        char const* state;
-    };
-    Case const cases[] = {
-        {{"-V9"}, true, "W Log level clamped to 5 (trace) in -V9", "5 . ."},
-        {{"-V", " -3"}, true, "W Log level clamped to 5 (trace) in  -3", "5 . ."},
-        {{"-V-3"}, false, "E Using '-' with log level makes no sense in -V-3", "3 . ."},
-        {{"-V-fatal"}, false, "E Using '-' with log level makes no sense in -V-fatal", "3 . ."},
-        {{"-V-77"}, false, "E Using '-' with log level makes no sense in -V-77", "3 . ."},
-        {{"-Vq"}, false, "E Unexpected option at q in -Vq", "3 . ."},
-        {{"-Vcve3x"}, false, "E Unexpected option at x in -Vcve3x", "3 . ."},
-        {{"--verbosity", "q"}, false, "E Unexpected option at q in q", "3 . ."},
-        {{"-V", "4v"}, false, "E Unexpected option at v in 4v", "4 . ."},
-        {{"-Vf", "/tmp/a.log", "-Vfq"}, false, "E Unexpected option at q in -Vfq", "3 . . file=/tmp/a.log"},
-        {{"-Vfq", "/tmp/a.log"}, false, "E Unexpected option at q in -Vfq", "3 . . file=/tmp/a.log"},
-        {{"-V--c"}, false, "E Multiple '-' in -V at -c", "3 . ."},
-        {{"-V-c-b"}, false, "E Multiple '-' in -V at -b", "3 s. s."},
-        {{"--logfile-maxsize", "0"}, false, "E Expected positive size, got 0 for --logfile-maxsize", "3 . ."},
-        {{"--logfile-maxsize=-5"}, false, "E Expected positive size, got -5 for --logfile-maxsize", "3 . ."},
-        {{"--logfile-max", "big"}, false, "E Expected integral size, got big for --logfile-max", "3 . ."},
-        {{"--logfile-maxsize=99999999999999999999"},
-         false,
-         "E Expected integral size, got 99999999999999999999 for --logfile-maxsize",
-         "3 . ."},
-    };
-    for (Case const& c : cases) {
+    for (auto const& [arguments, handled, line, state] : Rows<4>("LoggingOptions", "refused")) {
         LogConfig::Instance().Reset(true);
-        Arguments arguments = c.arguments;
-        arguments.insert(arguments.begin(), "program");
-        std::vector<char*> argv = Pointers(arguments);
         LogCapture const capture;
-        EXPECT_EQ(LogParameterCLIProcessor::ProcessParams(static_cast<int>(arguments.size()), argv.data()),
-                  c.handled);
-        EXPECT_THAT(capture.Lines(), ElementsAre(c.line));
-        EXPECT_EQ(State(), c.state) << testing::PrintToString(c.arguments);
+        EXPECT_EQ(Process(SplitAtTabs(arguments)), handled == "true");
+        EXPECT_THAT(capture.Lines(), ElementsAre(line));
+        EXPECT_EQ(State(), state) << arguments;
     }
 }
 

@@ -1,43 +1,26 @@
 #include "Messaging/MessageAddress.h"
 
 #include "Messaging/TransportProvider.h"
+#include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 
 namespace {
 
+using vq::test::Rows;
+
 using Transport = MessageAddress::Transport;
 
 TEST(MessageAddressTest, TextFormsAreReadAndWrittenBack) {
-    struct Case {
-        char const* text;
-        MessageAddress address;
-        int port;
-        char const* written;
-    };
-    Case const cases[] = {
-        {"SOCKET:localhost:5555", {"localhost:5555", Transport::SOCKET, ""}, 5555, nullptr},
-        {"SOCKET:localhost:5555?dev", {"localhost:5555", Transport::SOCKET, "dev"}, -1, nullptr},
-        {"SOCKET:::1:80", {"::1:80", Transport::SOCKET, ""}, 80, nullptr},
-        {"SOCKET:host:abc", {"host:abc", Transport::SOCKET, ""}, 0, nullptr},
-        {"SOCKET:host", {"host", Transport::SOCKET, ""}, -1, nullptr},
-        {"SOCKET:", {"", Transport::SOCKET, ""}, -1, nullptr},
-        {"IPC:/tmp/x?a?b", {"/tmp/x", Transport::IPC, "a?b"}, -1, nullptr},
-        {"IPC:x:80", {"x:80", Transport::IPC, ""}, -1, nullptr},
-        {"IPC:x?", {"x", Transport::IPC, ""}, -1, "IPC:x"},
-        {"LOOPBACK:", {"", Transport::LOOPBACK, ""}, -1, nullptr},
-        {"NONE:abc", {"abc", Transport::NONE, ""}, -1, nullptr},
-        {"", {}, -1, "NONE:"},
-        {"17975", {}, -1, "NONE:"},
-        {"a?SOCKET:x", {}, -1, "NONE:"},
-        {"socket:localhost:1", {}, -1, "NONE:"},
-        {" IPC:x", {}, -1, "NONE:"},
-    };
+    std::map<std::string, Transport> const transports = {{"NONE", Transport::NONE},
+                                                         {"SOCKET", Transport::SOCKET},
+                                                         {"IPC", Transport::IPC},
+                                                         {"LOOPBACK", Transport::LOOPBACK}};
     testing::internal::CaptureStderr();
-    for (Case const& c : cases) {
-        MessageAddress const address = MessageAddress::FromString(c.text);
-        EXPECT_EQ(address, c.address) << c.text;
-        EXPECT_EQ(address.ExtractPort(), c.port) << c.text;
-        EXPECT_EQ(address.ToString(), c.written != nullptr ? c.written : c.text);
+    for (auto const& [text, location, transport, name, port, written] : Rows<6>("MessageAddress", "texts")) {
+        MessageAddress const address = MessageAddress::FromString(text);
+        EXPECT_EQ(address, (MessageAddress{location, transports.at(transport), name})) << text;
+        EXPECT_EQ(address.ExtractPort(), std::stoi(port)) << text;
+        EXPECT_EQ(address.ToString(), written);
     }
     EXPECT_EQ((MessageAddress{"x", static_cast<Transport>(-7), "n"}.ToString()), "-7:x?n");
     // Only an unknown transport word is logged.

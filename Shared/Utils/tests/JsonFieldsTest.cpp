@@ -1,10 +1,13 @@
 #include "Utils/JsonFields.h"
 
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 #include "Utils/JsonUtils.h"
 
 namespace {
+
+using vq::test::Rows;
 
 using vq::test::LogCapture;
 
@@ -20,49 +23,18 @@ Lines LineOrNone(std::string const& line) {
 }
 
 TEST(JsonFields, NumbersAreReadFromWhatHoldsOne) {
-    struct Case {
-        char const* json;
-        bool isInt;
-        int integer;
-        char const* intLine;
-        bool isDouble;
-        double real;
-        char const* doubleLine;
-    };
-    std::string const truncates =
-        "E F field contains a double instead of an int, value will not convert without truncation";
-    char const* const noInt = "E F field is not an int";
-    char const* const noIntText = "E F field string does not contain an int";
-    char const* const noDouble = "E F field is not a double";
-    for (Case const& c : {
-             Case{"null", false, 0, "", false, 0, ""},
-             {"-7", true, -7, "", true, -7, ""},
-             {"2147483647", true, 2147483647, "", true, 2147483647, ""},
-             {"2147483648", false, 0, noInt, true, 2147483648, ""},
-             {"-3000000000", false, 0, noInt, true, -3000000000, ""},
-             {"18446744073709551615", false, 0, noInt, true, 18446744073709551615.0, ""},
-             {"3.0", true, 3,
-              "W F field contains a double instead of an int but value converts without truncation", true, 3,
-              ""},
-             {"3.5", false, 0, truncates.c_str(), true, 3.5, ""},
-             {"1e20", false, 0, truncates.c_str(), true, 1e20, ""},
-             {"\"12x\"", true, 12, "", true, 12, ""},
-             {"\"2.5km\"", true, 2, "", true, 2.5, ""},
-             {"\"x\"", false, 0, noIntText, false, 0, "E F field string does not contain a double"},
-             {"\"99999999999\"", false, 0, noIntText, true, 99999999999, ""},
-             {"true", false, 0, noInt, false, 0, noDouble},
-             {"[1]", false, 0, noInt, false, 0, noDouble},
-         }) {
+    for (auto const& [json, isInt, integer, intLine, isDouble, real, doubleLine] :
+         Rows<7>("JsonFields", "numbers")) {
         LogCapture log;
-        int integer = 99;
-        EXPECT_EQ(TryGetIntField(Parse(c.json), "F", integer), c.isInt) << c.json;
-        EXPECT_EQ(integer, c.integer) << c.json;
-        EXPECT_EQ(log.Lines(), LineOrNone(c.intLine)) << c.json;
+        int asInt = 99;
+        EXPECT_EQ(TryGetIntField(Parse(json), "F", asInt), isInt == "true") << json;
+        EXPECT_EQ(asInt, std::stoi(integer)) << json;
+        EXPECT_EQ(log.Lines(), LineOrNone(intLine)) << json;
         log.Clear();
-        double real = 99;
-        EXPECT_EQ(TryGetDoubleField(Parse(c.json), "F", real), c.isDouble) << c.json;
-        EXPECT_EQ(real, c.real) << c.json;
-        EXPECT_EQ(log.Lines(), LineOrNone(c.doubleLine)) << c.json;
+        double asDouble = 99;
+        EXPECT_EQ(TryGetDoubleField(Parse(json), "F", asDouble), isDouble == "true") << json;
+        EXPECT_EQ(asDouble, std::stod(real)) << json;
+        EXPECT_EQ(log.Lines(), LineOrNone(doubleLine)) << json;
     }
 }
 

@@ -1,11 +1,14 @@
 #include "Utils/JsonIncludes.h"
 
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 #include "Utils/JsonUtils.h"
 #include "Utils/OSUtils.h"
 
 namespace {
+
+using vq::test::Rows;
 
 using testing::HasSubstr;
 using vq::test::LogCapture;
@@ -97,22 +100,14 @@ TEST_F(JsonIncludes, EveryProblemIsReportedAndNoneStopsTheWalk) {
 }
 
 TEST(JsonMerge, FollowsTheKindsOfBothSides) {
-    struct Case {
-        char const *existing, *included, *result;  // no result: refused
-    };
-    for (Case const& c : {Case{R"({"Rate":{"Max":1}})", R"({"Rate":9})", R"({"Rate":9})"},
-                          {"[1]", "2", "2"},
-                          {"null", "[1]", "[1]"},
-                          {"1", R"({"a":2})", "1"},
-                          {"[1]", "[2,3]", "[1,2,3]"},
-                          {R"({"a":[1]})", R"({"a":{"b":1}})", nullptr},
-                          {"{}", "[1]", nullptr}}) {
-        Json::Value existing = Parse(c.existing);
+    for (auto const& [existing, included, result] : Rows<3>("JsonIncludes", "merge")) {
+        bool const merged = result != vq::test::kNone;
+        Json::Value json = Parse(existing);
         std::ostringstream errors;
-        EXPECT_EQ(MergeJsonIncludeContent("doc", Parse(c.included), existing, errors), c.result != nullptr);
-        EXPECT_EQ(existing, Parse(c.result != nullptr ? c.result : c.existing));
-        EXPECT_EQ(errors.str().empty(), c.result != nullptr);
-        if (c.existing == std::string("{}")) {
+        EXPECT_EQ(MergeJsonIncludeContent("doc", Parse(included), json, errors), merged);
+        EXPECT_EQ(json, Parse(merged ? result : existing));
+        EXPECT_EQ(errors.str().empty(), merged);
+        if (existing == "{}") {
             EXPECT_EQ(errors.str(), "doc: mismatched content (including '[\n\t1\n]', existing '{}')\n");
         }
     }

@@ -3,10 +3,13 @@
 #include <sys/wait.h>
 
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 #include "Utils/OSUtils.h"
 
 namespace {
+
+using vq::test::Rows;
 
 using namespace std::chrono_literals;
 using Transport = MessageAddress::Transport;
@@ -66,40 +69,13 @@ protected:
 };
 
 TEST_F(ServerRegistryTest, TheTextOfTheTableIsReadUpToItsFirstBadLine) {
-    std::string const a = kGoodA;
-    std::string const b = kGoodB;
-    std::string const unparseable = "unparseable line, ignoring: '";
-    std::string const syntax =
-        "unexpected syntax in line (expected seven or more entries separated by tabs), ignoring: '";
-    auto const withField = [&](std::string const& from, std::string const& to) {
-        std::string line = a;
-        return b + line.replace(line.find(from), from.size(), to);
-    };
-    struct Case {
-        std::string text, names, line;
-    };
-    for (Case const& c : {Case{"", "", ""},
-                          {a + "\n" + b, "AB", ""},
-                          {a + b.substr(0, b.size() - 1), "AB", ""},
-                          {a + b + "C\tIPC:/c\t1\tIPC:/h\tIPC:/m\t1\n" + a, "!AB", syntax},
-                          {"C\tIPC:/c\t1\tIPC:/h\tIPC:/m\t1\t\n", "!", syntax},
-                          {"C\tIPC:/c\t1\tIPC:/h\tIPC:/m\t1\t2\t3\t4\n" + a, "CA", ""},
-                          {"\t" + a, "!", unparseable},
-                          {withField("4242", "99999999999"), "BA", ""},
-                          {withField("4242", ""), "!B", unparseable},
-                          {withField("4242", " +42abc"), "BA", ""},
-                          {withField("12", "99999999999"), "!B", unparseable},
-                          {withField("11", "x"), "!B", unparseable},
-                          {withField("SOCKET:localhost:1", "NONE:"), "!B", unparseable},
-                          {withField("SOCKET:localhost:2", "word"), "!B", unparseable},
-                          {withField("SOCKET:localhost:3", "NONE:x"), "!B", unparseable},
-                          {"\n\n", "", ""}}) {
-        SetTable(c.text);
+    for (auto const& [text, names, line] : Rows<3>("ServerRegistry", "texts")) {
+        SetTable(text);
         vq::test::LogCapture log;
-        EXPECT_EQ(Read(), c.names) << c.text;
-        EXPECT_EQ(Read(), c.names) << c.text;
-        EXPECT_EQ(log.Lines().size(), !c.line.empty()) << c.text;  // told once, not once a read
-        EXPECT_TRUE(c.line.empty() || log.Has(LogLevel::Error, c.line)) << c.text;
+        EXPECT_EQ(Read(), names) << text;
+        EXPECT_EQ(Read(), names) << text;
+        EXPECT_EQ(log.Lines().size(), !line.empty()) << text;  // told once, not once a read
+        EXPECT_TRUE(line.empty() || log.Has(LogLevel::Error, line)) << text;
         Register("fresh", "/fresh");  // a write lets it be told again
     }
 }
@@ -212,39 +188,18 @@ TEST_F(ServerRegistryTest, ADeadHolderOfTheMutexCostsTheTimeoutUntilItIsRecovere
 }
 
 TEST(ServerSelectionTest, TheUserChoosesByAddressThenByNameThenTheTableDecides) {
-    struct Case {
-        int servers;
-        char const *address, *name;  // null: not set
-        std::string expected, line;
-    };
-    std::string const invalid = "E Invalid address or port for server: ";
-    Case const cases[] = {
-        {0, nullptr, nullptr, "SOCKET:localhost:17975", ""},
-        {0, "6000", "B", "SOCKET:localhost:6000", ""},
-        {0, "123abc", nullptr, "SOCKET:localhost:123abc", ""},
-        {0, "IPC:/x?n", nullptr, "IPC:/x?n", ""},
-        {1, "abc", nullptr, "IPC:/a", invalid + "abc"},
-        {1, "NONE:1", nullptr, "IPC:/a", invalid + "NONE:1"},
-        {1, "", nullptr, "IPC:/a", invalid},
-        {1, nullptr, "", "IPC:/a", ""},
-        {2, nullptr, nullptr, "IPC:/a",
-         "W More than one Tessel server is running: set VQ_VDS_NAME or VQ_VDS_ADDRESS to select one"},
-        {2, nullptr, "B", "IPC:/b", ""},
-        {2, nullptr, "C", "NONE:", "E No running Tessel server named 'C'"},
-    };
     int registered = 0;
-    for (Case const& c : cases) {
-        for (; registered < c.servers; ++registered) {
+    for (auto const& [servers, address, name, expected, line] : Rows<5>("ServerRegistry", "choice")) {
+        for (; registered < std::stoi(servers); ++registered) {
             ASSERT_TRUE(ServerRegistry::Instance().RegisterServer(
                 registered == 0 ? Server("A", "/a") : Server("B", "/b"), 5s, nullptr));
         }
-        for (auto const& [variable, value] :
-             {std::pair{"VQ_VDS_ADDRESS", c.address}, {"VQ_VDS_NAME", c.name}}) {
-            value != nullptr ? ::setenv(variable, value, 1) : ::unsetenv(variable);
+        for (auto const& [variable, value] : {std::pair{"VQ_VDS_ADDRESS", address}, {"VQ_VDS_NAME", name}}) {
+            value != vq::test::kNone ? ::setenv(variable, value.c_str(), 1) : ::unsetenv(variable);
         }
         vq::test::LogCapture log;
-        EXPECT_EQ(ServerRegistry::GetServerAddress().ToString(), c.expected);
-        EXPECT_EQ(log.Lines(), c.line.empty() ? std::vector<std::string>{} : std::vector{c.line});
+        EXPECT_EQ(ServerRegistry::GetServerAddress().ToString(), expected);
+        EXPECT_EQ(log.Lines(), line.empty() ? Lines{} : Lines{line});
     }
 }
 

@@ -1,54 +1,39 @@
 #include "Utils/TextUtils.h"
 
+#include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 #include "Utils/PathText.h"
 
 namespace {
 
-using Texts = std::vector<std::string>;
-template <class... Columns>
-using Table = std::vector<std::tuple<Columns...>>;
+using vq::test::Rows;
+
+/// Its texts with slashes between them; one that is empty shows, none at all is "~".
+std::string Joined(std::vector<std::string> const& texts) {
+    std::string joined;
+    for (std::string const& text : texts) {
+        joined += "/" + text;
+    }
+    return texts.empty() ? vq::test::kNone : joined.substr(1);
+}
 
 TEST(TextTest, TokenizesOnTheWholeSeparator) {
-    for (auto const& [text, separator, all, nonEmpty] :
-         Table<char const*, char const*, Texts, Texts>{{"a:b:", ":", {"a", "b", ""}, {"a", "b"}},
-                                                       {":a::b", ":", {"", "a", "", "b"}, {"a", "b"}},
-                                                       {"", ":", {}, {}},
-                                                       {":", ":", {"", ""}, {}},
-                                                       {"a->b-c", "->", {"a", "b-c"}, {"a", "b-c"}},
-                                                       {"abc", "", {"abc"}, {"abc"}}}) {
-        EXPECT_EQ(Tokenize(text, separator, false), all) << text;
-        EXPECT_EQ(Tokenize(text, separator, true), nonEmpty) << text;
+    for (auto const& [text, separator, all, nonEmpty] : Rows<4>("Text", "tokens")) {
+        EXPECT_EQ(Joined(Tokenize(text, separator, false)), all) << text;
+        EXPECT_EQ(Joined(Tokenize(text, separator, true)), nonEmpty) << text;
     }
 }
 
 TEST(TextTest, SplitsLines) {
-    for (auto const& [text, bare, whole] :
-         Table<char const*, Texts, Texts>{{"", {}, {}},
-                                          {"a\r\nb\r\n", {"a", "b"}, {"a\r\n", "b\r\n"}},
-                                          {"a\n\nb", {"a", "", "b"}, {"a\n", "\n", "b"}},
-                                          {"a\r", {"a\r"}, {"a\r"}},
-                                          {"\n", {""}, {"\n"}}}) {
-        EXPECT_EQ(SplitLines(text, false), bare);
-        EXPECT_EQ(SplitLines(text, true), whole);
+    for (auto const& [text, bare, whole] : Rows<3>("Text", "lines")) {
+        EXPECT_EQ(Joined(SplitLines(text, false)), bare);
+        EXPECT_EQ(Joined(SplitLines(text, true)), whole);
     }
 }
 
 TEST(TextTest, CutsCommandLinesIntoArguments) {
-    for (auto const& [commandLine, arguments] :
-         Table<char const*, Texts>{{"", {}},
-                                   {"   ", {}},
-                                   {"  a   b ", {"a", "b"}},
-                                   {R"(a\ b\ c d)", {"a b c", "d"}},
-                                   {R"(a "x y")", {"a", "x y"}},
-                                   {R"("x""y")", {"x", "y"}},
-                                   {R"("a\"b" c)", {"a\"b", "c"}},
-                                   {R"("open)", {"open"}},
-                                   {R"("" a)", {"a"}},
-                                   {"\"x \t\r\n\" z", {"x ", "z"}},
-                                   {R"(name="x y")", {"name=\"x", "y\""}},
-                                   {"a\tb", {"a\tb"}}}) {
-        EXPECT_EQ(Parameterize(commandLine), arguments) << commandLine;
+    for (auto const& [commandLine, arguments] : Rows<2>("Text", "arguments")) {
+        EXPECT_EQ(Joined(Parameterize(commandLine)), arguments) << commandLine;
     }
 }
 
@@ -62,7 +47,8 @@ TEST(TextTest, ReplacesAndRemovesAndMovesPieces) {
     EXPECT_FALSE(RemovePrefix(text, "d"));
     EXPECT_EQ(text, "d");
     // The place is counted after the erasure of the piece.
-    for (auto const& [piece, position, result] : Table<char const*, std::size_t, char const*>{
+    for (auto const& [piece, position, result] :
+         std::vector<std::tuple<char const*, std::size_t, char const*>>{
              {"cd", 0, "cdabef"}, {"ab", 2, "cdabef"}, {"ab", 99, "cdefab"}, {"", 3, "abcdef"}}) {
         text = "abcdef";
         EXPECT_TRUE(MoveSubstring(text, piece, position));
@@ -78,16 +64,7 @@ TEST(TextTest, TreatsBytesAboveAsciiAsUnsigned) {
 }
 
 TEST(PathTextTest, PicksPathsApart) {
-    for (auto const& [path, directory, fileName, asDirectory, asExecutable] :
-         Table<char const*, char const*, char const*, char const*, char const*>{
-             {"", "./", "", "/", ".x"},
-             {"name", "./", "name", "name/", "name.x"},
-             {"/a/b.c", "/a/", "b.c", "/a/b.c/", "/a/b.c"},
-             {"/a.d/b", "/a.d/", "b", "/a.d/b/", "/a.d/b"},
-             {"/a/", "/a/", "", "/a/", "/a/.x"},
-             {"a\\b", "a\\", "b", "a\\b/", "a\\b.x"},
-             {"a/b\\c", "a/", "b\\c", "a/b\\c/", "a/b\\c.x"},
-             {"a\\", "a\\", "", "a\\", "a\\.x"}}) {
+    for (auto const& [path, directory, fileName, asDirectory, asExecutable] : Rows<5>("Text", "paths")) {
         EXPECT_EQ(GetDirectoryOf(path), directory) << path;
         EXPECT_EQ(GetFileNameOf(path), fileName) << path;
         EXPECT_EQ(EnsureDirectoryPath(path), asDirectory) << path;
