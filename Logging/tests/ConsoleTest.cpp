@@ -1,9 +1,12 @@
 // What a record looks like on the console.
 
 #include "MakeRecord.h"
+#include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 
 namespace {
+
+using vq::test::Rows;
 
 struct Output {
     std::string standardOutput;
@@ -20,20 +23,9 @@ Output Print(LogConfig& config, LogRecord const& record) {
 TEST(ConsoleTest, NamesTheCallByWhatTellsMost) {
     LogRecord record;
     record.line = 7;
-    for (auto const& [function, file, location] :
-         std::vector<std::tuple<char const*, char const*, char const*>>{
-             {"Foo::Bar::baz", "/a/b.cpp", "Bar"},
-             {"Foo::baz", "/a/b.cpp", "Foo"},
-             {"baz", "/a/b.cpp", "baz"},
-             {"::baz", "/a/b.cpp", ""},
-             {"::Foo::baz", "/a/b.cpp", "Foo"},
-             {"AVeryLongClassNameIndeed::Run", "/a/b.cpp", "AVeryLongClassNa"},
-             {"TestBody", "/a/b.cpp", "b.cpp:7"},
-             {"operator()", "/a/AVeryLongFileName.cpp", "AVeryLongFileNam:7"},
-             {"<lambda()>", nullptr, "7"},
-             {nullptr, "/a/b.cpp", ""}}) {
-        record.function = function;
-        record.file = file;
+    for (auto const& [function, file, location] : vq::test::Rows<3>("Console", "locations")) {
+        record.function = function == vq::test::kNone ? nullptr : function.c_str();
+        record.file = file == vq::test::kNone ? nullptr : file.c_str();
         EXPECT_EQ(LogHandler::GetShortLocation(record, 16), location);
     }
 }
@@ -118,15 +110,6 @@ TEST(ConsoleTest, TakesColourFromTheEnvironment) {
         testing::internal::GetCapturedStdout();
         EXPECT_EQ(config.FindLogHandler(LogTarget::Stdout)->UsesColor(), color);
     }
-}
-
-TEST(ConsoleTest, AnEmptyRecordPrintsNothingAndAnEmptyMessageALine) {
-    LogConfig config(true);
-    LogRecord empty;
-    empty.level = LogLevel::Info;
-    empty.file = "";
-    EXPECT_EQ(Print(config, empty).standardOutput, "");
-    EXPECT_EQ(Print(config, MakeRecord(LogLevel::Info, "")).standardOutput, "I [Run] \n");
 }
 
 TEST(ConsoleTest, FormatsLocalTimeWithMilliseconds) {

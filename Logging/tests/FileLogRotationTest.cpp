@@ -29,13 +29,10 @@ TEST_F(FileLogTest, RotatesBeforeAWriteThatWouldReachTheLimit) {
     for (char letter = 'a'; letter < 'e'; ++letter) {
         Log(std::string(200, letter));
     }
-    EXPECT_THAT(Names(), ElementsAre(std::string("app") + today + "-0001.log",
-                                     std::string("app") + today + "-0002.log",
-                                     std::string("app") + today + ".log", "app.log"));
-    EXPECT_THAT(Messages(directory + std::string("app") + today + ".log"),
-                ElementsAre("***", std::string(200, 'a')));
-    EXPECT_THAT(Messages(directory + std::string("app") + today + "-0002.log"),
-                ElementsAre(std::string(200, 'c')));
+    EXPECT_THAT(Names(), ElementsAre("app" + today + "-0001.log", "app" + today + "-0002.log",
+                                     "app" + today + ".log", "app.log"));
+    EXPECT_THAT(Messages(directory + "app" + today + ".log"), ElementsAre("***", std::string(200, 'a')));
+    EXPECT_THAT(Messages(directory + "app" + today + "-0002.log"), ElementsAre(std::string(200, 'c')));
     EXPECT_THAT(Messages(), ElementsAre(std::string(200, 'd')));
     std::vector<DatedLog> const logs = handler->GetLogsAtLocation();
     ASSERT_EQ(logs.size(), 4U);
@@ -57,7 +54,7 @@ TEST_F(FileLogTest, RotatesAnOlderLogWhenItOpensIt) {
     std::ofstream(directory + "appendix.log").flush();
     LogCapture const capture(LogLevel::Verbose);
     Log("new");
-    std::string const rotated = std::string("app") + Dated(before) + ".log";
+    std::string const rotated = "app" + Dated(before) + ".log";
     EXPECT_THAT(capture.Lines(), ElementsAre("V Moving old log file out of the way...",
                                              "V Rotating log into " + directory + rotated + "...",
                                              "V ... done!", "I Logging to " + path));
@@ -89,7 +86,7 @@ TEST_F(FileLogTest, BufferedTextGoesBehindARotatedLogWithoutAGap) {
 TEST_F(FileLogTest, FinishesOrUndoesTheRotationOfAProcessThatDied) {
     std::time_t const before = NoonDaysAgo(1);
     std::string const copy = directory + ".app.rotated";
-    std::string const dated = directory + std::string("app") + Dated(before) + ".log";
+    std::string const dated = directory + "app" + Dated(before) + ".log";
     for (bool const emptied : {false, true}) {
         std::ofstream(copy) << "x <y~z> I [a] old\n";
         SetModified(copy, before);
@@ -109,11 +106,11 @@ TEST_F(FileLogTest, FinishesOrUndoesTheRotationOfAProcessThatDied) {
 
 TEST_F(FileLogTest, GivesUpRotatingWhenAllNamesOfADayAreTaken) {
     std::string const today = Dated(std::time(nullptr));
-    std::ofstream(directory + std::string("app") + today + ".log").flush();
+    std::ofstream(directory + "app" + today + ".log").flush();
     for (int i = 1; i < 100; ++i) {
         char number[16];
         std::snprintf(number, sizeof number, "-%04d", i);
-        std::ofstream(directory + std::string("app") + today + number + ".log").flush();
+        std::ofstream(directory + "app" + today + number + ".log").flush();
     }
     LogCapture const capture;
     Log("kept");
@@ -123,7 +120,7 @@ TEST_F(FileLogTest, GivesUpRotatingWhenAllNamesOfADayAreTaken) {
                                                    today + ".log exist, cannot rotate"));
     Log("too");
     EXPECT_THAT(Messages(), ElementsAre("***", "kept", "too"));
-    std::filesystem::remove(directory + std::string("app") + today + "-0099.log");
+    std::filesystem::remove(directory + "app" + today + "-0099.log");
     Log("room");
     EXPECT_THAT(Messages(), ElementsAre("room"));
 }
@@ -135,8 +132,8 @@ TEST_F(FileLogTest, NamesTheLogOfAPathWithoutDotOrDirectory) {
         std::string rotated;  // none: not seen as old
     };
     std::time_t const before = NoonDaysAgo(2);
-    Case const cases[] = {{"./x.log", "x.log", std::string("x") + Dated(before) + ".log"},
-                          {"y.tar.log", "y.tar.log", std::string("y.tar") + Dated(before) + ".log"},
+    Case const cases[] = {{"./x.log", "x.log", "x" + Dated(before) + ".log"},
+                          {"y.tar.log", "y.tar.log", "y.tar" + Dated(before) + ".log"},
                           {"plain", "plain", ""}};
     std::filesystem::path const working = std::filesystem::current_path();
     std::filesystem::current_path(directory);
@@ -151,7 +148,7 @@ TEST_F(FileLogTest, NamesTheLogOfAPathWithoutDotOrDirectory) {
         EXPECT_EQ(Messages(c.full).size(), c.rotated.empty() ? 3U : 2U);
     }
     handler->SetMaxFileSize(1);
-    EXPECT_TRUE(std::filesystem::exists(std::string("plain") + Dated(std::time(nullptr))));
+    EXPECT_TRUE(std::filesystem::exists("plain" + Dated(std::time(nullptr))));
     EXPECT_THAT(handler->GetLogsAtLocation(), IsEmpty());
     std::filesystem::current_path(working);
 }

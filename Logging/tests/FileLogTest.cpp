@@ -170,16 +170,6 @@ TEST_F(FileLogTest, AFullDiskCostsLinesButTearsNoneAndStopsNothing) {
     ::umount(directory.c_str());
 }
 
-TEST_F(FileLogTest, KeepsWhatItLogsItselfOutOfTheFile) {
-    LogConfig& global = LogConfig::Instance();
-    global.AddLogHandler(handler.get());
-    testing::internal::CaptureStdout();
-    LOG_I("first");
-    EXPECT_THAT(testing::internal::GetCapturedStdout(), HasSubstr("Logging to " + path + "\n"));
-    global.RemoveLogHandler(handler.get());
-    EXPECT_THAT(Messages(), ElementsAre("***", "first"));
-}
-
 TEST_F(FileLogTest, ThreadsWriteWholeLinesWhileItIsReconfigured) {
     constexpr int kThreads = 4;
     constexpr int kLines = 2000;

@@ -80,40 +80,6 @@ TEST(LogConfigTest, ThreadsLogWhileHandlersComeAndGo) {
     EXPECT_GT(seen, 0);
 }
 
-TEST(LogConfigTest, AHandlerIsNotDeletedWhileAThreadIsInIt) {
-    class BusyHandler : public LogHandler {
-    public:
-        BusyHandler(LogConfig& config, std::atomic<bool>& entered, std::atomic<bool>& deletedInside)
-            : LogHandler(config, LogTarget::File), m_entered(entered), m_deletedInside(deletedInside) {}
-        ~BusyHandler() override { m_deletedInside = m_inside.load(); }
-        void Log(LogRecord const&) override {
-            m_inside = true;
-            m_entered = true;
-            while (!GetConfig().GetLogHandlers().empty()) {
-                std::this_thread::yield();
-            }
-            // Taken out of the list: now it would be deleted, were it not waited for.
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            m_inside = false;
-        }
-
-    private:
-        std::atomic<bool>& m_entered;
-        std::atomic<bool>& m_deletedInside;
-        std::atomic<bool> m_inside = false;
-    };
-    LogConfig config(false);
-    std::atomic<bool> entered = false;
-    std::atomic<bool> deletedInside = false;
-    config.AddLogHandler(new BusyHandler(config, entered, deletedInside));
-    std::jthread const thread([&config] { config.Dispatch(MakeRecord(LogLevel::Info, "")); });
-    while (!entered) {
-        std::this_thread::yield();
-    }
-    config.Reset(false);
-    EXPECT_FALSE(deletedInside);
-}
-
 TEST(LogConfigDeathTest, AProcessExitsWhileOtherThreadsStillLog) {
     auto const leave = [] {
         for (int i = 0; i < 3; ++i) {

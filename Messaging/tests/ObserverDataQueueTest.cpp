@@ -1,9 +1,12 @@
 #include "Messaging/ObserverDataQueue.h"
 
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 
 namespace {
+
+using vq::test::Rows;
 
 using IntegerData = ProtoMessageDataTemplate<vq::ch::IntegerChannelDataEvent>;
 using Queue = ObserverDataQueueBase<CircularBufferDataQueue>;
@@ -35,38 +38,18 @@ std::string Drain(Queue& queue) {
 }
 
 TEST(ObserverDataQueueTest, OnlyTheStatedSamplesAreLost) {
-    struct Case {
-        char const* what;
-        std::size_t capacity;
-        // Numbers push up to there, "o" and "n" pop the oldest and the newest, "a" all, "c" clears, "="
-        // resizes.
-        char const* steps;
-        char const* left;
-    };
-    Case const cases[] = {
-        {"a full queue loses its oldest", 4, "9", "6 7 8 9"},
-        {"the newest leaves the older ones", 4, "3 n3", "1 2"},
-        {"the newest lies in the last slot", 4, "4 n4 6", "2 3 5 6"},
-        {"the oldest across the end of the block", 3, "5 o3 o4 7", "5 6 7"},
-        {"nothing to pop", 2, "o-1 n-1", "none"},
-        {"shrinking keeps the newest, and the next push drops the oldest of them", 20, "12 =5 13",
-         "9 10 11 12 13"},
-        {"growing keeps all in order", 3, "5 =5 8 n8", "4 5 6 7"},
-        {"resized while empty, with the ring turned", 3, "2 a =2 5", "4 5"},
-        {"cleared across the end of the block", 3, "5 c 6", "6"},
-    };
-    for (Case const& c : cases) {
-        Queue queue(c.capacity);
+    for (auto const& [what, capacity, script, left] : Rows<4>("ObserverDataQueue", "steps")) {
+        Queue queue(std::stoul(capacity));
         int pushed = 0;
-        std::istringstream steps(c.steps);
+        std::istringstream steps(script);
         for (std::string step; steps >> step;) {
             int const number = std::atoi(step.c_str() + (std::isdigit(step[0]) == 0));
             switch (step[0]) {
                 case 'o':
-                    EXPECT_EQ(ValueOf(queue.PopOldestData()), number) << c.what;
+                    EXPECT_EQ(ValueOf(queue.PopOldestData()), number) << what;
                     break;
                 case 'n':
-                    EXPECT_EQ(ValueOf(queue.PopNewestData()), number) << c.what;
+                    EXPECT_EQ(ValueOf(queue.PopNewestData()), number) << what;
                     break;
                 case 'a':
                     Drain(queue);
@@ -81,8 +64,8 @@ TEST(ObserverDataQueueTest, OnlyTheStatedSamplesAreLost) {
                     Push(queue, std::exchange(pushed, number) + 1, number);
             }
         }
-        EXPECT_EQ(Drain(queue), c.left) << c.what;
-        EXPECT_EQ(Drain(queue), "none") << c.what;
+        EXPECT_EQ(Drain(queue), left) << what;
+        EXPECT_EQ(Drain(queue), "none") << what;
     }
 }
 

@@ -4,10 +4,13 @@
 #include "Messaging/ZMQMessagePipeProvider.h"
 #include "MessagingFixture.h"
 #include "ServerRequests.pb.h"
+#include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 #include "Utils/ServerRegistry.h"
 
 namespace {
+
+using vq::test::Rows;
 
 class PipeProviderTest : public MessagingTest {
 protected:
@@ -70,22 +73,12 @@ TEST_F(PipeProviderTest, ASocketThatCannotBeSetUpIsGivenUpAfterFiveTries) {
 }
 
 TEST_F(PipeProviderTest, UrlsFollowTheTransportAndHostAndPortAreCutAtTheLastColon) {
-    struct Case {
-        char const* text;
-        bool good;
-        char const* host;
-        int port;
-    };
-    for (Case const& c : {Case{"localhost:5", true, "localhost", 5}, Case{":5", true, "localhost", 5},
-                          Case{"", true, "localhost", 17975}, Case{"host", true, "host", 17975},
-                          Case{"::1:80", true, "::1", 80}, Case{"host:123abc", true, "host", 123},
-                          Case{"host:0", false, "host:0", 0}, Case{"host:", false, "host:", 0},
-                          Case{"host:x", false, "host:x", 0}}) {
-        std::string host;
-        int port = -1;
-        EXPECT_EQ(ZMQMessagePipeProvider::ParseHostPort(c.text, host, port), c.good) << c.text;
-        EXPECT_EQ(host, c.host);
-        EXPECT_EQ(port, c.port);
+    for (auto const& [text, good, host, port] : vq::test::Rows<4>("PipeProvider", "hosts")) {
+        std::string gotHost;
+        int gotPort = 0;
+        EXPECT_EQ(ZMQMessagePipeProvider::ParseHostPort(text, gotHost, gotPort), good == "true") << text;
+        EXPECT_EQ(gotHost, host);
+        EXPECT_EQ(gotPort, std::stoi(port));
     }
     for (auto const& [address, url] : {std::pair<MessageAddress, char const*>{{"", Transport::NONE, ""}, ""},
                                        {Loopback("x"), "inproc://x"},
