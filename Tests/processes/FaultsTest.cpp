@@ -74,35 +74,6 @@ TEST_F(Faults, AProviderSlowerThanTheExchangeFailsTheCallInsideItsLimit) {
     EXPECT_LT(names.duration, 30s);
 }
 
-TEST_F(Faults, AServerThatIsKilledAndRestartedServesTheSameApplicationAgain) {
-    StartAll();
-    Caller caller;
-    ASSERT_EQ(caller.Call("names").code, kOk);
-    m_rig.KillServer();
-    m_rig.StartServer();
-    // Both devices are announced as unregistered by the new server and register anew by themselves.
-    EXPECT_EQ(CallUntil(caller, "names", kOk, 60s).code, kOk);
-    EXPECT_EQ(caller.Call("release").code, kOk);
-}
-
-TEST_F(Faults, AProviderKilledDuringACallFailsItAndItsSuccessorServesTheNext) {
-    m_rig.StartServer({"--prune-after", "1500"});
-    m_rig.StartProvider({"DelayMs=3000"});
-    Caller caller;
-    caller.Begin("names");
-    std::this_thread::sleep_for(1500ms);
-    m_rig.KillProvider();
-    EXPECT_EQ(caller.Finish().code, kFailure);
-    // The new provider takes the dead one's endpoint; the old pipe stays stuck until the connection is new.
-    m_rig.StartProvider();
-    CallResult const stuck = caller.Call("names");
-    EXPECT_LT(stuck.duration, 40s);
-    caller.Process().CloseInput();
-    EXPECT_EQ(caller.Process().WaitForExit(kCallLimit), 0);
-    Caller fresh;
-    EXPECT_EQ(fresh.Call("names").code, kOk);
-}
-
 TEST_F(Faults, AServerThatStopsInOrderEndsTheProviderAndFailsTheCalls) {
     StartAll();
     Caller caller;

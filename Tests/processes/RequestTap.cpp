@@ -4,58 +4,75 @@
 #include <chrono>
 #include <utility>
 
-#include "TestSupport/RawWire.h"
-
 namespace vq::test {
 
 namespace {
 
-constexpr std::chrono::milliseconds kTick{20};
+constexpr std::chrono::milliseconds kTick{1};
 
 }  // namespace
 
 RequestTap::RequestTap(std::string front, std::string back)
-    : m_front(std::move(front)), m_back(std::move(back)), m_thread([this] { Run(); }) {}
+    : m_front(std::move(front)), m_back(std::move(back)), m_thread([this] { Run(); }) {
+    while (!m_open) {
+        std::this_thread::sleep_for(kTick);
+    }
+}
 
 RequestTap::~RequestTap() {
     m_stop = true;
     m_thread.join();
 }
 
-void RequestTap::HangUpAt(std::string type, std::function<void()> happens) {
+void RequestTap::WhenPasses(std::string type, std::function<void()> happens) {
     std::lock_guard const lock(m_mutex);
     m_type = std::move(type);
     m_happens = std::move(happens);
 }
 
-void RequestTap::Run() {
-    Serve(true);
-    while (!m_resume && !m_stop) {
+void RequestTap::Close() {
+    m_mode = Mode::HungUp;
+    while (m_open) {
         std::this_thread::sleep_for(kTick);
     }
-    Serve(false);
 }
 
-void RequestTap::Serve(bool mayHangUp) {
+void RequestTap::Run() {
+    while (!m_stop) {
+        if (m_mode != Mode::HungUp) {
+            Serve();
+            m_open = false;
+        }
+        std::this_thread::sleep_for(kTick);
+    }
+}
+
+void RequestTap::Serve() {
     RawSocket front(ZMQ_ROUTER, m_front);
     RawSocket back(ZMQ_DEALER, m_back);
-    while (!m_stop) {
+    m_open = true;
+    while (!m_stop && m_mode != Mode::HungUp) {
         if (front.Poll(kTick)) {
-            Frames const request = front.Receive();
-            std::lock_guard const lock(m_mutex);
-            if (mayHangUp && std::find(request.begin(), request.end(), m_type) != request.end()) {
-                m_happens();
-                m_hungUp = true;
-                return;
-            }
-            back.Send(request);
+            PassOn(front, back);
         }
-        while (back.Poll()) {
-            front.Send(back.Receive());
+        if (back.Poll(kTick)) {
+            PassOn(back, front);
         }
-        if (back.Poll(kTick / 4)) {
-            front.Send(back.Receive());
-        }
+    }
+}
+
+void RequestTap::PassOn(RawSocket& from, RawSocket& to) {
+    Frames const message = from.Receive();
+    std::unique_lock lock(m_mutex);
+    if (m_happens && std::find(message.begin(), message.end(), m_type) != message.end()) {
+        std::exchange(m_happens, nullptr)();
+    }
+    lock.unlock();
+    while (m_mode == Mode::Hold && !m_stop) {
+        std::this_thread::sleep_for(kTick);
+    }
+    if (m_mode == Mode::Pass) {
+        to.Send(message);
     }
 }
 

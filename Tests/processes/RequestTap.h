@@ -6,38 +6,48 @@
 #include <string>
 #include <thread>
 
+#include "TestSupport/RawWire.h"
+
 namespace vq::test {
 
-/// Stands between an application and a server on the server's request endpoint and passes everything on,
-/// until a request of one type arrives: the place at which a test makes something happen to the server.
+/// Stands between a client and the server of a request endpoint and passes everything on, until a test makes
+/// it lose, hold or refuse messages.
 class RequestTap {
 public:
-    /// @param front  address that the application uses
+    enum class Mode {
+        Pass,
+        Hold,     ///< nothing goes on until it passes again, then everything
+        Swallow,  ///< takes everything and passes nothing on
+        HungUp    ///< has closed its endpoints, as a process that is gone
+    };
+
+    /// @param front  address that the clients use
     /// @param back   the server's own
     RequestTap(std::string front, std::string back);
     ~RequestTap();
     RequestTap(RequestTap const&) = delete;
     RequestTap& operator=(RequestTap const&) = delete;
 
-    /// When a request of this type arrives it goes no further: `happens` is called on the tap's thread and
-    /// the tap hangs up on everybody, as the server's process would. Call it before the first request.
-    void HangUpAt(std::string type, std::function<void()> happens);
-    /// Listens again, for good.
-    void Resume() { m_resume = true; }
-    bool HasHungUp() const { return m_hungUp; }
+    /// Calls `happens` once, on the tap's thread, when the first message of this type, request or reply,
+    /// has arrived; the mode that it sets already counts for the message.
+    void WhenPasses(std::string type, std::function<void()> happens);
+    /// From any thread.
+    void Set(Mode mode) { m_mode = mode; }
+    /// Hangs up, and returns when the endpoints are free.
+    void Close();
 
 private:
     void Run();
-    /// Passes messages on until it is told to stop, or, if `mayHangUp`, until the type arrives.
-    void Serve(bool mayHangUp);
+    void Serve();
+    void PassOn(RawSocket& from, RawSocket& to);
 
     std::string const m_front;
     std::string const m_back;
     std::mutex m_mutex;  // guards the two below
     std::string m_type;
     std::function<void()> m_happens;
-    std::atomic<bool> m_hungUp{false};
-    std::atomic<bool> m_resume{false};
+    std::atomic<Mode> m_mode{Mode::Pass};
+    std::atomic<bool> m_open{false};
     std::atomic<bool> m_stop{false};
     std::thread m_thread;
 };

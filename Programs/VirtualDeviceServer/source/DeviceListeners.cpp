@@ -3,6 +3,8 @@
 #include <zmq.h>
 
 #include <exception>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "Logging/Log.h"
@@ -20,6 +22,20 @@ using Transport = MessageAddress::Transport;
 /// Messages read in one go before others have their turn.
 constexpr int kBatch = 64;
 
+constexpr char const* kName = "deviceEvents";
+
+/// Removes the endpoints of a server that had no time to do so. Devices that live register anew, elsewhere.
+void RemoveLeftovers(std::string const& prefix) {
+    std::filesystem::path const path = std::filesystem::absolute(prefix);
+    std::error_code error;
+    for (auto const& entry : std::filesystem::directory_iterator(path.parent_path(), error)) {
+        if (entry.path().filename().native().starts_with(path.filename().native()) &&
+            entry.is_socket(error)) {
+            std::filesystem::remove(entry.path(), error);
+        }
+    }
+}
+
 }  // namespace
 
 DeviceListeners::DeviceListeners(ZMQMessagePipeProvider& provider, MessageAddress server,
@@ -28,7 +44,11 @@ DeviceListeners::DeviceListeners(ZMQMessagePipeProvider& provider, MessageAddres
       m_server(std::move(server)),
       m_poll(poll),
       m_onHeard(std::move(onHeard)),
-      m_onEvent(std::move(onEvent)) {}
+      m_onEvent(std::move(onEvent)) {
+    if (m_server.transport == Transport::IPC) {
+        RemoveLeftovers(m_server.location + "." + kName + ".");
+    }
+}
 
 DeviceListeners::~DeviceListeners() {
     for (auto& [id, listener] : m_listeners) {
@@ -39,7 +59,7 @@ DeviceListeners::~DeviceListeners() {
 std::optional<MessageAddress> DeviceListeners::Create(std::int32_t deviceId) {
     // A place that no device had before: the former socket of a living device may still be bound. On TCP the
     // system picks a free port anew; elsewhere the name makes the difference.
-    std::string name = "deviceEvents";
+    std::string name = kName;
     if (m_server.transport != Transport::SOCKET) {
         name.append(".").append(std::to_string(deviceId)).append(".").append(std::to_string(++m_created));
     }

@@ -1,4 +1,6 @@
+#include <chrono>
 #include <memory>
+#include <optional>
 
 #include "Logging/Log.h"
 #include "Messaging/ChannelFactory.h"
@@ -15,11 +17,13 @@
 
 // What reaches the device: requests on its own pipe and the server's events.
 
+using std::chrono::steady_clock;
 using VirtualDeviceStats::ScopedTimerStat;
 
 namespace {
 
 constexpr std::chrono::milliseconds kNoWait{0};
+constexpr std::chrono::seconds kLongestDispatch{1};
 
 }  // namespace
 
@@ -93,10 +97,19 @@ bool SparseDevice::ProcessEvents() {
 }
 
 bool SparseDevice::DispatchEvents() {
+    std::optional<steady_clock::time_point> start;
     for (;;) {
+        // An event can cost an exchange that fails at its limit, and more may come meanwhile: what has queued
+        // up must not keep the commands waiting for the sum of it.
+        if (start && steady_clock::now() - *start > kLongestDispatch) {
+            return true;
+        }
         std::unique_ptr<AMessage> const event(m_serverEventListener->ReceiveNext(kNoWait, nullptr));
         if (event == nullptr) {
             return true;
+        }
+        if (!start) {
+            start = steady_clock::now();
         }
         if (m_eventDispatcher != nullptr && !m_eventDispatcher->ProcessEvent(event.get())) {
             LOG_E("Failed to process event message %s", event->Type().c_str());

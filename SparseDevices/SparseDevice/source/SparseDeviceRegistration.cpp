@@ -44,8 +44,13 @@ bool SparseDevice::OpenDataEventSender(AMessagePipeProvider* provider) {
         LOG_E("Failed to get server data event listener address");
         return false;
     }
+    AMessagePipeEventSender* const former = m_dataEventSender;
     m_dataEventSender =
         provider->GetEventSender(MessageAddress::FromString(reply.address()), "", SocketRole::Bind);
+    if (former != nullptr && former != m_dataEventSender) {
+        // Of the registration that the server has dropped: nobody listens there any more.
+        provider->DisposePipe(former);
+    }
     if (m_dataEventSender == nullptr) {
         LOG_E("Failed to get data event sender for address @ %s", reply.address().c_str());
         return false;
