@@ -48,11 +48,8 @@ bool ChannelProducer::SendHelloEvent() {
 
 bool ChannelProducer::CheckMessageType(google::protobuf::MessageLite const* message,
                                        std::string const& expected) {
-    if (message != nullptr) {
-        // As a rule it is the same object.
-        if (std::string const& type = MessageTypeName(*message); &type == &expected || type == expected) {
-            return true;
-        }
+    if (message != nullptr && MessageTypeName(*message) == expected) {
+        return true;
     }
     LOG_E("Unexpected data type: %s != %s", message != nullptr ? message->GetTypeName().c_str() : "",
           expected.c_str());
