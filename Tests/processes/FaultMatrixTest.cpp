@@ -124,7 +124,7 @@ protected:
     FaultMatrix()
         : m_isLong(m_expected.time > 0s),
           m_hurried(m_isLong && !kHurry.empty()),
-          m_slack(m_hurried ? 15s : 10s) {
+          m_slack(m_hurried ? 40s : 10s) {
         if (m_isLong) {
             // The provider's process is to bear with a server that is away for longer than usual.
             ::setenv("VQ_DEBUG_VDS", "1", 1);
