@@ -1,6 +1,9 @@
 #include "VDSConnectionManager.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "Logging/Log.h"
@@ -12,6 +15,7 @@
 #include "Messaging/MessageTypeName.h"
 #include "ProtocolVersion.h"
 #include "ServerEvents.pb.h"
+#include "Utils/FileDescriptor.h"
 #include "Utils/ServerRegistry.h"
 #include "Utils/ThreadUtils.h"
 
@@ -22,6 +26,19 @@ using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
 namespace {
+
+/// What a connection with its device takes and what its peers add to it. Without them a bring-up would stop
+/// half way, or take the process with it: the messaging library aborts where its own threads get no
+/// descriptor.
+constexpr std::size_t kDescriptors = 32;
+
+bool HasDescriptors() {
+    std::array<FileDescriptor, kDescriptors> probe;
+    return std::all_of(probe.begin(), probe.end(), [](FileDescriptor& descriptor) {
+        descriptor.Reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+        return descriptor.IsOpen();
+    });
+}
 
 constexpr milliseconds kLoopPeriod{16};
 constexpr milliseconds kConnectionPoll{10};
@@ -151,6 +168,10 @@ bool VDSConnectionManager::Connect() {
             "Tessel Server is running protocol version %d, expected version %d: verify your runtime "
             "environment",
             static_cast<int>(server.protocol), kProtocolVersion);
+    }
+    if (!HasDescriptors()) {
+        LOG_V("[VDSConnectionManager|%s] Too few file descriptors left to connect.", m_name.c_str());
+        return false;
     }
     m_messageContext = m_messageManager->GetContext(address);
     VQ_CHECK(m_messageContext != nullptr);

@@ -1,6 +1,10 @@
 // Processes that die, stop or come back while an application holds the library.
 
 #include <signal.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <list>
 
 #include "Rig.h"
 #include "TestSupport/Test.h"
@@ -107,6 +111,42 @@ TEST_F(Faults, ExitAfterTheServerDiedOrHangsIsBounded) {
     m_rig.Server().Signal(SIGSTOP);
     orphan.Begin("exit");
     EXPECT_EQ(orphan.Process().WaitForExit(60s), 0) << orphan.Process().DrainOutput();
+}
+
+void LimitDescriptors(Caller& caller, rlim_t count) {
+    rlimit limit{};
+    ASSERT_EQ(::prlimit(caller.Process().Pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
+    limit.rlim_cur = std::min(count, limit.rlim_max);
+    ASSERT_EQ(::prlimit(caller.Process().Pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
+}
+
+TEST_F(Faults, DescriptorsThatAreUsedUpFailTheCallsUntilThereAreSomeAgain) {
+    StartAll();
+    for (bool const isFirst : {true, false}) {
+        std::list<Caller> callers;
+        for (rlim_t const count : {3, 6, 9, 12, 18, 30, 40, 50}) {
+            Caller& caller = callers.emplace_back();
+            if (!isFirst) {
+                EXPECT_EQ(CallUntil(caller, "names", kOk, 30s).code, kOk);
+                LimitDescriptors(caller, count);
+                EXPECT_EQ(CallUntil(caller, "release", kOk, 30s).code, kOk);
+            }
+            LimitDescriptors(caller, count);
+            caller.Begin("names");
+        }
+        for (Caller& caller : callers) {
+            CallResult const names = caller.Finish();
+            // kFailure: its device has just made room for a namesake, that of another caller.
+            EXPECT_TRUE(names.code == kOk || names.code == kNoLocalService || names.code == kFailure)
+                << names.code;
+            LimitDescriptors(caller, RLIM_INFINITY);
+            if (!isFirst) {  // a registry that could not be opened at the first call is not opened later
+                EXPECT_EQ(CallUntil(caller, "names", kOk, 30s).code, kOk) << caller.Process().DrainOutput();
+            }
+            caller.Process().CloseInput();
+            EXPECT_EQ(caller.Process().WaitForExit(kCallLimit), 0) << caller.Process().DrainOutput();
+        }
+    }
 }
 
 }  // namespace
