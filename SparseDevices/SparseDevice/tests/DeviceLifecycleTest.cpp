@@ -141,8 +141,10 @@ TEST_F(DeviceTest, AFailedReturnIsTriedAgainInTheNextStep) {
     ASSERT_TRUE(Start());
     AwaitSubscription();
     LogCapture const log;
-    auto const answer = [refusals = 2](RegisterSparseDeviceChannels const&) mutable -> FakeServer::Reply {
-        if (refusals-- > 0) {
+    // Shared: the server answers each request by a copy.
+    auto const answer = [refusals = std::make_shared<std::atomic<int>>(2)](
+                            RegisterSparseDeviceChannels const&) -> FakeServer::Reply {
+        if ((*refusals)-- > 0) {
             return FakeServer::Refuse("not now");
         }
         return std::make_unique<RegisterSparseDeviceChannels::Reply>();
