@@ -34,6 +34,7 @@ bool ApplyLogParameters(std::vector<std::string> const& parameters, std::string&
     std::vector<std::string> texts = {"dummy_executable_name"};
     texts.insert(texts.end(), parameters.begin(), parameters.end());
     std::vector<char*> argv;
+    argv.reserve(texts.size() + 1);
     for (std::string& text : texts) {
         argv.push_back(text.data());
     }

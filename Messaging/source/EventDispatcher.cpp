@@ -12,7 +12,8 @@ EventHandlerRegistration EventDispatcher::RegisterEventHandler(std::string const
     return {type, std::move(handler)};
 }
 
-void EventDispatcher::UnregisterEventHandler(std::string const& type, std::shared_ptr<EventHandler> handler) {
+void EventDispatcher::UnregisterEventHandler(std::string const& type,
+                                             std::shared_ptr<EventHandler> const& handler) {
     auto const entry = m_handlers.find(type);
     if (entry == m_handlers.end()) {
         return;

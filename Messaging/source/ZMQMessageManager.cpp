@@ -49,7 +49,7 @@ MessageAddress ZMQMessageManager::GetDefaultServerIpcAddress() {
 }
 
 MessageAddress ZMQMessageManager::GetServerAddress() {
-    MessageAddress const chosen = ServerRegistry::GetUserServerAddress();
+    MessageAddress chosen = ServerRegistry::GetUserServerAddress();
     if (chosen.transport != MessageAddress::Transport::NONE) {
         return chosen;
     }

@@ -36,7 +36,7 @@ public:
                                                   std::shared_ptr<EventHandler> handler);
 
     /// Takes back the first registration of this very handler; nothing happens when there is none.
-    void UnregisterEventHandler(std::string const& type, std::shared_ptr<EventHandler> handler);
+    void UnregisterEventHandler(std::string const& type, std::shared_ptr<EventHandler> const& handler);
 
     /// Calls every handler of the event's type in registration order. From then on ProcessEvents knows the
     /// type, so that events given here and through a queue should not be mixed on one dispatcher.

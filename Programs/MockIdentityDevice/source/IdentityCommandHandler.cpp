@@ -104,7 +104,7 @@ bool IdentityCommandHandler::OnRequestAttributeValuesWait(
 
 // A failure carries an empty profile: the field is required.
 template <class ProfileReply>
-bool IdentityCommandHandler::SendProfileNow(vq::sd::VQIdentityProfile profile) {
+bool IdentityCommandHandler::SendProfileNow(vq::sd::VQIdentityProfile&& profile) {
     std::int32_t const result = m_settings().result;
     ProfileReply reply;
     reply.set_result(result);

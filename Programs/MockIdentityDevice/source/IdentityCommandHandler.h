@@ -39,7 +39,7 @@ private:
     bool OnRequestAttributeValuesWait(vq::sd::VQIdentityRequestAttributeValuesWait const& request);
 
     template <class Reply>
-    bool SendProfileNow(vq::sd::VQIdentityProfile profile);
+    bool SendProfileNow(vq::sd::VQIdentityProfile&& profile);
     template <class Reply>
     bool SendHandle(vq::sd::VQIdentityProfile profile);
     template <class Reply>

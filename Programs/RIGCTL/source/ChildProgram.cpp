@@ -61,6 +61,7 @@ ChildProgram::ChildProgram(std::vector<std::string> const& arguments, Options co
     : m_bond(options.bond) {
     std::vector<std::string> texts = arguments;
     std::vector<char*> argv;
+    argv.reserve(texts.size() + 1);
     for (std::string& text : texts) {
         argv.push_back(text.data());
     }

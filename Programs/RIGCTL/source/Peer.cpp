@@ -173,7 +173,7 @@ Json::Value Peer::Ask(std::string const& type, Json::Value const& fields, Clock:
     if (answerType == nullptr) {
         throw Failure(Status::Refused, "An answer that makes no sense has come from " + m_name + ".");
     }
-    Json::Value const result = Decode(*answerType, answer[2]);
+    Json::Value result = Decode(*answerType, answer[2]);
     if (answerType == reply) {
         return result;
     }
