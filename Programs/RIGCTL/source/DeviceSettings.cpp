@@ -12,6 +12,10 @@ namespace vq::rigctl {
 
 namespace {
 
+std::string NoSetting(std::string const& device, std::string const& name) {
+    return "The device '" + device + "' has no setting '" + name + "'.";
+}
+
 /// The one value that a variant holds, whatever its case; nothing when it holds none.
 Json::Value PlainValue(Json::Value const& variant) {
     for (std::string const& name : variant.getMemberNames()) {
@@ -140,7 +144,7 @@ Status GetSettings(Session& session, std::string const& device, Texts const& nam
     for (std::string const& name : names) {
         auto const found = rows.find(name);
         if (found == rows.end()) {
-            throw Failure(Status::Refused, "The device '" + device + "' has no setting '" + name + "'.");
+            throw Failure(Status::Refused, NoSetting(device, name));
         }
         if (session.Out().IsJson()) {
             session.Out().Object(found->second);

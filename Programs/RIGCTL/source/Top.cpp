@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdio>
 #include <map>
 #include <thread>
@@ -36,7 +37,7 @@ Reading Read(Session& session, std::string const& device) {
 }
 
 double Rounded(double value) {
-    return static_cast<double>(static_cast<std::int64_t>(value * 10 + 0.5)) / 10;
+    return std::round(value * 10) / 10;
 }
 
 /// @param before  null: the device is new, or was silent
