@@ -89,8 +89,11 @@ function(vq_add_test name)
     vq_add_program(${name} SOURCES ${ARG_SOURCES} LIBS ${ARG_LIBS} vq::test_support)
     # The code under test is optimised in its library; optimising the cases would double their build time.
     target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O0>)
-    # Where its tables of cases lie.
-    target_compile_definitions(${name} PRIVATE VQ_TEST_FOLDER="${CMAKE_CURRENT_SOURCE_DIR}/tests/")
+    # Its tables of cases lie beside its first source.
+    list(GET ARG_SOURCES 0 first)
+    get_filename_component(folder "${first}" ABSOLUTE BASE_DIR "${CMAKE_CURRENT_SOURCE_DIR}")
+    get_filename_component(folder "${folder}" DIRECTORY)
+    target_compile_definitions(${name} PRIVATE VQ_TEST_FOLDER="${folder}/")
     set(properties TIMEOUT ${ARG_TIMEOUT})
     if(ARG_LABELS)
         list(APPEND properties LABELS "${ARG_LABELS}")

@@ -6,8 +6,6 @@
 
 namespace {
 
-using vq::test::Rows;
-
 struct Output {
     std::string standardOutput;
     std::string standardError;
@@ -23,9 +21,9 @@ Output Print(LogConfig& config, LogRecord const& record) {
 TEST(ConsoleTest, NamesTheCallByWhatTellsMost) {
     LogRecord record;
     record.line = 7;
-    for (auto const& [function, file, location] : vq::test::Rows<3>("Console", "locations")) {
-        record.function = function == vq::test::kNone ? nullptr : function.c_str();
-        record.file = file == vq::test::kNone ? nullptr : file.c_str();
+    for (auto const& [function, file, location] : Rows<3>("Console", "locations")) {
+        record.function = function == kNone ? nullptr : function.c_str();
+        record.file = file == kNone ? nullptr : file.c_str();
         EXPECT_EQ(LogHandler::GetShortLocation(record, 16), location);
     }
 }

@@ -10,12 +10,6 @@
 
 namespace vq::test {
 
-inline std::string ReadFile(std::string const& path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-}
-
 /// A file log in a directory of its own, outside the process-wide configuration.
 class FileLogTest : public testing::Test {
 public:

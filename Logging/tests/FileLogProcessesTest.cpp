@@ -9,9 +9,6 @@
 
 namespace vq::test {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-
 namespace {
 
 constexpr std::chrono::minutes kLong{10};
@@ -32,8 +29,8 @@ public:
     static std::string NameOf(int writer) { return std::string(1, static_cast<char>('a' + writer)); }
 
     std::unique_ptr<ChildProcess> StartWriter(std::string const& name, int lines, int maxSize) const {
-        return std::make_unique<ChildProcess>(std::vector<std::string>{
-            Writer(), "write", path, name, std::to_string(lines), std::to_string(maxSize)});
+        return std::make_unique<ChildProcess>(
+            Lines{Writer(), "write", path, name, std::to_string(lines), std::to_string(maxSize)});
     }
 
     /// A process that has taken the locks of some files and does not run any more.
@@ -115,7 +112,7 @@ TEST_F(FileLogProcessesTest, WritersThatDieWhileTheyHoldTheLocksCostTheOthersNot
         EXPECT_EQ(victim->WaitForExit(kLong), 128 + SIGKILL);
         ++killed;
     }
-    EXPECT_THAT(survivor->Output(), testing::EndsWith("done\n"));  // on a slow machine the names run out
+    EXPECT_THAT(survivor->Output(), EndsWith("done\n"));  // on a slow machine the names run out
     handler->Log(LogRecord());  // to open the log is to finish what the last one may have left half done
     Tally tally = Count();
     EXPECT_LE(tally.torn, static_cast<std::size_t>(killed)) << "a victim may leave its last line unfinished";

@@ -5,11 +5,6 @@
 
 namespace vq::test {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::StartsWith;
-
 namespace {
 
 /// Noon of a day in the past, in local time: no day begins or ends nearby.

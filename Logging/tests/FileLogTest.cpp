@@ -10,14 +10,6 @@
 
 namespace vq::test {
 
-using testing::AllOf;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::EndsWith;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::StartsWith;
-
 namespace {
 
 TEST_F(FileLogTest, WritesABannerAndLinesByteByByte) {
@@ -198,7 +190,7 @@ TEST_F(FileLogTest, ThreadsWriteWholeLinesWhileItIsReconfigured) {
     EXPECT_EQ(all.size(), std::size_t{kThreads * kLines});
     std::sort(all.begin(), all.end());
     EXPECT_EQ(std::unique(all.begin(), all.end()), all.end());
-    EXPECT_THAT(all, testing::Not(Contains(StartsWith("torn"))));
+    EXPECT_THAT(all, Not(Contains(StartsWith("torn"))));
 }
 
 TEST_F(FileLogTest, ATestDriverChoosesTheDirectoryOfTheDefaultLog) {

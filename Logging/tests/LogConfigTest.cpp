@@ -20,7 +20,7 @@ TEST(LogConfigTest, KeepsHandlersInOrderAndOnceAndResetsToTheTwoOfTheConsole) {
     EXPECT_TRUE(config.AddLogHandler(file) && config.AddLogHandler(second.get()));
     EXPECT_FALSE(config.AddLogHandler(file) || config.AddLogHandler(nullptr));
     EXPECT_EQ(config.FindFileLogHandler(), file);
-    EXPECT_THAT(config.GetLogHandlers(), testing::ElementsAre(file, second.get()));
+    EXPECT_THAT(config.GetLogHandlers(), ElementsAre(file, second.get()));
     EXPECT_TRUE(config.RemoveLogHandler(second.get()));
     EXPECT_FALSE(config.RemoveLogHandler(second.get()) || config.RemoveLogHandler(nullptr));
     config.Dispatch(MakeRecord(LogLevel::Info));

@@ -8,7 +8,6 @@
 
 namespace {
 
-using testing::ElementsAre;
 using vq::test::LogCapture;
 
 class FlushReportingHandler : public LogHandler {

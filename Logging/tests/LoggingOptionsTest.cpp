@@ -13,9 +13,6 @@
 
 namespace vq::test {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 namespace {
 
 using Arguments = std::vector<std::string>;
@@ -122,9 +119,8 @@ TEST_F(LoggingOptionsTest, PrintTheHelpText) {
     EXPECT_EQ(config.GetLevel(), LogLevel::Trace);
     std::string const one = text.substr(0, text.size() / 3);
     EXPECT_EQ(text, one + one + one);
-    EXPECT_THAT(one, testing::StartsWith("Verbosity/logging help:\n\nVirtual device"));
-    EXPECT_THAT(
-        one, testing::EndsWith("   '--verbosity 3 --no-console --logfile --logfile-color' is equivalent\n"));
+    EXPECT_THAT(one, StartsWith("Verbosity/logging help:\n\nVirtual device"));
+    EXPECT_THAT(one, EndsWith("   '--verbosity 3 --no-console --logfile --logfile-color' is equivalent\n"));
 }
 
 TEST_F(LoggingOptionsTest, ExportTheStateAsTheFewestArguments) {

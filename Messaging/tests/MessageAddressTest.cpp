@@ -6,8 +6,6 @@
 
 namespace {
 
-using vq::test::Rows;
-
 using Transport = MessageAddress::Transport;
 
 TEST(MessageAddressTest, TextFormsAreReadAndWrittenBack) {

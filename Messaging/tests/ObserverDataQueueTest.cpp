@@ -6,8 +6,6 @@
 
 namespace {
 
-using vq::test::Rows;
-
 using IntegerData = ProtoMessageDataTemplate<vq::ch::IntegerChannelDataEvent>;
 using Queue = ObserverDataQueueBase<CircularBufferDataQueue>;
 

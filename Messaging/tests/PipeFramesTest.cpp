@@ -181,24 +181,6 @@ TEST_F(PipeFramesTest, AnUnansweredRequestBlocksTheClientUntilItsReplyWasRead) {
     EXPECT_TRUE(MessageUtils::Send(client, GetVersion(), kShort, nullptr));
 }
 
-TEST_F(PipeFramesTest, AMessageIsSentOnlyOnItsKindOfPipe) {
-    AMessagePipeEventSender* sender = Sender("events");
-    AMessagePipeRequestReply* client = Client("server");
-    std::unique_ptr<AMessage> const plain(sender->NewMessage());
-    std::unique_ptr<AMessage> const event(sender->NewChannelMessage());
-    vq::test::LogCapture log;
-    for (AMessage* const message : {plain.get(), static_cast<AMessage*>(nullptr)}) {
-        EXPECT_FALSE(sender->SendNext(message, kLimit, nullptr));
-    }
-    for (AMessage* const message : {event.get(), static_cast<AMessage*>(nullptr)}) {
-        EXPECT_FALSE(client->SendNext(message, kLimit, nullptr));
-    }
-    EXPECT_EQ(log.Lines(), (Lines{"E expected ZMQChannelMessage for message " + plain->Dump(),
-                                  "E expected ZMQChannelMessage for message <null>",
-                                  "E expected ZMQMessage for message " + event->Dump(),
-                                  "E expected ZMQMessage for message <null>"}));
-}
-
 TEST_F(PipeFramesTest, EventsAndSamplesAreTracedUnlessTheyWouldFloodTheLog) {
     AMessagePipeEventSender* sender = Sender("events");
     AMessagePipeEventListener* listener = Listener("events");

@@ -10,8 +10,6 @@
 
 namespace {
 
-using vq::test::Rows;
-
 class PipeProviderTest : public MessagingTest {
 protected:
     ZMQMessagePipeProvider& Provider() { return dynamic_cast<ZMQMessagePipeProvider&>(*Pipes()); }
@@ -73,7 +71,7 @@ TEST_F(PipeProviderTest, ASocketThatCannotBeSetUpIsGivenUpAfterFiveTries) {
 }
 
 TEST_F(PipeProviderTest, UrlsFollowTheTransportAndHostAndPortAreCutAtTheLastColon) {
-    for (auto const& [text, good, host, port] : vq::test::Rows<4>("PipeProvider", "hosts")) {
+    for (auto const& [text, good, host, port] : Rows<4>("PipeProvider", "hosts")) {
         std::string gotHost;
         int gotPort = 0;
         EXPECT_EQ(ZMQMessagePipeProvider::ParseHostPort(text, gotHost, gotPort), good == "true") << text;

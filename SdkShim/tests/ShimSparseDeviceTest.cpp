@@ -10,7 +10,6 @@
 #include "TestSupport/Test.h"
 #include "identity/IdentitySparseDevice.h"
 
-using namespace std::chrono_literals;
 using vq::IdentityShim::IdentitySparseDevice;
 using vq::SdkShim::Feature;
 using vq::test::FakeServer;
@@ -124,11 +123,7 @@ TEST_F(ShimSparseDeviceTest, TheApplicationIsRegisteredOnce) {
     using Register = vq::vds::RegisterVQSDKApplication;
     using Unregister = vq::vds::UnregisterVQSDKApplication;
     Start();
-    m_server.On<Register>([](Register const&) {
-        auto error = std::make_unique<Register::Error>();
-        error->set_message("full house");
-        return error;
-    });
+    m_server.On<Register>([](Register const&) { return FakeServer::RefuseBy<Register>("full house"); });
     EXPECT_FALSE(m_device.EnsureVQSDKApplicationRegistered());
     EXPECT_TRUE(m_log.Has(LogLevel::Error, "full house"));
 

@@ -8,7 +8,6 @@
 #include "TestSupport/Test.h"
 #include "Utils/ServerRegistry.h"
 
-using namespace std::chrono_literals;
 using vq::SdkShim::VDSConnectionManager;
 using vq::test::LogCapture;
 

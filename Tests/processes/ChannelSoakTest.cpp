@@ -64,15 +64,6 @@ long Reported(ChildProcess& observer, std::string const& stream) {
     return at != std::string::npos ? std::atol(line->c_str() + at + mark.size()) : -1;
 }
 
-/// Memory in use, in MiB.
-double ResidentMiB(pid_t pid) {
-    std::ifstream file("/proc/" + std::to_string(pid) + "/statm");
-    double total = 0;
-    double resident = 0;
-    file >> total >> resident;
-    return resident * static_cast<double>(::sysconf(_SC_PAGESIZE)) / (1 << 20);
-}
-
 TEST(ChannelSoak, EveryObserverThatKeepsUpSeesEverySampleOfEveryProducer) {
     char const* const soak = std::getenv("VQ_SOAK_SECONDS");
     int const seconds = soak != nullptr ? std::atoi(soak) : 2;
@@ -127,7 +118,7 @@ TEST(ChannelSoak, EveryObserverThatKeepsUpSeesEverySampleOfEveryProducer) {
                 received, count, ResidentMiB(rig.Server().Pid()));
     for (Process const& producer : producers) {
         Stop(*producer);
-        EXPECT_THAT(producer->DrainOutput(), testing::HasSubstr("counter sent " + last));
+        EXPECT_THAT(producer->DrainOutput(), HasSubstr("counter sent " + last));
     }
     // It has missed much, and the server may have given it up; it goes on.
     still->Signal(SIGCONT);

@@ -8,16 +8,6 @@
 namespace vq::test {
 namespace {
 
-using testing::HasSubstr;
-
-std::string ContentOf(std::string const& path) {
-    std::ifstream file(std::string(VQ_SOURCE_DIR) + "/" + path);
-    std::ostringstream text;
-    text << file.rdbuf();
-    EXPECT_FALSE(text.str().empty()) << path;
-    return text.str();
-}
-
 class DeviceProgram : public testing::Test {
 protected:
     DeviceProgram() { m_rig.StartServer(); }
@@ -31,8 +21,7 @@ protected:
     }
 
     static std::unique_ptr<ChildProcess> Start(ChildProcess::Environment const& environment = {}) {
-        auto program =
-            std::make_unique<ChildProcess>(std::vector<std::string>{Rig::Binary("turntable")}, environment);
+        auto program = std::make_unique<ChildProcess>(Lines{Rig::Binary("turntable")}, environment);
         EXPECT_TRUE(program->ReadLineWith("ready", kStartLimit)) << program->DrainOutput();
         // In its loop, and not on the way there any more.
         std::string const row = "\"process\":" + std::to_string(program->Pid()) + ",\"ready\":true";
@@ -49,9 +38,11 @@ protected:
 };
 
 TEST_F(DeviceProgram, OfTheGuideIsTheOneThatIsBuilt) {
-    std::string const guide = ContentOf("docs/writing-a-device.md");
-    EXPECT_THAT(guide, HasSubstr("```cpp\n" + ContentOf("Examples/turntable/turntable.cpp") + "```"));
-    EXPECT_THAT(guide, HasSubstr("```json\n" + ContentOf("Examples/turntable/turntable.json") + "```"));
+    std::string const source = std::string(VQ_SOURCE_DIR) + "/";
+    std::string const guide = ReadFile(source + "docs/writing-a-device.md");
+    EXPECT_THAT(guide, HasSubstr("```cpp\n" + ReadFile(source + "Examples/turntable/turntable.cpp") + "```"));
+    EXPECT_THAT(guide,
+                HasSubstr("```json\n" + ReadFile(source + "Examples/turntable/turntable.json") + "```"));
 }
 
 TEST_F(DeviceProgram, OfTheGuidePublishesTakesSettingsAndQuits) {

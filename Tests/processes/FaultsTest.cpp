@@ -12,8 +12,6 @@
 namespace vq::test {
 namespace {
 
-using namespace std::chrono_literals;
-
 class Faults : public testing::Test {
 protected:
     void StartAll() {

@@ -14,8 +14,6 @@
 namespace vq::test {
 namespace {
 
-using testing::HasSubstr;
-
 struct Outcome {
     int status = -1;
     std::string output;

@@ -4,6 +4,8 @@
 #include <signal.h>
 
 #include "Rig.h"
+#include "TestSupport/Table.h"
+#include "TestSupport/Test.h"
 
 namespace vq::test {
 namespace {
@@ -18,83 +20,38 @@ protected:
     Rig m_rig;
 };
 
-TEST_F(IdentityCalls, NamesThenValuesGiveTheGrantedProfile) {
-    Start();
+struct Course {
+    std::string name;
+    std::vector<std::string> providerSettings;
+};
+
+/// One caller that goes through a section of the table.
+class IdentityCourse : public IdentityCalls, public testing::WithParamInterface<Course> {};
+
+TEST_P(IdentityCourse, GivesTheStatedCodesAndProfiles) {
+    Start(GetParam().providerSettings);
     Caller caller;
-    CallResult const names = caller.Call("names");
-    EXPECT_EQ(names.code, kOk);
-    EXPECT_EQ(names.rest.substr(0, 18), "8 0:GivenName::0:0") << names.rest;
-
-    caller.Call("request");
-    CallResult const values = caller.Call("values");
-    EXPECT_EQ(values.code, kOk);
-    EXPECT_NE(values.rest.find(" 0:GivenName:Ada:1:1 "), std::string::npos) << values.rest;
-    EXPECT_NE(values.rest.find(" 4:PhoneNumber::1:0 "), std::string::npos) << values.rest;
-
-    CallResult const released = caller.Call("release");
-    EXPECT_EQ(released.code, kOk);
-    EXPECT_NE(released.rest.find("GivenName:Ada"), std::string::npos)
-        << "what the caller holds stays readable: " << released.rest;
+    for (auto const& [command, code, rest] : Rows<3>("IdentityCalls", GetParam().name)) {
+        CallResult const result = caller.Call(command);
+        EXPECT_EQ(result.code, std::stoul(code, nullptr, 0)) << command;
+        EXPECT_THAT(result.rest + " ", HasSubstr(rest)) << command;
+    }
 }
 
-TEST_F(IdentityCalls, KnownNamesAreChosenByKeyAndAKeyOutsideTheEnumerationAborts) {
-    Start();
-    Caller caller;
-    CallResult const known = caller.Call("known 7 2");
-    EXPECT_EQ(known.code, kOk);
-    EXPECT_EQ(known.rest, "2 2:Email::0:0 7:UserId::0:0");
-    caller.Begin("known 8");
-    EXPECT_EQ(caller.Process().WaitForExit(kCallLimit), 128 + SIGABRT);
-}
+INSTANTIATE_TEST_SUITE_P(All, IdentityCourse,
+                         testing::Values(Course{"NamesThenValues", {}}, Course{"ValuesBeforeAnyNames", {}},
+                                         Course{"AsynchronousPairs", {"DelayMs=150"}},
+                                         Course{"AnswerNotReady", {"DelayMs=60000"}},
+                                         Course{"UnknownFuture", {}}, Course{"ReleaseAndConnectAnew", {}}),
+                         [](auto const& each) { return each.param.name; });
 
-TEST_F(IdentityCalls, ASuccessWithoutAttributesEndsTheProcess) {
+TEST_F(IdentityCalls, AKeyOutsideTheEnumerationOrASuccessWithoutAttributesEndsTheProcess) {
     Start({"Profile=[]"});
-    Caller caller;
-    caller.Begin("names");
-    EXPECT_EQ(caller.Process().WaitForExit(kCallLimit), 128 + SIGABRT);
-}
-
-TEST_F(IdentityCalls, ValuesBeforeAnyNamesSendAnEmptyProfile) {
-    Start();
-    Caller caller;
-    CallResult const values = caller.Call("values");
-    EXPECT_EQ(values.code, kOk);
-    EXPECT_EQ(values.rest, "none") << "the caller was never given the record";
-}
-
-TEST_F(IdentityCalls, AsynchronousPairsWorkLikeTheBlockingCalls) {
-    Start({"DelayMs=150"});
-    Caller caller;
-    EXPECT_EQ(caller.Call("names-async").rest, "1");
-    CallResult const names = caller.Call("names-wait 1 3000");
-    EXPECT_EQ(names.code, kOk);
-    EXPECT_EQ(names.rest.substr(0, 2), "8 ");
-    EXPECT_EQ(caller.Call("names-wait 1 3000").code, kOk) << "a future may be waited on again";
-    EXPECT_EQ(caller.Call("values-wait 1 3000").code, kOk) << "and by the other pair's function";
-
-    caller.Call("request");
-    EXPECT_EQ(caller.Call("values-async").rest, "2") << "one counter serves both pairs";
-    CallResult const values = caller.Call("values-wait 2 3000");
-    EXPECT_EQ(values.code, kOk);
-    EXPECT_NE(values.rest.find("GivenName:Ada:1:1"), std::string::npos) << values.rest;
-}
-
-TEST_F(IdentityCalls, AnAnswerThatIsNotReadyInTimeIsATimeout) {
-    Start({"DelayMs=60000"});
-    Caller caller;
-    EXPECT_EQ(caller.Call("names-async").code, kOk);
-    EXPECT_EQ(caller.Call("names-wait 1 50").code, kTimeout);
-}
-
-TEST_F(IdentityCalls, AnUnknownFutureEmptiesTheProfileOfANamesWaitAlone) {
-    Start();
-    Caller caller;
-    ASSERT_EQ(caller.Call("names").code, kOk);
-    EXPECT_EQ(caller.Call("values-wait 77 100").code, kFailure);
-    EXPECT_EQ(caller.Call("profile").rest.substr(0, 2), "8 ");
-    CallResult const waited = caller.Call("names-wait 77 100");
-    EXPECT_EQ(waited.code, kFailure);
-    EXPECT_EQ(waited.rest, "0 null");
+    for (char const* const command : {"known 8", "names"}) {
+        Caller caller;
+        caller.Begin(command);
+        EXPECT_EQ(caller.Process().WaitForExit(kCallLimit), 128 + SIGABRT) << command;
+    }
 }
 
 TEST_F(IdentityCalls, TheProvidersResultCodesPassThrough) {
@@ -112,17 +69,6 @@ TEST_F(IdentityCalls, TheProvidersResultCodesPassThrough) {
         odd = caller.Call("names");
     }
     EXPECT_EQ(odd.code, 123456U);
-}
-
-TEST_F(IdentityCalls, ReleaseEndsTheConnectionAndTheNextCallConnectsAnew) {
-    Start();
-    Caller caller;
-    ASSERT_EQ(caller.Call("names-async").rest, "1");
-    ASSERT_EQ(caller.Call("release").code, kOk);
-    CallResult const names = caller.Call("names");
-    EXPECT_EQ(names.code, kOk);
-    EXPECT_EQ(names.rest.substr(0, 2), "8 ");
-    EXPECT_EQ(caller.Call("names-async").rest, "2") << "the table of futures outlives a release";
 }
 
 TEST_F(IdentityCalls, NullArgumentsAreRefusedInTheStatedOrder) {

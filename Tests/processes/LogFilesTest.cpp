@@ -6,16 +6,6 @@
 namespace vq::test {
 namespace {
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::Not;
-
-std::string ReadFile(std::string const& path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-}
-
 TEST(LogFiles, ServerProviderAndApplicationShareOne) {
     std::string const file = HomeDirectory() + "all.log";
     Rig rig;

@@ -13,8 +13,6 @@
 namespace vq::test {
 namespace {
 
-using testing::HasSubstr;
-
 /// A rig's server as bare sockets see it.
 class ServerCommands : public testing::Test {
 protected:
@@ -112,8 +110,7 @@ TEST_F(ServerCommands, LaunchesEndsAndMissesItsPrograms) {
     std::filesystem::create_symlink("/etc/passwd", directory + "/data");
     ::setenv("VQ_VDS_DATA", (std::string(VQ_BINARY_DIR) + "/data").c_str(), 1);
     Start({"--launch-from", directory});
-    EXPECT_THAT(server->Get(vq::vds::GetAvailableDeviceApplications()).applications(),
-                testing::ElementsAre("mock"));
+    EXPECT_THAT(server->Get(vq::vds::GetAvailableDeviceApplications()).applications(), ElementsAre("mock"));
 
     vq::vds::LaunchDeviceApplication launch;
     launch.set_flag_3(true);

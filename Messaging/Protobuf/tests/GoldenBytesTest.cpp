@@ -69,7 +69,7 @@ std::map<std::string, Type> AllTypes() {
 TEST(GoldenBytes, AreReadWithoutRemainderWrittenBackAndIncompleteExactlyWithoutARequiredField) {
     std::map<std::string, Type> const types = AllTypes();
     std::set<std::string> seen;
-    for (auto const& [name, text] : vq::test::Rows<2>("GoldenBytes", "messages")) {
+    for (auto const& [name, text] : Rows<2>("GoldenBytes", "messages")) {
         SCOPED_TRACE(name);
         ASSERT_TRUE(types.contains(name));
         seen.insert(name);

@@ -5,13 +5,14 @@
 #include <sys/syscall.h>
 
 #include "TestSupport/ChildProcess.h"
+#include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 #include "Utils/SharedMutex.h"
+#include "Utils/TextUtils.h"
 
 namespace vq::test {
 namespace {
 
-using testing::HasSubstr;
 using Words = std::vector<std::string>;
 
 constexpr std::chrono::minutes kPatience{2};
@@ -46,6 +47,12 @@ protected:
         Run({"-k", "--timeout", "10000"});
     }
 
+    /// The arguments of a line of a table.
+    Words WordsOf(std::string line) const {
+        Replace(line, "ADDRESS", m_address);
+        Replace(line, "DEVICE", kDevice);
+        return line == kNone ? Words() : Parameterize(line);
+    }
     static ChildProcess Begin(Words arguments, ChildProcess::Environment const& environment = {}) {
         arguments.insert(arguments.begin(), Binary("RIGCTL"));
         return ChildProcess(arguments, environment);
@@ -90,76 +97,31 @@ protected:
     std::unique_ptr<ChildProcess> m_provider;
 };
 
-struct StatusCase {
-    Words arguments;
-    int status;
-    char const* says;
-};
-
 class ExitStatus : public Rigctl {
 protected:
-    static void Expect(std::vector<StatusCase> const& cases) {
-        for (StatusCase const& each : cases) {
-            Result const result = Run(each.arguments);
-            EXPECT_EQ(result.status, each.status) << Joined(each.arguments) << ": " << result.output;
-            EXPECT_THAT(result.output, HasSubstr(each.says)) << Joined(each.arguments);
+    void Expect(char const* section) {
+        ::setenv("PATH", (std::string(VQ_BINARY_DIR) + ":/usr/bin:/bin").c_str(), 1);
+        for (auto const& [line, status, says] : Rows<3>("Rigctl", section)) {
+            Result const result = Run(WordsOf(line));
+            EXPECT_EQ(result.status, std::stoi(status)) << line << ": " << result.output;
+            EXPECT_THAT(result.output, HasSubstr(says)) << line;
         }
     }
 };
 
 TEST_F(ExitStatus, TellsABadCommandLineAndThatThereIsNoServer) {
-    std::string const hint = "Start one with 'RIGCTL -s'.";
-    Expect({{{"--help"}, 0, "Exit status"},
-            {{"config", "set", "--help"}, 0, "Example: RIGCTL config"},
-            {{"nonsense"}, 2, "nonsense"},
-            {{"call"}, 2, "TYPE"},
-            {{"call", "Nonsense"}, 2, "There is no request 'Nonsense'"},
-            {{"-s", "-k"}, 2, "excludes"},
-            {{"devices"}, 3, hint.c_str()},
-            {{"watch"}, 3, hint.c_str()},
-            {{"top"}, 3, hint.c_str()},
-            {{"identity"}, 3, hint.c_str()},
-            {{"-k"}, 3, hint.c_str()},
-            {{"registry", "remove", "nobody"}, 1, "no server 'nobody'"},
-            {{"doctor"}, 5, "start one with 'RIGCTL -s'"},
-            {{"devices", "--address", "SOCKET:127.0.0.1:1"}, 3, "There is no server at"},
-            {{"run", "--", "sh", "-c", "exit 7"}, 7, ""},
-            {{"run", "--", "sh", "-c", "kill -TERM $$"}, 143, ""},
-            {{"run", "--", "/no/such/program"}, 127, "Cannot start /no/such/program"}});
+    Expect("no-server");
 }
 
 TEST_F(ExitStatus, TellsWhatARunningAHungAndADeadServerDo) {
     StartServer();
-    Expect({{{"-s"}, 0, ""},
-            {{"prune", "nobody"}, 1, "nobody"},
-            {{"stats", "nobody"}, 1, ""},
-            {{"apps", "launch", "something"}, 1, ""},
-            {{"call", "GetDeviceInfo"}, 2, "needs the field 'device'"},
-            {{"call", "GetDeviceInfo", "device=a", "other=b"}, 2, "it has: required string device"},
-            {{"doctor"}, 5, "No device serves the channel 'identity_feature'"},
-            {{"watch", "--for", "0.1"}, 0, ""}});
+    Expect("running-server");
     ChildProcess watcher = Begin({"watch"});
     while (watcher.DrainOutput().empty()) {
         Do({"call", "RegisterVQSDKApplication", "name=a", "process_id=1"});
     }
     SignalServer(SIGSTOP);
-    for (Words const& words : std::vector<Words>{{},
-                                                 {"devices"},
-                                                 {"watch"},
-                                                 {"top"},
-                                                 {"identity"},
-                                                 {"-k"},
-                                                 {"call", "Ping"},
-                                                 {"quit", "somebody"}}) {
-        Words arguments = words;
-        arguments.insert(arguments.end(), {"--timeout", "200"});
-        Expect({{arguments, 4, "No answer from the server at"}});
-    }
-    Expect({{{"doctor", "--timeout", "200"}, 5, "end the server's process"},
-            {{"--complete", "config", ""}, 0, "get"}});
-    Expect({{{"run", "--", "sh", "-c", Binary("RIGCTL") + " servers >/dev/full; exit $?"},
-             1,
-             "Cannot write to standard output"}});
+    Expect("hung-server");
     Result const silence = End(watcher);
     EXPECT_EQ(silence.status, 4);
     EXPECT_THAT(silence.output, HasSubstr("has fallen silent"));
@@ -168,40 +130,14 @@ TEST_F(ExitStatus, TellsWhatARunningAHungAndADeadServerDo) {
     SignalServer(SIGKILL);
     ASSERT_EQ(::poll(&waiting, 1, 60000), 1);
     ::close(end);
-    Expect({{{"devices"}, 3, "has died"},
-            {{"doctor"}, 5, "is dead: there is no process"},
-            {{"registry", "remove", m_address}, 0, ""},
-            {{"devices"}, 3, "There is no server at"}});
+    Expect("dead-server");
 }
 
 TEST_F(Rigctl, ShowsWhatThereIsAsJson) {
     StartServer();
     StartProvider();
-    struct Golden {
-        Words arguments;
-        char const* lines;
-    };
-    for (
-        Golden const& golden : std::vector<Golden>{
-            {{},
-             R"({"address":"ADDRESS","channels":1,"devices":1,"name":"vdserver@vds","process":N,"protocol":12})"},
-            {{"servers"},
-             R"({"address":"ADDRESS","answers":true,"minimum_protocol":N,"name":"vdserver@vds","process":N,"protocol":12})"},
-            {{"registry"},
-             R"({"address":"ADDRESS","alive":true,"heartbeat_address":"ADDRESS.serverHeartbeat","memory_event_address":"ADDRESS.serverMemoryEvents","minimum_protocol":N,"name":"vdserver@vds","process":N,"protocol":12})"},
-            {{"devices"},
-             R"({"application":N,"id":1,"label":"Mock identity","name":"DEVICE","observers":[],"producers":["identity_feature"],"ready":true,"shim_process":0,"type":"Identity"})"},
-            {{"channels"},
-             R"({"default_producer":"DEVICE","id":1,"name":"identity_feature","resizable":false,"served_by":["DEVICE"],"type":"Feature","visible":false})"},
-            {{"mappings"}, R"({"channel":"identity_feature","device":"DEVICE"})"},
-            {{"apps"},
-             R"({"devices":["DEVICE"],"id":1,"kind":"device","label":"Mock identity device","name":"mock_identity_device","process":N,"ready":true})"},
-            {{"config", kDevice, "get", "DelayMs"},
-             R"({"choices":[],"declared":true,"default":0,"description":"time an answer takes, in milliseconds","label":"Delay","lower_limit":0,"name":"DelayMs","type":"Milliseconds","upper_limit":600000,"value":0})"},
-            {{"rate", kDevice}, R"({"device":"DEVICE","hertz":100})"},
-            {{"call", "GetDevicesOfType", "type=Identity"}, R"({"devices":["DEVICE"]})"},
-            {{"registry", "recover"}, R"({"replaced":false})"}}) {
-        Words arguments = golden.arguments;
+    for (auto const& [line, json] : Rows<2>("Rigctl", "json")) {
+        Words arguments = WordsOf(line);
         arguments.emplace_back("--json");
         std::string text = Do(arguments);
         for (char const* const key : {"\"process\":", "\"application\":", "\"minimum_protocol\":"}) {
@@ -212,11 +148,11 @@ TEST_F(Rigctl, ShowsWhatThereIsAsJson) {
         }
         Replace(text, m_address, "ADDRESS");
         Replace(text, kDevice, "DEVICE");
-        EXPECT_EQ(text, std::string(golden.lines) + "\n") << Joined(golden.arguments);
+        EXPECT_EQ(text, json + "\n") << line;
     }
     EXPECT_EQ(Run({"devices", "--color", "always"}).output.substr(0, 4), "\x1b[1m");
     ChildProcess plain = Begin({"devices", "--color", "auto"});
-    EXPECT_THAT(End(plain).output, testing::StartsWith("ID  NAME")) << "no terminal, no colour";
+    EXPECT_THAT(End(plain).output, StartsWith("ID  NAME")) << "no terminal, no colour";
 }
 
 TEST_F(Rigctl, SteersADevice) {

@@ -13,10 +13,7 @@
 
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
 using vq::headset::BridgeTunnels;
-using Texts = std::vector<std::string>;
 
 int FreePort() {
     int port = 0;
@@ -57,9 +54,9 @@ protected:
     // No process of a tunnel may outlive a test.
     ~DeviceBridgeTest() override { EXPECT_TRUE(m_tunnels.List().empty()); }
 
-    Texts NewCalls() {
-        Texts calls = m_bridge.Calls();
-        Texts const fresh(calls.begin() + static_cast<std::ptrdiff_t>(m_seen), calls.end());
+    Lines NewCalls() {
+        Lines calls = m_bridge.Calls();
+        Lines const fresh(calls.begin() + static_cast<std::ptrdiff_t>(m_seen), calls.end());
         m_seen = calls.size();
         return fresh;
     }
@@ -73,7 +70,7 @@ TEST_F(DeviceBridgeTest, ListsDevicesAndAsksTheChosenOne) {
     VqdbAccessor const any("");
     VqdbAccessor const offline("B2");
     EXPECT_TRUE(any.IsConfigured());
-    Texts serials = {"stale"};
+    Lines serials = {"stale"};
     EXPECT_TRUE(any.GetConnectedDevices(serials));
     EXPECT_THAT(serials, ElementsAre("A1", "B2"));
     EXPECT_TRUE(VqdbAccessor("A1").IsConnected());
@@ -193,7 +190,7 @@ TEST_F(DeviceBridgeTest, TellsWhatAPackageIsDoing) {
         EXPECT_EQ(bridge.GetPackageState(got, package, component), found) << package;
         EXPECT_EQ(got, state) << package;
     }
-    EXPECT_EQ(log.Lines(), (Texts{"W Unknown package state 'Dancing' for qc"}));
+    EXPECT_EQ(log.Lines(), (Lines{"W Unknown package state 'Dancing' for qc"}));
 
     // What is no list, and one with entries that are none, raise one alarm a process.
     log.Clear();
@@ -204,7 +201,7 @@ TEST_F(DeviceBridgeTest, TellsWhatAPackageIsDoing) {
         EXPECT_EQ(got, VqdbPackageState::Running);
     }
     std::string const assumed = "W Assuming package r is (still) running";
-    EXPECT_EQ(log.Lines(), (Texts{"E format of 'vqdb ps -j' changed!", assumed, assumed}));
+    EXPECT_EQ(log.Lines(), (Lines{"E format of 'vqdb ps -j' changed!", assumed, assumed}));
 
     log.Clear();
     m_bridge.SetProcessList(std::string(2000, '['));
@@ -217,7 +214,7 @@ TEST_F(DeviceBridgeTest, TellsWhatAPackageIsDoing) {
 TEST_F(DeviceBridgeTest, SurvivesAToolThatMisbehaves) {
     VqdbAccessor const bridge("A1");
     vq::test::LogCapture log;
-    Texts serials;
+    Lines serials;
     VqdbPackageState state{};
     m_bridge.SetMisbehaviour("devices big 3000000\nget-state signal 9\nps garbage\n");
     EXPECT_TRUE(bridge.GetConnectedDevices(serials));
@@ -251,17 +248,17 @@ TEST(NoDeviceBridgeTest, SaysThatTheToolIsMissing) {
         return;
     }
     VqdbAccessor bridge("");
-    Texts serials;
+    Lines serials;
     VqdbPackageState state{};
     vq::test::LogCapture log;
     EXPECT_FALSE(bridge.IsConfigured());
-    EXPECT_EQ(log.Lines(), (Texts{"E Failed to locate 'vqdb': please run 'envsetup'"}));
+    EXPECT_EQ(log.Lines(), (Lines{"E Failed to locate 'vqdb': please run 'envsetup'"}));
     log.Clear();
     EXPECT_FALSE(bridge.GetConnectedDevices(serials));
     EXPECT_FALSE(bridge.ForwardPort(1, 2));
     EXPECT_FALSE(bridge.GetPackageState(state, "p", ""));
     std::string const line = "E Failed to run vqdb: Failed to spawn: No such file or directory";
-    EXPECT_EQ(log.Lines(), (Texts{line, line, line}));
+    EXPECT_EQ(log.Lines(), (Lines{line, line, line}));
 }
 
 }  // namespace

@@ -12,11 +12,8 @@
 
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
 using namespace std::string_literals;
 using vq::headset::BridgeTunnels;
-using Texts = std::vector<std::string>;
 
 constexpr std::uint32_t kLevel = 29;
 constexpr auto kBind = SocketRole::Bind;
@@ -113,7 +110,7 @@ TEST_F(SocketServerClientTest, TakesNoReplyButTheOneThatBelongsToTheCommand) {
         "E Unexpected content in ACK message: client and server may be different versions";
     struct Case {
         std::string answer;
-        Texts lines;
+        Lines lines;
     };
     for (auto const& [answer, lines] : {
              Case{"short", {"E Got unexpected ACK from server: \x01", unexpected}},
@@ -156,7 +153,7 @@ TEST_F(SocketServerClientTest, PairsPortsInTheDirectionOfItsRole) {
         EXPECT_FALSE(Client().FindPairedLocalPort(role, remote, found));
         EXPECT_EQ(found, -1);
         auto const kind = role == kBind ? BridgeTunnels::Kind::Reverse : BridgeTunnels::Kind::Forward;
-        EXPECT_THAT(m_tunnels.List(), testing::Contains(testing::Field(&BridgeTunnels::Tunnel::kind, kind)));
+        EXPECT_THAT(m_tunnels.List(), Contains(testing::Field(&BridgeTunnels::Tunnel::kind, kind)));
         EXPECT_TRUE(Client().PerformPortUnforwardReverse(role, local, remote));
         EXPECT_FALSE(Client().FindPairedRemotePort(role, local, found));
         EXPECT_EQ(m_tunnels.List().size(), before);
@@ -170,7 +167,7 @@ TEST_F(SocketServerClientTest, PairsPortsInTheDirectionOfItsRole) {
     EXPECT_FALSE(Client().PerformPortUnforwardReverse(none, 1, 2));
     EXPECT_FALSE(Client().FindPairedRemotePort(none, 1, found));
     EXPECT_FALSE(Client().FindPairedLocalPort(none, 1, found));
-    EXPECT_EQ(log.Lines(), Texts(4, "E unexpected hostRole 2"));
+    EXPECT_EQ(log.Lines(), Lines(4, "E unexpected hostRole 2"));
 }
 
 TEST_F(SocketServerClientTest, AdvertisesServersAndConnectsSharedMemory) {
@@ -219,7 +216,7 @@ TEST_F(SocketServerClientTest, TheHandlerKeepsOneLinkForEachHeadset) {
     ASSERT_NE(client, nullptr) << error;
     EXPECT_EQ(handler.ConnectRemoteClient(&context, "A1", m_headset.Port(), kLevel, error), client);
     EXPECT_EQ(error, "");
-    EXPECT_EQ(log.Lines(), (Texts{"I Remote client already connected"}));
+    EXPECT_EQ(log.Lines(), (Lines{"I Remote client already connected"}));
     EXPECT_EQ(handler.ConnectRemoteClient(&context, "A1", 1, kLevel, error), nullptr);
     EXPECT_EQ(error, "Remote client already connected at port " + std::to_string(m_headset.Port()));
     EXPECT_EQ(handler.ConnectRemoteClient(&context, "B2", m_headset.Port(), kLevel, error), nullptr);

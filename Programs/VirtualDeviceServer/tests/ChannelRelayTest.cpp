@@ -14,7 +14,6 @@ namespace vq::server {
 namespace {
 
 using test::Frames;
-using testing::IsEmpty;
 
 std::string Header(std::string const& type, std::string const& channel, char id) {
     return type + '\0' + channel + '\0' + std::string{id, 0, 0, 0};

@@ -15,15 +15,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using test::RawSocket;
-
-/// Memory that a process has in use, in MiB.
-double ResidentMiB(pid_t pid) {
-    std::ifstream file("/proc/" + std::to_string(pid) + "/statm");
-    double total = 0;
-    double resident = 0;
-    file >> total >> resident;
-    return resident * static_cast<double>(::sysconf(_SC_PAGESIZE)) / (1 << 20);
-}
+using test::ResidentMiB;
 
 class ServerLoadTest : public testing::Test {
 protected:

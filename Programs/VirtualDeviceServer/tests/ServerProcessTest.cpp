@@ -14,11 +14,6 @@
 namespace vq::server {
 namespace {
 
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-using namespace std::chrono_literals;
-
 using test::kPatience;
 
 /// A server process; its address is known once it can be reached.

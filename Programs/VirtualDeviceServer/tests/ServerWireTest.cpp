@@ -13,9 +13,6 @@
 namespace vq::server {
 namespace {
 
-using testing::HasSubstr;
-using namespace std::chrono_literals;
-
 /// By transport: every test runs over each. In-process addresses need the server's own socket context.
 class ServerWireTest : public testing::TestWithParam<char const*> {
 protected:
@@ -55,7 +52,7 @@ INSTANTIATE_TEST_SUITE_P(Transports, ServerWireTest,
 TEST_P(ServerWireTest, EveryRequestGetsTheAnswerOfItsKind) {
     RawDevice device(*m_client, "d", &m_context);
     device.ServeChannel("x");
-    for (auto const& [name, fields, answer] : test::Rows<3>("ServerWire", "exchanges")) {
+    for (auto const& [name, fields, answer] : Rows<3>("ServerWire", "exchanges")) {
         std::string const type = "vq.vds." + name;
         EXPECT_EQ(m_client->Exchange({"", type, wire::Bytes(fields)}).first,
                   answer.front() == '.' ? type + answer : answer)
@@ -74,7 +71,7 @@ TEST_P(ServerWireTest, TellsClientsWhatTheyNeed) {
     EXPECT_EQ(m_client->Get(request).address(), Registration("odd \xff\n name").address());
     auto const infos = m_client->Get(vq::vds::GetDeviceInfos());
     ASSERT_EQ(infos.infos_size(), 1);
-    EXPECT_THAT(infos.infos(0).producer_channels(), testing::ElementsAre("x"));
+    EXPECT_THAT(infos.infos(0).producer_channels(), ElementsAre("x"));
     auto const mappings = m_client->Get(vq::vds::GetChannelMappings());
     ASSERT_EQ(mappings.mappings_size(), 1);
     EXPECT_EQ(mappings.mappings(0).device(), "odd \xff\n name");

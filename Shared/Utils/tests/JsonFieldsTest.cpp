@@ -1,5 +1,6 @@
 #include "Utils/JsonFields.h"
 
+#include "TestSupport/JsonText.h"
 #include "TestSupport/LogCapture.h"
 #include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
@@ -7,16 +8,7 @@
 
 namespace {
 
-using vq::test::Rows;
-
 using vq::test::LogCapture;
-
-Json::Value Parse(std::string const& text) {
-    Json::Value root;
-    std::string errors;
-    EXPECT_TRUE(ParseJson(text, root, errors)) << errors;
-    return root;
-}
 
 Lines LineOrNone(std::string const& line) {
     return line.empty() ? Lines{} : Lines{line};

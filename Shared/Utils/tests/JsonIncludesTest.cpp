@@ -1,5 +1,6 @@
 #include "Utils/JsonIncludes.h"
 
+#include "TestSupport/JsonText.h"
 #include "TestSupport/LogCapture.h"
 #include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
@@ -8,17 +9,7 @@
 
 namespace {
 
-using vq::test::Rows;
-
-using testing::HasSubstr;
 using vq::test::LogCapture;
-
-Json::Value Parse(std::string const& text) {
-    Json::Value root;
-    std::string errors;
-    EXPECT_TRUE(ParseJson(text, root, errors)) << errors;
-    return root;
-}
 
 /// Documents in a directory of their own, and a data root beside it.
 class JsonIncludes : public testing::Test {
@@ -101,7 +92,7 @@ TEST_F(JsonIncludes, EveryProblemIsReportedAndNoneStopsTheWalk) {
 
 TEST(JsonMerge, FollowsTheKindsOfBothSides) {
     for (auto const& [existing, included, result] : Rows<3>("JsonIncludes", "merge")) {
-        bool const merged = result != vq::test::kNone;
+        bool const merged = result != kNone;
         Json::Value json = Parse(existing);
         std::ostringstream errors;
         EXPECT_EQ(MergeJsonIncludeContent("doc", Parse(included), json, errors), merged);
@@ -124,7 +115,7 @@ TEST_F(JsonIncludes, DocumentsThatCannotBeReadSayWhyAndLargeOnesAreWhole) {
     EXPECT_EQ(m_errors.str(), "");
     EXPECT_FALSE(GetJsonRootOfString("{\"a\" 1}", m_root, m_errors));
     EXPECT_FALSE(GetJsonRootOfString(std::string(1500, '['), m_root, m_errors));
-    EXPECT_THAT(m_errors.str(), testing::AllOf(HasSubstr("Missing ':'"), HasSubstr("stackLimit")));
+    EXPECT_THAT(m_errors.str(), AllOf(HasSubstr("Missing ':'"), HasSubstr("stackLimit")));
 
     std::string const text = "\"" + std::string(3 * 16 * 1024 - 2, 'x') + "\"";
     Write(m_main, text);

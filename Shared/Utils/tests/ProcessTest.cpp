@@ -10,7 +10,6 @@
 namespace {
 
 using std::chrono::milliseconds;
-using Texts = std::vector<std::string>;
 constexpr milliseconds kLong{60000};
 constexpr std::int32_t kUnknown = ProcessResult::kUnknownCode;
 
@@ -95,7 +94,7 @@ TEST(ProcessTest, GivesTheInputPipeAwayOnce) {
     ASSERT_NE(input, nullptr);
     vq::test::LogCapture log;
     EXPECT_EQ(child.GetInputFileDescriptor(), nullptr);
-    EXPECT_EQ(log.Lines(), (Texts{"E Failed to map input to file: Bad file descriptor"}));
+    EXPECT_EQ(log.Lines(), (Lines{"E Failed to map input to file: Bad file descriptor"}));
     std::fputs("through the cat", input);
     EXPECT_THAT(child.WaitForExit(milliseconds(0)), Is(ProcessResult::kNone, 0));
     std::fclose(input);
@@ -163,7 +162,7 @@ TEST(ProcessTest, GivesAChildItsEnvironmentDirectoryAndGroup) {
     vq::test::LogCapture log(LogLevel::Verbose);
     ProcessFactory factory = Shell("echo $VQ_PROCESS_TEST $HOME; pwd; ps -o pgid= $$; echo $$; cat");
     factory.AddEnvironment({"VQ_PROCESS_TEST=extra"}).WithCurrentWorkingDirectory("/usr").RunDetached();
-    Texts const lines = {"extra " + std::string(::getenv("HOME")), "/usr"};
+    Lines const lines = {"extra " + std::string(::getenv("HOME")), "/usr"};
     ProcessResult const result = factory.ReadingStdoutStderr().Run();
     EXPECT_TRUE(result.standardOutput.starts_with(lines[0] + "\n" + lines[1] + "\n"))
         << result.standardOutput;
@@ -190,7 +189,7 @@ TEST(ProcessTest, FindsProgramsByTheirWholeName) {
     std::filesystem::current_path(vq::test::HomeDirectory() + "programs");
     // The list cuts names at 15 characters; one name here begins like the other.
     std::string const id = std::to_string(::getpid());
-    Texts const names = {"two words" + id, "vqlong" + id + "abcdefghijk", "vqlong" + id + "abcdefghijkl"};
+    Lines const names = {"two words" + id, "vqlong" + id + "abcdefghijk", "vqlong" + id + "abcdefghijkl"};
     std::vector<Process> children;
     for (std::string const& name : names) {
         std::filesystem::copy_file("/bin/sleep", name);
@@ -198,7 +197,7 @@ TEST(ProcessTest, FindsProgramsByTheirWholeName) {
     }
     for (std::size_t i = 0; i < names.size(); ++i) {
         EXPECT_THAT(Process::FindRunningProcesses(("/any/" + names[i]).c_str()),
-                    testing::ElementsAre(children[i].GetPid()));
+                    ElementsAre(children[i].GetPid()));
     }
     EXPECT_FALSE(Process::IsRunning(names[1].substr(0, 15)));
     EXPECT_THAT(Process::FindRunningProcesses(nullptr), testing::IsSupersetOf({0, Process::GetCurrent()}));

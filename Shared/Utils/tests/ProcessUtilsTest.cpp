@@ -5,8 +5,6 @@
 
 namespace {
 
-using testing::ElementsAre;
-
 TEST(ProcessUtilsTest, SearchesItsOwnDirectoryBeforeThePath) {
     EXPECT_EQ(GetExecutableDirectory() + "platform_test",
               std::filesystem::read_symlink("/proc/self/exe").string());
@@ -69,6 +67,7 @@ TEST(ProcessUtilsTest, TakesDataRootsFromTheEnvironment) {
     EXPECT_EQ(GetDataRootPath() + GetTestDataRootPath(), "/some/data//some/test/");
     EXPECT_TRUE(IsTestDataRootPathDefined());
     ::unsetenv("HOME");
+    std::filesystem::current_path("/usr");
     EXPECT_EQ(GetUserHomeDirectory(), EnsureDirectoryPath(GetCurrentWorkingDirectory()));
 }
 

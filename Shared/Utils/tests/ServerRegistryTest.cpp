@@ -9,9 +9,6 @@
 
 namespace {
 
-using vq::test::Rows;
-
-using namespace std::chrono_literals;
 using Transport = MessageAddress::Transport;
 
 constexpr char const* kGoodA =
@@ -109,9 +106,9 @@ TEST_F(ServerRegistryTest, UnusableAddressesAreRefusedButForTheMemoryAddress) {
     server = Server("A", "/a");
     server.address.logicalName = "n";
     EXPECT_FALSE(m_registry->RegisterServer(server, 5s, nullptr));
-    EXPECT_EQ(log.Lines(), (std::vector<std::string>{"E Failed to use empty MessageAddress",
-                                                     "E Failed to use logical MessageAddresses, must use "
-                                                     "AMessagePipeProvider::Resolve first on IPC:/a?n"}));
+    EXPECT_EQ(log.Lines(), (Lines{"E Failed to use empty MessageAddress",
+                                  "E Failed to use logical MessageAddresses, must use "
+                                  "AMessagePipeProvider::Resolve first on IPC:/a?n"}));
     EXPECT_EQ(GetTable(), "");
     server = Server("A", "/a");
     server.memoryEventAddress = {};
@@ -203,7 +200,7 @@ TEST(ServerSelectionTest, TheUserChoosesByAddressThenByNameThenTheTableDecides) 
                 registered == 0 ? Server("A", "/a") : Server("B", "/b"), 5s, nullptr));
         }
         for (auto const& [variable, value] : {std::pair{"VQ_VDS_ADDRESS", address}, {"VQ_VDS_NAME", name}}) {
-            value != vq::test::kNone ? ::setenv(variable, value.c_str(), 1) : ::unsetenv(variable);
+            value != kNone ? ::setenv(variable, value.c_str(), 1) : ::unsetenv(variable);
         }
         vq::test::LogCapture log;
         EXPECT_EQ(ServerRegistry::GetServerAddress().ToString(), expected);

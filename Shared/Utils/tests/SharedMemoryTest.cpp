@@ -107,14 +107,13 @@ TEST(SharedMemoryTest, OperationsOutOfTurnAreRefusedWithTheirLine) {
     EXPECT_TRUE(block.Resize(0));
     EXPECT_EQ(block.Attach(Access::Read), nullptr);
     EXPECT_EQ(log.Lines(),
-              (std::vector<std::string>{
-                  "E Passing Access==None to SharedMemory::Attach, returning nullptr",
-                  "E Failed to resize shared memory as no such file exists",
-                  "E Failed to create shared memory block 'turns', already open",
-                  "E Failed to open shared memory block 'turns', already open",
-                  "E Failed to resize mapped memory -- Detach() first",
-                  "E Failed to resize to 4611686018427387904 bytes the shared memory block 'turns' at '" +
-                      PathOf("turns") + "': File too large"}));
+              (Lines{"E Passing Access==None to SharedMemory::Attach, returning nullptr",
+                     "E Failed to resize shared memory as no such file exists",
+                     "E Failed to create shared memory block 'turns', already open",
+                     "E Failed to open shared memory block 'turns', already open",
+                     "E Failed to resize mapped memory -- Detach() first",
+                     "E Failed to resize to 4611686018427387904 bytes the shared memory block 'turns' at '" +
+                         PathOf("turns") + "': File too large"}));
 }
 
 TEST(SharedMemoryTest, AFullDiskIsAnErrorAndNotAFault) {

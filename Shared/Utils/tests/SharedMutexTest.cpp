@@ -8,8 +8,6 @@
 
 namespace {
 
-using namespace std::chrono_literals;
-
 class SharedMutexTest : public testing::Test {
 protected:
     ~SharedMutexTest() override { m_mutex.Delete(); }
@@ -65,15 +63,14 @@ TEST_F(SharedMutexTest, OperationsOutOfTurnAreRefusedWithTheirLine) {
     EXPECT_FALSE(SharedMutex("inner/slash").Create());
     EXPECT_TRUE(SharedMutex("inner/slash").Delete() && SharedMutex().Delete());
     EXPECT_EQ(log.Lines(),
-              (std::vector<std::string>{"E Failed to open mutex " + m_name + ": No such file or directory",
-                                        "E Failed to lock mutex '" + m_name + "', not open",
-                                        "E Failed to lock mutex '" + m_name + "', not open",
-                                        "E Failed to unlock mutex '" + m_name + "', not open",
-                                        "E Failed to create Mutex '" + m_name + "', already open",
-                                        "E Failed to open mutex " + m_name + ", already open",
-                                        "T Locked shared mutex '" + m_name + "'",
-                                        "T Unlocked shared mutex '" + m_name + "'",
-                                        "E Failed to create mutex 'inner/slash': Invalid argument"}));
+              (Lines{"E Failed to open mutex " + m_name + ": No such file or directory",
+                     "E Failed to lock mutex '" + m_name + "', not open",
+                     "E Failed to lock mutex '" + m_name + "', not open",
+                     "E Failed to unlock mutex '" + m_name + "', not open",
+                     "E Failed to create Mutex '" + m_name + "', already open",
+                     "E Failed to open mutex " + m_name + ", already open",
+                     "T Locked shared mutex '" + m_name + "'", "T Unlocked shared mutex '" + m_name + "'",
+                     "E Failed to create mutex 'inner/slash': Invalid argument"}));
 }
 
 }  // namespace

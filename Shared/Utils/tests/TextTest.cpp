@@ -6,15 +6,13 @@
 
 namespace {
 
-using vq::test::Rows;
-
 /// Its texts with slashes between them; one that is empty shows, none at all is "~".
 std::string Joined(std::vector<std::string> const& texts) {
     std::string joined;
     for (std::string const& text : texts) {
         joined += "/" + text;
     }
-    return texts.empty() ? vq::test::kNone : joined.substr(1);
+    return texts.empty() ? kNone : joined.substr(1);
 }
 
 TEST(TextTest, TokenizesOnTheWholeSeparator) {

@@ -24,7 +24,7 @@ TEST(ThreadUtilsTest, RoundRobinIsTakenOrItsRefusalLogged) {
     sched_param parameters{};
     std::thread([&] {
         SetThreadSchedulerPolicy(3);
-        EXPECT_EQ(log.Lines(), (std::vector<std::string>{"V Policy(3) is not set to RR"}));
+        EXPECT_EQ(log.Lines(), (Lines{"V Policy(3) is not set to RR"}));
         SetThreadSchedulerPolicy(0);
         ::pthread_getschedparam(::pthread_self(), &policy, &parameters);
     }).join();

@@ -10,8 +10,6 @@
 
 namespace {
 
-using vq::test::Rows;
-
 std::string Floats(std::vector<float> const& numbers) {
     std::string list;
     for (float const number : numbers) {
@@ -47,7 +45,7 @@ void Check(std::string const& bytes, Geometry const& old, std::string const& exp
     vq::test::LogCapture log;
     Geometry result = old;
     ProtoUtils::ConvertTo(Read(bytes), &result);
-    bool const kept = expected == vq::test::kNone;
+    bool const kept = expected == kNone;
     EXPECT_EQ(TextOf(result), kept ? TextOf(old) : expected) << testing::PrintToString(bytes);
     EXPECT_EQ(
         log.Lines(),

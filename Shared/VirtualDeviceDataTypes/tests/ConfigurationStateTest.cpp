@@ -3,13 +3,12 @@
 #include "DataTypes/ConfigurationUtils.h"
 #include "DataTypes/PropertyUtils.h"
 #include "DataTypes/VariantUtils.h"
-#include "JsonText.h"
+#include "TestSupport/JsonText.h"
 #include "TestSupport/LogCapture.h"
 #include "TestSupport/Test.h"
 
 namespace {
 
-using testing::ElementsAre;
 using vq::cfg::Variant;
 using vq::test::LogCapture;
 

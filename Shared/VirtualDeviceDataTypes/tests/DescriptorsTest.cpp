@@ -22,31 +22,6 @@ TEST(DeviceTypes, TranslateBothWaysAndFallBackToGeneric) {
     }
 }
 
-TEST(ChannelDescriptors, TakeTheirFieldsFromBothMessages) {
-    vq::vds::ChannelInfo info;
-    info.set_name("n");
-    info.set_text_3("label");
-    info.set_text_4("Vec3");
-    info.set_text_5("producer");
-    info.set_flag_6(true);
-    info.set_flag_7(false);
-    vq::descriptors::data::ChannelDescription description;
-    description.set_name("n");
-    description.set_data_type("Vec3");
-    description.set_third_text("other");
-    description.set_flag_4(false);
-    description.set_flag_5(true);
-    auto const text = [](ChannelDescriptor const& c) {
-        return c.name + " " + c.label + " " + c.dataType + " " + c.defaultProducer +
-               (c.resizable ? " resizable" : "") + (c.userVisible ? " visible" : "");
-    };
-    EXPECT_EQ(text(ChannelDescriptor(info)), "n label Vec3 producer resizable");
-    EXPECT_EQ(text(ChannelDescriptor(description)), "n n Vec3 other visible");
-    EXPECT_EQ(ChannelDescriptor(info), ChannelDescriptor(description)) << "name and data type decide";
-    info.set_text_4("Quat");
-    EXPECT_NE(ChannelDescriptor(info), ChannelDescriptor(description));
-}
-
 /// Counts what is alive, and keeps items whose text is "fixed" against redefinition.
 struct Item {
     explicit Item(std::string itemText) : text(std::move(itemText)) { ++alive; }

@@ -1,7 +1,7 @@
 #include "DataTypes/PropertyUtils.h"
 
 #include "DataTypes/VariantUtils.h"
-#include "JsonText.h"
+#include "TestSupport/JsonText.h"
 #include "TestSupport/LogCapture.h"
 #include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
@@ -10,12 +10,7 @@
 
 namespace {
 
-using vq::test::Rows;
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 using vq::cfg::CommonProperty;
-using vq::test::kNone;
 using vq::test::LogCapture;
 
 char const* const ExampleTypes = R"({

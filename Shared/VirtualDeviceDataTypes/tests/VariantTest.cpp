@@ -1,18 +1,14 @@
 #include "DataTypes/PropertyInfo.h"
 #include "DataTypes/PropertyType.h"
 #include "DataTypes/VariantUtils.h"
-#include "JsonText.h"
+#include "TestSupport/JsonText.h"
 #include "TestSupport/LogCapture.h"
 #include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 
 namespace {
 
-using vq::test::Rows;
-
-using testing::ElementsAre;
 using vq::cfg::Variant;
-using vq::test::kNone;
 using vq::test::LogCapture;
 
 std::string CaseOf(Variant const& value) {

@@ -127,7 +127,7 @@ TEST_F(DeviceTest, TellsARecorderItsChannelsAndAnswersAPlayer) {
     for (RecorderChannelEntry const& entry : event.channels()) {
         channels.push_back(entry.channel() + ":" + entry.type());
     }
-    EXPECT_THAT(channels, testing::ElementsAre("count:Integer", "pose:Vec3", "area:Quat", "axis:Vec3"))
+    EXPECT_THAT(channels, ElementsAre("count:Integer", "pose:Vec3", "area:Quat", "axis:Vec3"))
         << "producers, then observers, each by name, and none in shared memory";
 
     StopRecording stopRecording;
@@ -153,7 +153,7 @@ TEST_F(DeviceTest, ItsLogIsReadAndSetFromAfar) {
     Ask(set({"-V", "warning", "--logfile", path, "ignored"}));
     EXPECT_EQ(LogConfig::Instance().GetLevel(), LogLevel::Warning);
     auto const reply = Ask(GetLogParameters());
-    EXPECT_THAT(reply.parameters(), testing::ElementsAre("-V2f", path, "--logfile", path));
+    EXPECT_THAT(reply.parameters(), ElementsAre("-V2f", path, "--logfile", path));
     EXPECT_EQ(AskForError(set({"-V", "5-c-c"})), "Multiple '-' in -V at -c");
     Ask(set({"--bogus"}));  // told on standard error alone
     EXPECT_EQ(LogConfig::Instance().SetLogCallback({}), nullptr) << "the callback is restored";

@@ -15,7 +15,6 @@
 namespace vq::test {
 
 using namespace vq::vds;
-using testing::ElementsAre;
 
 TEST_F(DeviceTest, ChoosesAProviderByPriorityAndFallsBack) {
     ASSERT_TRUE(Start());
@@ -38,7 +37,7 @@ TEST_F(DeviceTest, ChoosesAProviderByPriorityAndFallsBack) {
     AMessagePipeRequestReply* const pipe =
         device->GetChannelProviderDeviceRequestReplyPipe("c", {"a"}, "node");
     ASSERT_NE(pipe, nullptr);
-    EXPECT_THAT(pipe->GetRemote().location, testing::EndsWith("somewhere"));
+    EXPECT_THAT(pipe->GetRemote().location, EndsWith("somewhere"));
     EXPECT_EQ(device->GetChannelProviderDeviceRequestReplyPipe("c", {}, ""), nullptr) << "x has no address";
     GetDeviceRequestReplyAddress const request = server->Received<GetDeviceRequestReplyAddress>().at(0);
     EXPECT_TRUE(request.has_flag() && !request.flag());
@@ -110,9 +109,8 @@ TEST_F(DeviceTest, StopsSendingStatisticsOnlyWhenTheServerRefusesThem) {
     EXPECT_TRUE(device->IsAutoStatsEnabled()) << "a failed exchange is no refusal";
 
     server->On<SparseDeviceStatsUpdate>([](SparseDeviceStatsUpdate const& update) {
-        auto error = std::make_unique<SparseDeviceStatsUpdate::Error>();
-        error->set_message(update.stats().counters_size() > 0 ? "enough" : "empty");
-        return error;
+        return FakeServer::RefuseBy<SparseDeviceStatsUpdate>(update.stats().counters_size() > 0 ? "enough"
+                                                                                                : "empty");
     });
     device->ConditionallySendStatsUpdate();
     EXPECT_TRUE(log.Has(LogLevel::Error,
@@ -147,9 +145,7 @@ TEST_F(DeviceTest, AnEventThatFailsIsDroppedAndTheRestStillGo) {
     LogCapture const log;
     server->On<SendSparseDeviceEvent>([](SendSparseDeviceEvent const& event) -> FakeServer::Reply {
         if (event.event_type() == "vq.sd.CancelUserMessageEvent") {
-            auto error = std::make_unique<SendSparseDeviceEvent::Error>();
-            error->set_message("unheard of");
-            return error;
+            return FakeServer::RefuseBy<SendSparseDeviceEvent>("unheard of");
         }
         return std::make_unique<SendSparseDeviceEvent::Reply>();
     });
@@ -177,7 +173,7 @@ TEST_F(DeviceTest, GreetsOnEveryChannelAndForItself) {
         seen += event.channel + "#" + std::to_string(event.channelId) + (hello.has_number() ? "=" : " ") +
                 std::to_string(hello.number()) + " ";
     }
-    EXPECT_THAT(seen, testing::StartsWith("count#1 0 pose#2 0 #0=1 "));
+    EXPECT_THAT(seen, StartsWith("count#1 0 pose#2 0 #0=1 "));
 }
 
 TEST_F(DeviceTest, HandsDataToItsObserverAndReportsStrayTypesOnce) {

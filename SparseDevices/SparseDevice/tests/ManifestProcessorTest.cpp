@@ -8,12 +8,6 @@
 
 namespace {
 
-using vq::test::Rows;
-
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::StartsWith;
 using vq::test::LogCapture;
 
 char const* const PuckTracker = R"({
@@ -80,7 +74,7 @@ TEST(Manifests, OfOneDeviceAreReadWhole) {
 }
 
 TEST(Manifests, ThatAreWrongSayWhyAndLeaveNothing) {
-    for (auto const& [text, line] : vq::test::Rows<2>("Manifests", "wrong")) {
+    for (auto const& [text, line] : Rows<2>("Manifests", "wrong")) {
         ManifestProcessor processor;
         ASSERT_TRUE(processor.ProcessManifestString(Single("earlier")));
         LogCapture log;

@@ -8,7 +8,6 @@
 #include "TestSupport/RawWire.h"
 #include "TestSupport/Test.h"
 
-using namespace std::chrono_literals;
 using Request = vq::sd::VQIdentityGetAttributeNamesAsync;
 
 TEST(RpcCommandTest, EveryAnswerBecomesAReplyOrAFailureWithItsText) {

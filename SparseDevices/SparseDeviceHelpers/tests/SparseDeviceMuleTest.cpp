@@ -7,7 +7,6 @@
 #include "TestSupport/LogCapture.h"
 #include "TestSupport/Test.h"
 
-using namespace std::chrono_literals;
 using vq::test::LogCapture;
 
 namespace {

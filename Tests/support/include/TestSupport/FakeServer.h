@@ -62,6 +62,13 @@ public:
         };
     }
     static Reply Refuse(std::string const& text);
+    /// The request's own error.
+    template <class R>
+    static Reply RefuseBy(std::string const& text) {
+        auto error = std::make_unique<typename R::Error>();
+        error->set_message(text);
+        return error;
+    }
 
     /// Device and channel of each mapping in force.
     void SetMappings(std::vector<std::pair<std::string, std::string>> mappings) { Set(m_mappings, mappings); }

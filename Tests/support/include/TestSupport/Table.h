@@ -32,3 +32,6 @@ std::vector<std::array<std::string, N>> Rows(std::string const& file, std::strin
 }
 
 }  // namespace vq::test
+
+using vq::test::kNone;
+using vq::test::Rows;

@@ -30,5 +30,29 @@
 
 #include "TestSupport/TestHome.h"
 
+using namespace std::chrono_literals;
+using testing::AllOf, testing::Contains, testing::ElementsAre, testing::EndsWith, testing::HasSubstr;
+using testing::IsEmpty, testing::Not, testing::StartsWith;
+
 /// Lines of a log, for one.
 using Lines = std::vector<std::string>;
+
+namespace vq::test {
+
+/// All of a file; empty when there is none.
+inline std::string ReadFile(std::string const& path) {
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+/// Memory that a process has in use, in MiB.
+inline double ResidentMiB(pid_t pid) {
+    std::istringstream pages(ReadFile("/proc/" + std::to_string(pid) + "/statm"));
+    double total = 0;
+    double resident = 0;
+    pages >> total >> resident;
+    return resident * static_cast<double>(::sysconf(_SC_PAGESIZE)) / (1 << 20);
+}
+
+}  // namespace vq::test
