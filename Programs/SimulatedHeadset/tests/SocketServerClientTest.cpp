@@ -8,9 +8,12 @@
 #include "SimulatedHeadset/BridgeTunnels.h"
 #include "SimulatedHeadset/HeadsetServer.h"
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 
 namespace {
+
+using vq::test::Rows;
 
 using namespace std::string_literals;
 using vq::headset::BridgeTunnels;
@@ -50,34 +53,11 @@ protected:
 };
 
 TEST_F(SocketServerClientTest, ChecksTheLevelAndExplainsEveryOtherReply) {
-    struct Case {
-        char const* answer;
-        std::uint32_t minimum;
-        std::string error;
-    };
-    for (auto const& [answer, minimum, error] : {
-             Case{"well", kLevel, ""},
-             Case{"long", kLevel, ""},
-             Case{"late:100", kLevel, ""},
-             Case{"well", kLevel + 1,
-                  "The device is running an older platform API level (29) than the minimum level (30). "
-                  "Verify that "
-                  "you are using a Orbis SDK and Tessel compatible with the device image."},
-             Case{
-                 "short", 0,
-                 "Unexpectedly short reply to VER command.  Verify that Tessel and the com.corvane.tl_server "
-                 "package match."},
-             Case{"nak:Bad VER message", 0,
-                  "The com.corvane.tl_server package on device is out-of-date.  Please install a newer "
-                  "version."},
-             Case{"nak:busy", 0, "busy"},
-             Case{"err:", 0, ""},
-             Case{"exactly:AC", 0, "AC"},
-         }) {
+    for (auto const& [answer, minimum, error] : Rows<3>("SocketServerClient", "levels")) {
         ASSERT_TRUE(m_headset.Answer("VER", answer));
         std::string got = "stale";
-        bool const good = error.empty() && std::string(answer) != "err:";
-        EXPECT_EQ(Client().Validate(minimum, got), good) << answer;
+        bool const good = error.empty() && answer != "err:";
+        EXPECT_EQ(Client().Validate(static_cast<std::uint32_t>(std::stoul(minimum)), got), good) << answer;
         EXPECT_EQ(got, error) << answer;
         EXPECT_EQ(LastRequest(), "VER\x03");
     }
