@@ -43,17 +43,9 @@ TEST(ConsoleTest, FormatsMediumAndLongLocations) {
 
 TEST(ConsoleTest, SendsEachLevelToItsStream) {
     LogConfig config(true);
-    for (auto const& [level, plain, output, error] :
-         std::vector<std::tuple<LogLevel, bool, char const*, char const*>>{
-             {LogLevel::Error, false, "", "E [Channel.cpp:120] hello\n"},
-             {LogLevel::Warning, false, "", "W [Channel] hello\n"},
-             {LogLevel::Info, false, "I [Channel] hello\n", ""},
-             {LogLevel::Trace, false, "T [Channel] hello\n", ""},
-             {LogLevel::Error, true, "", "error: hello\n"},
-             {LogLevel::Warning, true, "", "warning: hello\n"},
-             {LogLevel::Info, true, "hello\n", ""}}) {
-        LogRecord record = MakeRecord(level, "hello", "Channel::Send");
-        record.plain = plain;
+    for (auto const& [level, plain, output, error] : Rows<4>("Console", "streams")) {
+        LogRecord record = MakeRecord(static_cast<LogLevel>(std::stoi(level)), "hello", "Channel::Send");
+        record.plain = plain == "true";
         Output const printed = Print(config, record);
         EXPECT_EQ(printed.standardOutput, output);
         EXPECT_EQ(printed.standardError, error);

@@ -33,28 +33,10 @@ protected:
 };
 
 TEST_F(JsonIncludes, ExpandEverywhereAndMergeByTheirRules) {
-    for (auto const& [name, text] : std::map<std::string, std::string>{
-             {"base.json", R"({ "Rate": 9, "Name": "x", "Tags": [ "b" ] })"},
-             {"one.json", R"({ "A": { "x": 1 }, "B": 1 })"},
-             {"two.json", R"({ "A": { "x": 2, "y": 2 }, "B": 2, "C": 2 })"},
-             {"parts/outer.json", R"({ "Outer": true, "Includes": [ "inner.json" ] })"},
-             {"parts/inner.json", R"({ "Inner": true })"},
-             {"scalar.json", "9"}}) {
+    for (auto const& [name, text] : Rows<2>("JsonIncludes", "files")) {
         Write(m_directory + name, text);
     }
-    for (auto const& [text, expanded] : std::map<char const*, char const*>{
-             // The includer wins scalars, and included elements come behind.
-             {R"({ "Includes": [ "base.json" ], "Rate": 5, "Tags": [ "a" ] })",
-              R"({ "Name": "x", "Rate": 5, "Tags": [ "a", "b" ] })"},
-             // Of two includes the first wins, and objects merge in depth.
-             {R"({ "Includes": [ "one.json", "two.json" ] })",
-              R"({ "A": { "x": 1, "y": 2 }, "B": 1, "C": 2 })"},
-             // In arrays too, and relative to the included document.
-             {R"([ { "Includes": [ "parts/outer.json" ] }, { "Includes": [] } ])",
-              R"([ { "Inner": true, "Outer": true }, {} ])"},
-             // An included scalar takes the object's place and ends its expansion.
-             {R"({ "Sub": { "Includes": [ "scalar.json" ], "Zoo": { "Includes": [] } } })",
-              R"({ "Sub": 9 })"}}) {
+    for (auto const& [text, expanded] : Rows<2>("JsonIncludes", "expanded")) {
         Write(m_main, text);
         m_root = Json::Value();
         EXPECT_TRUE(GetJsonRootOfFile(m_main, m_root, m_errors)) << m_errors.str();

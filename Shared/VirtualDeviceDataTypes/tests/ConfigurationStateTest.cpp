@@ -5,9 +5,12 @@
 #include "DataTypes/VariantUtils.h"
 #include "TestSupport/JsonText.h"
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 
 namespace {
+
+using vq::test::Rows;
 
 using vq::cfg::Variant;
 using vq::test::LogCapture;
@@ -147,13 +150,7 @@ TEST(SettingsFromJson, AreCoercedButNeitherClampedNorAnnounced) {
 }
 
 TEST(SettingsFromJson, ThatDoNotFitEndWithALine) {
-    for (auto const& [json, line] : std::map<std::string, std::string>{
-             {R"({"S": 1})", "E S is expected to be an object"},
-             {R"({"S": {"x": null}})", "E Configuration setting 'x' cannot contain null value"},
-             {R"({"S": {"x": 1.5}})",
-              "E Configuration setting 'x' has defined Type xSimpleType but value 1.5"},
-             {R"({"S": {"x": "abc"}})",
-              "E Configuration setting 'x' has defined Type xSimpleType but value abc"}}) {
+    for (auto const& [json, line] : Rows<2>("ConfigurationState", "misfits")) {
         ConfigurationState state = MakeState();
         EXPECT_TRUE(ParseConfigurationSettings(Parse(R"({"S": null})"), "S", state));
         LogCapture log;
