@@ -120,7 +120,8 @@ public:
             while (m_heartbeat.Take()) {
                 any = true;
             }
-            any |= Drain(m_events) | Drain(m_samples);
+            any = Drain(m_events) || any;
+            any = Drain(m_samples) || any;
             if (any) {
                 heard = Clock::now();
             } else if (Clock::now() >= heard + kSilence) {
