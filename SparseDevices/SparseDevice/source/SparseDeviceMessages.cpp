@@ -23,7 +23,22 @@ using VirtualDeviceStats::ScopedTimerStat;
 namespace {
 
 constexpr std::chrono::milliseconds kNoWait{0};
-constexpr std::chrono::seconds kLongestDispatch{1};
+
+/// How long a step serves what has queued up at one of its pipes. A request or an event can cost an exchange
+/// that fails at its limit, and more may come meanwhile: the rest of the step is not to wait for the sum of
+/// it. A step that finds nothing looks at no clock.
+class StepBudget {
+public:
+    void Begin() {
+        if (!m_start) {
+            m_start = steady_clock::now();
+        }
+    }
+    bool IsUsedUp() const { return m_start && steady_clock::now() - *m_start > std::chrono::seconds(1); }
+
+private:
+    std::optional<steady_clock::time_point> m_start;
+};
 
 }  // namespace
 
@@ -33,20 +48,22 @@ bool SparseDevice::ProcessMessages() {
         LOG_E("Failed to process messages, need to run Init() first");
         return false;
     }
-    for (;;) {
+    for (StepBudget budget; !budget.IsUsedUp();) {
         std::unique_ptr<AMessage> const message(m_devicePipe->ReceiveNext(kNoWait, nullptr));
+        if (message == nullptr && !m_devicePipe->OwesAnswerToMalformed()) {
+            break;
+        }
+        budget.Begin();
         if (message == nullptr) {
-            if (!m_devicePipe->OwesAnswerToMalformed()) {
-                return true;
-            }
             // Without an answer the pipe would be stuck for every other peer.
             RefuseRequest("malformed request: too few frames");
         } else if (m_devicePipe->DrainExtraFrames()) {
             RefuseRequest("malformed request: too many frames: command type: " + message->Type());
         } else if (!ServeRequest(message.get())) {
-            return true;
+            break;
         }
     }
+    return true;
 }
 
 bool SparseDevice::RefuseRequest(std::string const& text) {
@@ -97,26 +114,19 @@ bool SparseDevice::ProcessEvents() {
 }
 
 bool SparseDevice::DispatchEvents() {
-    std::optional<steady_clock::time_point> start;
-    for (;;) {
-        // An event can cost an exchange that fails at its limit, and more may come meanwhile: what has queued
-        // up must not keep the commands waiting for the sum of it.
-        if (start && steady_clock::now() - *start > kLongestDispatch) {
-            return true;
-        }
+    for (StepBudget budget; !budget.IsUsedUp();) {
         std::unique_ptr<AMessage> const event(m_serverEventListener->ReceiveNext(kNoWait, nullptr));
         if (event == nullptr) {
-            return true;
+            break;
         }
-        if (!start) {
-            start = steady_clock::now();
-        }
+        budget.Begin();
         if (m_eventDispatcher != nullptr && !m_eventDispatcher->ProcessEvent(event.get())) {
             LOG_E("Failed to process event message %s", event->Type().c_str());
             return false;
         }
         ++m_eventsProcessed;
     }
+    return true;
 }
 
 bool SparseDevice::OnDeviceUnregistered(AMessage* message) {

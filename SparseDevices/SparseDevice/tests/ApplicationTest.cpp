@@ -1,5 +1,3 @@
-
-
 #include "Messaging/AMessageManager.h"
 #include "SparseDevice/SparseDevice.h"
 #include "SparseDevice/SparseDeviceApplication.h"

@@ -17,14 +17,19 @@ namespace {
 
 class EchoHandler : public ASparseDeviceCommandHandler {
 public:
+    explicit EchoHandler(std::function<void()> onStart = [] {}) : m_onStart(std::move(onStart)) {}
     bool SetupCommandMap(std::unordered_map<std::string, int>& commandMap) override {
         AddCommand(commandMap, "vq.sd.StartPlayback", [this](AMessage*) {
+            m_onStart();
             return MessageUtils::Send(RequestPipe(), StartPlayback::Reply(), std::chrono::seconds(5),
                                       nullptr);
         });
         AddCommand(commandMap, "vq.sd.StopPlayback", [](AMessage*) { return false; });
         return true;
     }
+
+private:
+    std::function<void()> m_onStart;
 };
 
 vq::cfg::ConfigurationSetting Setting(std::string const& name, std::string const& value) {
@@ -81,6 +86,32 @@ TEST_F(DeviceTest, ServesTheCommandsOfItsOwnHandlers) {
     stop.set_text("x");
     EXPECT_EQ(AskForError(stop), "failed to process message: command type: vq.sd.StopPlayback");
     Ask(GetDeviceMaximumUpdateRate());
+}
+
+TEST_F(DeviceTest, RequestsAndEventsThatTakeLongLeaveTheRestForTheNextStep) {
+    int handled = 0;
+    auto const takeLong = [&handled] {
+        std::this_thread::sleep_for(1100ms);
+        return ++handled > 0;
+    };
+    device->AddCommandHandler(3, std::make_unique<EchoHandler>(takeLong));
+    ASSERT_TRUE(Start());
+    AwaitSubscription();
+    device->Dispatcher()->RegisterEventHandler(
+        "vq.vds.DeviceUnregisteredEvent",
+        std::make_shared<EventHandler>([&](AMessage*) { return takeLong(); }));
+    std::string const address = device->DevicePipe()->GetRemote().ToString();
+    RawSocket peers[] = {{ZMQ_REQ, address}, {ZMQ_REQ, address}};
+    for (RawSocket& peer : peers) {
+        peer.Send(FramesOf(StartPlayback()));
+        PublishUnregistered("other", 1);
+    }
+    int most = 0;
+    ASSERT_TRUE(StepUntil([&, before = 0]() mutable {
+        most = std::max(most, handled - std::exchange(before, handled));
+        return handled == 4;
+    }));
+    EXPECT_LE(most, 2) << "one request and one event in a step";
 }
 
 TEST_F(DeviceTest, ServesPaceStatisticsAndTheEnd) {

@@ -107,26 +107,6 @@ TEST_F(DeviceTest, ComesBackByItselfWhenTheServerHasDroppedIt) {
     EXPECT_EQ(server->Received<SendSparseDeviceEvent>().size(), 1u) << "a change is published once";
 }
 
-TEST_F(DeviceTest, EventsThatTakeLongLeaveTheRestForTheNextStep) {
-    ASSERT_TRUE(Start());
-    AwaitSubscription();
-    int handled = 0;
-    device->Dispatcher()->RegisterEventHandler(
-        "vq.vds.DeviceUnregisteredEvent", std::make_shared<EventHandler>([&](AMessage*) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1100));
-            return ++handled > 0;
-        }));
-    for (char const* const name : {"a", "b"}) {
-        PublishUnregistered(name, 1);
-    }
-    int most = 0;
-    ASSERT_TRUE(StepUntil([&, before = 0]() mutable {
-        most = std::max(most, handled - std::exchange(before, handled));
-        return handled == 2;
-    }));
-    EXPECT_EQ(most, 1);
-}
-
 TEST_F(DeviceTest, AFailedReturnIsTriedAgainInTheNextStep) {
     ASSERT_TRUE(Start());
     AwaitSubscription();

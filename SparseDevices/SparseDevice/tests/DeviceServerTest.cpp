@@ -1,4 +1,3 @@
-
 #include "ChannelData.pb.h"
 #include "DeviceEvents.pb.h"
 #include "DeviceFixture.h"

@@ -77,9 +77,10 @@ public:
     /// @param application  not owned, may be null; must outlive the device.
     /// @return false when the server cannot be reached or refuses (logged).
     virtual bool Init(ManifestProcessor::ManifestData const& data, SparseDeviceApplication* application);
-    /// Serves the commands that wait, up to the first that cannot be served.
+    /// Serves the commands that wait, up to the first that cannot be served; what still waits after a second
+    /// of it, in the next step.
     virtual bool ProcessMessages();
-    /// Hands the server's events that wait to the dispatcher.
+    /// Hands the server's events that wait to the dispatcher, for a second at most likewise.
     virtual bool ProcessEvents();
     /// Queues an event for the server; it goes out in the next step. Any thread, but not from a signal
     /// handler and not with a lock held that the device's thread may want: an exchange under way makes the
