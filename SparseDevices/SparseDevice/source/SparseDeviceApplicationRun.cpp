@@ -27,6 +27,8 @@ constexpr std::chrono::milliseconds kRegistryTimeout{5000};
 constexpr std::chrono::seconds kHeartbeatLimit{10};
 /// From here on the loop runs without a pause.
 constexpr float kUnlimitedHertz = 1001.0f;
+/// In microseconds: a day.
+constexpr float kLongestPeriod = 86'400e6f;
 /// A request to exit does not wait longer than this for a slow loop.
 constexpr std::chrono::milliseconds kLongestNap{50};
 
@@ -143,10 +145,11 @@ bool SparseDeviceApplication::OnInitialization() {
 }
 
 void SparseDeviceApplication::SleepUntilNextUpdate(float hertz) {
-    std::chrono::microseconds const period(static_cast<std::int64_t>(1e6f / hertz));
-    if (!(hertz < kUnlimitedHertz) || period.count() <= 0) {
+    if (!(hertz > 0 && hertz < kUnlimitedHertz)) {
         return;
     }
+    // A subclass may answer with so little that the period would not fit the clock.
+    std::chrono::microseconds const period(static_cast<std::int64_t>(std::min(1e6f / hertz, kLongestPeriod)));
     steady_clock::time_point const end = m_lastUpdate + period;
     steady_clock::time_point now = steady_clock::now();
     if (end > now) {
