@@ -47,6 +47,8 @@ constexpr microseconds kConnectInterval{101'000};
 constexpr milliseconds kFindServerTimeout{3000};
 constexpr milliseconds kHeartbeatWait{1};
 
+using SteadyClock = std::chrono::steady_clock;
+
 }  // namespace
 
 VDSConnectionManager::VDSConnectionManager() : VDSConnectionManager(milliseconds(100)) {}
@@ -95,8 +97,11 @@ bool VDSConnectionManager::WaitForConnection(milliseconds timeout) const {
     if (!m_started) {
         return false;
     }
+    // By the wall clock, and where that is set back meanwhile by the other one.
     Clock::time_point const start = Clock::now();
-    while (!m_connected && duration_cast<milliseconds>(Clock::now() - start) < timeout) {
+    SteadyClock::time_point const steadyStart = SteadyClock::now();
+    while (!m_connected && duration_cast<milliseconds>(Clock::now() - start) < timeout &&
+           duration_cast<milliseconds>(SteadyClock::now() - steadyStart) < timeout) {
         std::this_thread::sleep_for(kConnectionPoll);
     }
     return m_connected;
@@ -134,7 +139,9 @@ void VDSConnectionManager::CheckHeartbeat() {
         }
         m_eventMonitor->GetQueue().Clear();
     }
-    milliseconds const silence = duration_cast<milliseconds>(Now() - m_lastHeartbeat);
+    TimePoint const now = Now();
+    m_lastHeartbeat = std::min(m_lastHeartbeat, now);  // the clock may have been set back
+    milliseconds const silence = duration_cast<milliseconds>(now - m_lastHeartbeat);
     if (silence > m_heartbeatTimeout) {
         LOG_V(
             "[VDSConnectionManager|%s] Have not observed heartbeat in %llu milliseconds. Detaching from VDS.",
@@ -143,12 +150,17 @@ void VDSConnectionManager::CheckHeartbeat() {
     }
 }
 
+/// Also when the clock has been set back behind the start: nobody is to wait until it has caught up.
+bool VDSConnectionManager::IsOver(TimePoint now, TimePoint start, microseconds interval) {
+    return now < start || now - start >= interval;
+}
+
 void VDSConnectionManager::TryToConnect(TimePoint now) {
-    if (now - m_lastNotConnectedMessage >= kNotConnectedInterval) {
+    if (IsOver(now, m_lastNotConnectedMessage, kNotConnectedInterval)) {
         LOG_PLAIN_I("%s library is not connected.", m_name.c_str());
         m_lastNotConnectedMessage = now;
     }
-    if (now - m_lastConnectAttempt >= kConnectInterval) {
+    if (IsOver(now, m_lastConnectAttempt, kConnectInterval)) {
         m_lastConnectAttempt = now;
         Connect();
     }

@@ -59,6 +59,7 @@ private:
     using Clock = std::chrono::system_clock;
     using TimePoint = std::chrono::time_point<Clock, std::chrono::microseconds>;
 
+    static bool IsOver(TimePoint now, TimePoint start, std::chrono::microseconds interval);
     static TimePoint Now() { return std::chrono::time_point_cast<std::chrono::microseconds>(Clock::now()); }
 
     void Update();

@@ -81,7 +81,7 @@ protected:
 
 }  // namespace
 
-TEST_F(ShimSparseDeviceTest, TheFirstCommandAsksTheServerAndTheSecondDoesNot) {
+TEST_F(ShimSparseDeviceTest, TheProviderIsAskedForOnceAndThenFollowedThroughItsMappings) {
     m_server.SetMappings({{kPreferred, "another channel"}, {kPreferred, kChannel}, {kOther, kChannel}});
     Start();
     EXPECT_EQ(Provider(), kPreferred);
@@ -89,12 +89,7 @@ TEST_F(ShimSparseDeviceTest, TheFirstCommandAsksTheServerAndTheSecondDoesNot) {
     m_server.ClearRequests();
     EXPECT_EQ(Provider(), kPreferred);
     EXPECT_EQ(m_server.RequestTypes(), Types{});
-}
 
-TEST_F(ShimSparseDeviceTest, UnmappingAndMappingAnewAreFollowed) {
-    m_server.SetMappings({{kPreferred, kChannel}});
-    Start();
-    EXPECT_EQ(Provider(), kPreferred);
     MapTo("", "");
     // The server's word stands, whatever the list of priorities says.
     MapTo(kOther, kOther);
