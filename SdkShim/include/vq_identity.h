@@ -11,13 +11,18 @@
  * Threads: the functions may be called from any thread, but never two at once; the caller serialises its
  * calls. VQIdentityGetResultString alone is free of this rule.
  *
+ * Processes: a child that is forked off a process that is connected has neither threads nor sockets of the
+ * library. It executes another program or ends by _exit; in it every call but VQIdentityGetResultString
+ * fails.
+ *
  * Time: a call waits up to 15 s for the connection and then up to 5 s to send and 5 s more for the answer.
- * The first one on a connection also asks the local server who the provider is, which is quick unless the
- * server hangs.
+ * The first one on a connection also asks the local server who the provider is, and a release takes leave of
+ * the server, both of which are quick unless the server hangs.
  *
  * Results: a provider's own non-zero code is returned as it stands. Every function but
  * VQIdentityGetResultString also returns, beside the codes listed at it,
- *   VQResult_UnspecifiedFailure                     when the library could not be initialised, and
+ *   VQResult_UnspecifiedFailure                     when the library could not be initialised or is used in a
+ *                                                   forked child, and
  *   VQIdentityResult_FailedToConnectToLocalService  when there was no connection to the local server in 15 s.
  */
 #ifndef VQ_IDENTITY_H

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <sys/types.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -52,6 +55,9 @@ public:
 
     bool IsInitialized() const { return m_initialized; }
 
+    /// True in a child that was forked off since DoInitialize: the threads and sockets are its parent's.
+    bool IsInForkedChild() const { return m_initialized && m_process != ::getpid(); }
+
     /// Starts the thread that keeps the connection; does not wait for it.
     /// @return false when that has been done already (logged), and once the process is exiting.
     bool DoInitialize();
@@ -87,6 +93,8 @@ private:
     /// Set by Connect; stale after Disconnect, and read by nobody.
     AMessagePipeEventListener* m_eventListener = nullptr;
     std::atomic<bool> m_initialized{false};
+    /// The process that has the threads; written before m_initialized is set.
+    std::atomic<pid_t> m_process{0};
     SparseDeviceMule<Device> m_deviceMule;
     /// Held for the whole of Connect and of Disconnect. Locked inside the connection manager's own lock.
     std::mutex m_connectionMutex;
@@ -118,6 +126,7 @@ bool ShimContext<Context, Device>::DoInitialize() {
     m_connectionManager->Start(
         ShimName(), [] { s_ShimContext.Connect(); }, [] { s_ShimContext.Disconnect(); });
     m_workingDirectory = GetCurrentWorkingDirectory();
+    m_process = ::getpid();
     m_initialized.exchange(true);
     return true;
 }

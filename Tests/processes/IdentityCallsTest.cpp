@@ -71,17 +71,6 @@ TEST_F(IdentityCalls, TheProvidersResultCodesPassThrough) {
     EXPECT_EQ(odd.code, 123456U);
 }
 
-TEST_F(IdentityCalls, NullArgumentsAreRefusedInTheStatedOrder) {
-    Caller lonely;  // no server at all
-    CallResult const names = lonely.Call("names-async-null");
-    EXPECT_EQ(names.code, kInvalidParam);
-    EXPECT_LT(names.duration, std::chrono::seconds(10)) << "before any wait for a connection";
-    EXPECT_EQ(lonely.Call("names-wait-null").code, kInvalidParam);
-    CallResult const values = lonely.Call("values-async-null");
-    EXPECT_EQ(values.code, kNoLocalService) << "this test stands behind the wait for a connection";
-    EXPECT_GE(values.duration, std::chrono::milliseconds(14900));
-}
-
 TEST_F(IdentityCalls, RepeatedReleaseAndConnectLeaveNothingBehind) {
     Start();
     Caller caller;

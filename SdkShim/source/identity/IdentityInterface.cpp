@@ -37,6 +37,10 @@ std::optional<VQResult> EnsureConnected() {
             return VQResult_UnspecifiedFailure;
         }
     }
+    if (context.IsInForkedChild()) {
+        // Nobody would answer, ever. Not logged: a lock of the log may have been held at the fork.
+        return VQResult_UnspecifiedFailure;
+    }
     if (!context.WaitForConnection(kConnectionTimeout)) {
         return VQIdentityResult_FailedToConnectToLocalService;
     }
