@@ -123,13 +123,14 @@ ProcessResult Process::WaitForExit(milliseconds timeout) {
     int status = 0;
     pid_t waited = ::waitpid(m_pid, &status, WNOHANG);
     if (waited < 0 && errno == ECHILD) {  // somebody else's child
-        ChildWatch const sleep(-1);
-        while (IsRunning()) {
+        ProcessWatch const watch(m_pid);
+        bool ended = false;
+        while (!ended && IsRunning()) {
             milliseconds const left = limit.Left();
             if (left.count() <= 0) {
                 return {};
             }
-            sleep.Wait(left);
+            ended = watch.Wait(left);
         }
         return m_result != nullptr ? *m_result : Finalize(Gone());
     }
@@ -138,7 +139,7 @@ ProcessResult Process::WaitForExit(milliseconds timeout) {
             waited = ::waitpid(m_pid, &status, 0);
         } while (waited < 0 && errno == EINTR);
     } else if (waited == 0) {
-        ChildWatch const watch(m_pid);
+        ProcessWatch const watch(m_pid);
         while (waited == 0) {
             milliseconds const left = limit.Left();
             if (left.count() <= 0) {

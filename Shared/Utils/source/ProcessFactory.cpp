@@ -103,13 +103,15 @@ public:
             ::posix_spawn_file_actions_addopen(&m_actions, STDIN_FILENO, "/dev/null", O_RDONLY | O_NONBLOCK,
                                                0);
         }
-        int flags = 0;
+        // Our own threads block all signals. A tool must not inherit that, or a service that it leaves behind
+        // could not be ended any more.
+        sigset_t none;
+        ::sigemptyset(&none);
+        ::posix_spawnattr_setsigmask(&m_attributes, &none);
+        int flags = POSIX_SPAWN_SETSIGMASK;
         if (detached) {
-            sigset_t none;
-            ::sigemptyset(&none);
-            ::posix_spawnattr_setsigmask(&m_attributes, &none);
             ::posix_spawnattr_setpgroup(&m_attributes, 0);
-            flags |= POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK;
+            flags |= POSIX_SPAWN_SETPGROUP;
         }
         if (HasRealTimeScheduling()) {
             sched_param const parameters{};

@@ -38,12 +38,12 @@ std::string ProgramOf(pid_t pid) {
 
 }  // namespace
 
-ChildWatch::ChildWatch(pid_t pid) : m_descriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0))) {}
+ProcessWatch::ProcessWatch(pid_t pid) : m_descriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0))) {}
 
-void ChildWatch::Wait(std::chrono::milliseconds atMost) const {
+bool ProcessWatch::Wait(std::chrono::milliseconds atMost) const {
     // Without a descriptor this is a sleep.
     pollfd ended{.fd = m_descriptor.Get(), .events = POLLIN, .revents = 0};
-    ::poll(&ended, 1, static_cast<int>(atMost.count()));
+    return ::poll(&ended, 1, static_cast<int>(atMost.count())) == 1 && (ended.revents & POLLIN) != 0;
 }
 
 WakeUp::WakeUp() : m_descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}

@@ -10,12 +10,13 @@
 
 // What the process runner needs of this operating system and has no portable form.
 
-/// Waits for the end of a child without reaping it.
-class ChildWatch {
+/// Waits for the end of a process, a child or not, without reaping it.
+class ProcessWatch {
 public:
-    explicit ChildWatch(pid_t pid);
-    /// Returns when the child has ended or the time is over, maybe sooner.
-    void Wait(std::chrono::milliseconds atMost) const;
+    explicit ProcessWatch(pid_t pid);
+    /// Returns when the process has ended or the time is over, maybe sooner.
+    /// @return true when it has surely ended; a process that its parent does not reap has.
+    bool Wait(std::chrono::milliseconds atMost) const;
 
 private:
     FileDescriptor m_descriptor;

@@ -26,6 +26,7 @@ using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
     char columns[] = "axc";
     char* const arguments[] = {program, columns, nullptr};
     ::dup2(output, STDOUT_FILENO);
+    ::fcntl(STDOUT_FILENO, F_SETFD, 0);  // the file has this number where the program's own output is closed
     ::dup2(output, STDERR_FILENO);
     ::execvp(program, arguments);
     char const* const reason = ::strerrordesc_np(errno);

@@ -6,6 +6,7 @@
 #include "TestSupport/Test.h"
 #include "Utils/OSUtils.h"
 #include "Utils/ProcessFactory.h"
+#include "Utils/ThreadUtils.h"
 
 namespace {
 
@@ -47,7 +48,10 @@ void WriteFile(std::string const& path, std::string const& text, std::filesystem
 
 TEST(ProcessTest, TellsHowAChildEndedAndAllThatItWrote) {
     EXPECT_THAT(Shell("exit 7").Run(), Is(ProcessResult::kExited, 7));
-    EXPECT_THAT(Shell("kill -ABRT $$").Run(), Is(ProcessResult::kSignalled, SIGABRT));
+    {
+        BlockedSignals const blocked;  // for this thread, not for the child
+        EXPECT_THAT(Shell("kill -ABRT $$").Run(), Is(ProcessResult::kSignalled, SIGABRT));
+    }
     // Each stream alone fills a pipe: a reader that took one after the other would hang.
     ProcessFactory both =
         Shell("head -c 300000 /dev/zero | tr '\\0' e >&2; head -c 300000 /dev/zero | tr '\\0' o; exit 3");
@@ -113,12 +117,17 @@ TEST(ProcessTest, KnowsNothingOfTheStatusThatSomebodyElseHasTaken) {
                 Is(ProcessResult::kExited, kUnknown));
     ::signal(SIGCHLD, SIG_DFL);
 
-    // No child of ours: it can be watched all the same.
-    Process shell = Shell("sleep 61 & echo $!").ReadingStdoutStderr().Spawn();
-    Process orphan(std::stoi(shell.WaitForExit(kLong).standardOutput));
-    EXPECT_TRUE(orphan.IsRunning());
-    EXPECT_THAT(orphan.WaitForExit(milliseconds(60)), Is(ProcessResult::kNone, 0));
-    EXPECT_THAT(orphan.Kill(), Is(ProcessResult::kExited, kUnknown));
+    // No child of ours, and its own parent never reaps it: it can be watched and ended all the same.
+    std::FILE* const shell = ::popen("sleep 61 & echo $$ $!; exec sleep 61", "r");
+    int parent = 0;
+    int child = 0;
+    ASSERT_EQ(std::fscanf(shell, "%d %d", &parent, &child), 2);
+    Process stranger(child);
+    EXPECT_TRUE(stranger.IsRunning());
+    EXPECT_THAT(stranger.WaitForExit(milliseconds(60)), Is(ProcessResult::kNone, 0));
+    EXPECT_THAT(stranger.Kill(), Is(ProcessResult::kExited, kUnknown));
+    EXPECT_EQ(Process(parent).Kill().state, ProcessResult::kSignalled);
+    ::pclose(shell);
 }
 
 TEST(ProcessTest, KillsOnceAndNeverAGroup) {

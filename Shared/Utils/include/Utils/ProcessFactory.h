@@ -18,7 +18,8 @@ private:
     std::string m_text;
 };
 
-/// Describes a child process and starts it, any number of times. No shell reads any of it.
+/// Describes a child process and starts it, any number of times. No shell reads any of it. No signals are
+/// blocked in the child.
 ///
 /// Threads: an object is used by one at a time. Starting with a working directory changes that of the whole
 /// process for a moment: nothing that depends on it may run meanwhile.
@@ -39,7 +40,7 @@ public:
     ProcessFactory& ReadingStdoutStderr();
     /// Gives the child a pipe for input; see Process::GetInputFileDescriptor.
     ProcessFactory& WritingStdin();
-    /// A process group of its own, no blocked signals, and no input unless WritingStdin.
+    /// A process group of its own, and no input unless WritingStdin.
     ProcessFactory& RunDetached();
     /// Without effect on this platform.
     ProcessFactory& Debuggable();
