@@ -82,7 +82,7 @@ std::string GetFullPath(std::string const& path) {
 }
 
 std::string GetRelativePathTo(std::string const& path, std::string const& base) {
-    std::string const full = GetFullPath(path);
+    std::string full = GetFullPath(path);
     std::string root = EnsureDirectoryPath(GetFullPath(base));
     std::string rise;
     std::size_t found = full.find(root);
@@ -118,8 +118,15 @@ bool IsSoftLink(std::string const& path) {
 bool CreateDirectoryPath(std::string const& path) {
     std::string const name = WithoutTrailingSlash(path);
     struct stat entry {};
-    // Another process may make it between the two calls.
-    return ::stat(name.c_str(), &entry) == 0 || ::mkdir(name.c_str(), 0777) == 0 || errno == EEXIST;
+    if (::stat(name.c_str(), &entry) == 0 || ::mkdir(name.c_str(), 0777) == 0) {
+        return true;
+    }
+    // Another process may have made it between the two calls. A link that leads nowhere exists as well, and
+    // is of no use.
+    int const error = errno;
+    bool const exists = error == EEXIST && ::stat(name.c_str(), &entry) == 0;
+    errno = error;
+    return exists;
 }
 
 std::vector<std::string> GetDirectoryEntries(std::string const& directory) {
@@ -197,7 +204,11 @@ bool LockFile(std::FILE* file, std::chrono::seconds limit, bool* timedOut) {
     }
     int const descriptor = ::fileno(file);
     if (limit == std::chrono::seconds::max()) {
-        return ::flock(descriptor, LOCK_EX) == 0;
+        int result = 0;
+        do {
+            result = ::flock(descriptor, LOCK_EX);
+        } while (result != 0 && errno == EINTR);
+        return result == 0;
     }
     auto const start = Clock::now();
     auto const longest = std::chrono::duration_cast<std::chrono::seconds>(Clock::time_point::max() - start);

@@ -65,10 +65,11 @@ TEST_F(FileUtilsTest, MakesOneLevelAndTakesAnyEntryForIt) {
     for (char const* path : {"new/", "new", "file", "/"}) {
         EXPECT_TRUE(CreateDirectoryPath(path)) << path;
     }
-    EXPECT_FALSE(CreateDirectoryPath("missing/new"));
+    std::filesystem::create_symlink("nowhere", "dangling");
+    EXPECT_FALSE(CreateDirectoryPath("missing/new") || CreateDirectoryPath("dangling"));
     EXPECT_TRUE(DirectoryExists("new") && !FileExists("new"));
     EXPECT_TRUE(FileExists("file") && !DirectoryExists("file"));
-    EXPECT_THAT(GetDirectoryEntries(m_root), testing::UnorderedElementsAre("new", "file"));
+    EXPECT_THAT(GetDirectoryEntries(m_root), testing::UnorderedElementsAre("new", "file", "dangling"));
     EXPECT_TRUE(GetDirectoryEntries("missing").empty());
 }
 
