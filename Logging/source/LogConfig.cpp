@@ -141,9 +141,12 @@ bool LogConfig::DeleteLogHandler(LogHandler* handler) {
 }
 
 void LogConfig::DeleteHandlers(std::vector<LogHandler*> const& removed) {
-    // Another thread may still be using them. One that stays, blocked in a write, keeps them for good.
+    // Another thread may still be using them. One that stays, blocked in a write, keeps them for good: then
+    // only what they hold back is written.
     if (removed.empty() || LogReaders::WaitForOthers(std::chrono::seconds(1))) {
         std::for_each(removed.begin(), removed.end(), std::default_delete<LogHandler>());
+    } else {
+        std::for_each(removed.begin(), removed.end(), [](LogHandler* handler) { handler->Flush(); });
     }
 }
 
@@ -172,8 +175,11 @@ void LogConfig::CallHandlers(LogRecord const& record) {
 void LogConfig::Dispatch(LogRecord const& record) {
     CallHandlers(record);
     if (record.level == LogLevel::Fatal) {
-        // Deleting is what writes out a handler's buffer. When several threads die at once, one gets each
-        // handler.
+        // Deleting is what writes out a handler's buffer. When several threads die at once, the first does it
+        // and the others wait for its abort: theirs would cut it short. A handler's own end may be fatal,
+        // too.
+        static std::recursive_mutex dying;
+        std::lock_guard const lock(dying);
         std::vector<LogHandler*> removed = GetLogHandlers();
         std::erase_if(removed, [this](LogHandler* handler) { return !RemoveLogHandler(handler); });
         DeleteHandlers(removed);

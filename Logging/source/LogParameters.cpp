@@ -11,6 +11,10 @@
 
 namespace {
 
+/// One request at a time: getopt's state is the process's, and a request may delete the file log that another
+/// describes.
+constinit std::mutex g_requests;
+
 /// What the log reports at error level or worse while parameters are applied.
 struct CollectedErrors {
     std::mutex mutex;
@@ -20,6 +24,7 @@ struct CollectedErrors {
 }  // namespace
 
 std::vector<std::string> DescribeLogParameters() {
+    std::lock_guard const requests(g_requests);
     std::vector<std::string> parameters = ExportLoggingOptions(LogConfig::Instance());
     for (LogHandler* const handler : LogConfig::Instance().GetLogHandlers()) {
         if (auto const* const file = dynamic_cast<FileLogHandler*>(handler)) {
@@ -31,6 +36,7 @@ std::vector<std::string> DescribeLogParameters() {
 }
 
 bool ApplyLogParameters(std::vector<std::string> const& parameters, std::string& errors) {
+    std::lock_guard const requests(g_requests);
     std::vector<std::string> texts = {"dummy_executable_name"};
     texts.insert(texts.end(), parameters.begin(), parameters.end());
     std::vector<char*> argv;

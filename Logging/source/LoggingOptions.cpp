@@ -118,9 +118,8 @@ struct CommandLine {
     }
 };
 
-/// @param enable  false removes the file log. Otherwise the next element of the command line, unless it looks
-/// like
-///                an option, is taken as the file's path.
+/// @param enable  false removes the file log. Otherwise the next element of the command line is taken as the
+///                file's path, unless it looks like an option.
 void EnableFile(LogConfig& config, CommandLine const& line, bool enable) {
     if (!enable) {
         config.DeleteLogHandler(config.FindFileLogHandler());

@@ -65,17 +65,19 @@ TEST_F(FileLogTest, RotatesAnOlderLogWhenItOpensIt) {
     EXPECT_EQ(handler->GetLogsAtLocation().size(), 3U);
 }
 
-TEST_F(FileLogTest, BufferedTextGoesBehindARotatedLogWithoutAGap) {
-    std::time_t const before = NoonDaysAgo(1);
+TEST_F(FileLogTest, TakesWhatIsBufferedToANewLocationBehindItsRotatedLog) {
     std::string const other = directory + "other.log";
-    Log("opened");
-    handler->Flush();
-    Log("kept");
+    Log("one");
+    EXPECT_EQ(Messages().size(), 2U);
+    Log("two");
+    Log("two");
     std::ofstream(other) << std::string(1000, 'x') << "\n";
-    SetModified(other, before);
+    SetModified(other, NoonDaysAgo(1));
     handler->SetLocation(other);
-    Log("new");
-    EXPECT_THAT(Messages(other), ElementsAre("kept", "***", "new"));
+    EXPECT_EQ(Messages().size(), 2U);
+    Log("three");
+    EXPECT_THAT(Messages(other), ElementsAre("two", "two (repeated 1 time)", "***", "three"));
+    EXPECT_EQ(handler->GetLocation(), other);
 }
 
 TEST_F(FileLogTest, FinishesOrUndoesTheRotationOfAProcessThatDied) {

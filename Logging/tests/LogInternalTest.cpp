@@ -13,7 +13,10 @@ using vq::test::LogCapture;
 class FlushReportingHandler : public LogHandler {
 public:
     explicit FlushReportingHandler(LogConfig& config) : LogHandler(config, LogTarget::File) {}
-    ~FlushReportingHandler() override { std::fputs("handler flushed\n", stderr); }
+    ~FlushReportingHandler() override {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));  // a slow disk
+        std::fputs("handler flushed\n", stderr);
+    }
     void Log(LogRecord const& record) override {
         std::fprintf(stderr, "handler got %s\n", record.message.c_str());
     }
@@ -70,6 +73,7 @@ TEST(LogInternalDeathTest, AFatalRecordFlushesTheHandlersAndAbortsWhateverTheCal
     auto const die = [] {
         LogConfig::Instance().AddLogHandler(new FlushReportingHandler(LogConfig::Instance()));
         LogConfig::Instance().SetLogCallback([](LogRecord const&) { return false; });
+        std::jthread const another([] { LOG_F("the end"); });  // whose abort must not cut the flush short
         LOG_F("the end");
     };
     EXPECT_EXIT(die(), testing::KilledBySignal(SIGABRT), "^handler flushed\n$");

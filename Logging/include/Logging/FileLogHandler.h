@@ -79,7 +79,7 @@ public:
     void Log(LogRecord const& record) override;
 
     /// Writes what is buffered, and the pending repeat.
-    void Flush();
+    void Flush() override;
     /// The same, then closes the file; the next record opens it again.
     void Close();
 

@@ -35,6 +35,8 @@ public:
     LogHandler(LogConfig& config, LogTarget target) : m_config(config), m_target(target) {}
     virtual ~LogHandler();
     virtual void Log(LogRecord const& record) = 0;
+    /// Writes out what the handler holds back. Any thread; may wait for others that are in the handler.
+    virtual void Flush() {}
 
     LogHandler(LogHandler const&) = delete;
     LogHandler& operator=(LogHandler const&) = delete;
