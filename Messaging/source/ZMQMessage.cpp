@@ -67,8 +67,8 @@ ZMQMessageBody const* ZMQMessageBody::Of(AMessage const* message) {
 }
 
 std::optional<zmq::message_t> ZMQMessageBody::Encode(google::protobuf::MessageLite const& proto) {
-    std::optional<zmq::message_t>
-        frame;  // the one object that every path returns, so that it is built in place
+    // The one object that every path returns, so that it is built in place.
+    std::optional<zmq::message_t> frame;
     if (!proto.IsInitialized()) {
         LOG_E("protoMessage '%s' is not initialized", MessageTypeName(proto).c_str());
         return frame;

@@ -91,15 +91,15 @@ void FillPollItems(std::vector<MessageReaderContext> const& readers, PollScratch
     AMessageReader const* previous = nullptr;
     for (MessageReaderContext const& entry : readers) {
         // The channels of a device share one pipe.
-        if (entry.reader != nullptr && entry.reader == previous) {
+        if (previous != nullptr && entry.reader == previous) {
             continue;
         }
-        previous = entry.reader;
         auto const* const pipe = dynamic_cast<ZMQMessagePipeBase const*>(entry.reader);
         if (pipe == nullptr) {
             LOG_W("Ignoring non-ZMQ reader: %p", static_cast<void const*>(entry.reader));
             continue;
         }
+        previous = entry.reader;
         void* const handle = pipe->GetSocket()->handle();
         if (std::none_of(scratch.items.begin(), scratch.items.end(),
                          [handle](zmq_pollitem_t const& item) { return item.socket == handle; })) {

@@ -2,6 +2,7 @@
 
 #include <zmq.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 
@@ -12,12 +13,15 @@
 
 namespace {
 
+/// Of a frame in an error line, which takes four times as much.
+constexpr std::size_t kLongestBadFrame = 64 * 1024;
+
 std::string DumpFrame(zmq::message_t const& frame) {
     return HexDump(frame.data(), frame.size());
 }
 
 [[gnu::cold, gnu::noinline]] void ReportNoMore(zmq::message_t const& frame) {
-    LOG_E("expected MORE after frame: %s", DumpFrame(frame).c_str());
+    LOG_E("expected MORE after frame: %s", ZMQMessagePipeBase::DumpBadFrame(frame).c_str());
 }
 
 bool WaitsInPoll(std::chrono::milliseconds timeout) {
@@ -41,6 +45,10 @@ ZMQMessagePipeBase::~ZMQMessagePipeBase() {
         delete m_socket;
     }
     m_socket = nullptr;
+}
+
+std::string ZMQMessagePipeBase::DumpBadFrame(zmq::message_t const& frame) {
+    return HexDump(frame.data(), std::min(frame.size(), kLongestBadFrame));
 }
 
 AMessage* ZMQMessagePipeBase::DoNewMessage() {
@@ -285,6 +293,11 @@ bool ZMQMessagePipeBase::ReceiveByPoll(Frames frames, std::chrono::milliseconds 
         *timedOut = true;
     }
     return received;
+}
+
+void ZMQMessagePipeBase::Subscribe(std::string const& prefix) {
+    std::lock_guard const lock(m_mutex);
+    m_socket->set(zmq::sockopt::subscribe, prefix);
 }
 
 bool ZMQMessagePipeBase::DropExtraFrames() {

@@ -19,9 +19,8 @@
 
 namespace {
 
-/// Two NULs and the channel id.
 constexpr std::size_t kIdSize = 4;
-constexpr std::size_t kHeaderOverhead = 2 + kIdSize;
+constexpr std::size_t kHeaderOverhead = 2 + kIdSize;  // two NULs and the channel id
 
 std::size_t SizeOfHeader(std::string const& type, std::string const& channel) {
     return type.size() + channel.size() + kHeaderOverhead;
@@ -76,7 +75,7 @@ void Remember(std::string_view frame, EventHeader const& header) {
 std::optional<EventHeader> ParseOrReport(zmq::message_t const& header) {
     std::optional<EventHeader> const parsed = EventHeader::Parse(header.to_string_view());
     if (!parsed) {
-        LOG_E("invalid event message frame: %s", HexDump(header.data(), header.size()).c_str());
+        LOG_E("invalid event message frame: %s", ZMQMessagePipeBase::DumpBadFrame(header).c_str());
     }
     return parsed;
 }
@@ -199,7 +198,7 @@ ZMQMessagePipeEventListener::ZMQMessagePipeEventListener(AMessageContext* contex
     : AMessagePipeEventListener(context, std::move(remote)), ZMQMessagePipeBase(socket, ownsSocket) {}
 
 void ZMQMessagePipeEventListener::ListenTo(std::string const& prefix) {
-    GetSocket()->set(zmq::sockopt::subscribe, prefix);
+    Subscribe(prefix);
 }
 
 std::optional<EventHeader> ZMQMessagePipeEventListener::ReceiveFrames(zmq::message_t& header,
@@ -216,8 +215,8 @@ AMessage* ZMQMessagePipeEventListener::ReceiveNext(std::chrono::milliseconds tim
     if (IsDisposed()) {
         return nullptr;
     }
-    std::unique_ptr<ZMQChannelMessage> message(
-        new ZMQChannelMessage);  // make_unique would clear its memory first
+    // Not by make_unique, which would clear its memory first.
+    std::unique_ptr<ZMQChannelMessage> message(new ZMQChannelMessage);
     zmq::message_t header;
     if (!Receive({&header, &message->GetBody()}, timeout, timedOut)) {
         return nullptr;

@@ -39,7 +39,8 @@ AMessage* ZMQMessagePipeRequestReply::ReceiveNext(std::chrono::milliseconds time
     if (IsDisposed()) {
         return nullptr;
     }
-    std::unique_ptr<ZMQMessage> message(new ZMQMessage);  // make_unique would clear its memory first
+    // Not by make_unique, which would clear its memory first.
+    std::unique_ptr<ZMQMessage> message(new ZMQMessage);
     zmq::message_t identity;
     zmq::message_t type;
     if (!Receive({&identity, &type, &message->GetBody()}, timeout, timedOut)) {

@@ -1,4 +1,3 @@
-
 #include "Messaging/EventDispatcher.h"
 #include "Messaging/EventMonitor.h"
 #include "Messaging/ZMQMessage.h"

@@ -1,5 +1,3 @@
-
-
 #include "Messaging/AMessageManager.h"
 #include "Messaging/ZMQMessagePipeProvider.h"
 #include "MessagingFixture.h"
@@ -152,11 +150,7 @@ TEST_F(MessageManagerTest, TheServerIsTheChosenOneElseTheOnlyOneElseTheDefault) 
         // Null: what the registry says, behind an error line. Without a value: without that line.
         for (auto const& [value, chosen] :
              {std::pair<char const*, char const*>{"6000", "SOCKET:localhost:6000"},
-              {"123abc", "SOCKET:localhost:123abc"},
-              {"SOCKET:host:6000", "SOCKET:host:6000"},
-              {"IPC:a?b", "IPC:a?b"},
               {"abc", nullptr},
-              {"NONE:x", nullptr},
               {nullptr, nullptr}}) {
             Lines expected;
             if (chosen == nullptr && value != nullptr) {

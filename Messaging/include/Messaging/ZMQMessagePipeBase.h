@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <thread>
 #include <zmq.hpp>
@@ -31,6 +32,10 @@ public:
     virtual ~ZMQMessagePipeBase();
 
     zmq::socket_t* GetSocket() const { return m_socket; }
+
+    /// A frame as hexadecimal text for an error line; of a very long one only the beginning, so that no peer
+    /// can fill memory and log with it.
+    static std::string DumpBadFrame(zmq::message_t const& frame);
 
     static AMessage* DoNewMessage();
     static AChannelMessage* DoNewChannelMessage();
@@ -82,6 +87,9 @@ protected:
     /// PollFor and RecvMessages in one; the wait by the socket's own time limit, which costs less than a
     /// poll.
     bool Receive(Frames frames, std::chrono::milliseconds timeout, bool* timedOut);
+
+    /// Adds to what a SUB socket receives. Throws zmq::error_t.
+    void Subscribe(std::string const& prefix);
 
     /// Drops what RecvMessages left of the last message; true when there was anything.
     bool DropExtraFrames();

@@ -48,63 +48,64 @@ ServerRegistry::ServerRegistry(std::string name) : m_name(std::move(name)) {
 }
 
 void ServerRegistry::Initialize() {
-    std::lock_guard const lock(m_lifecycle);
-    if (m_initialized) {
+    std::lock_guard const lock(m_guard);
+    if (m_table.memory != nullptr) {
         return;
     }
-    m_mutex = SharedMutex(m_name + ".mutex");
-    if (m_mutex.Exists()) {
-        if (!m_mutex.Open()) {
+    m_table.mutex = std::make_shared<SharedMutex>(m_name + ".mutex");
+    if (m_table.mutex->Exists()) {
+        if (!m_table.mutex->Open()) {
             LOG_E("Failed to open Tessel Server mutex");
         }
-    } else if (!m_mutex.Create()) {
+    } else if (!m_table.mutex->Create()) {
         LOG_E("Failed to create Tessel Server mutex");
     }
-    m_memory = SharedMemoryFactory::Make(m_name + ".memory", kTableSize, SharedMemoryType::FILE);
-    if (m_memory->Exists()) {
-        if (!m_memory->Open()) {
+    m_table.memory = SharedMemoryFactory::Make(m_name + ".memory", kTableSize, SharedMemoryType::FILE);
+    if (m_table.memory->Exists()) {
+        if (!m_table.memory->Open()) {
             LOG_E("Failed to access Tessel Server registry");
         }
-    } else if (!m_memory->Create()) {
+    } else if (!m_table.memory->Create()) {
         LOG_E("Failed to remember virtual device servers");
     }
-    m_initialized = true;
 }
 
 void ServerRegistry::Terminate() {
-    std::lock_guard const lock(m_lifecycle);
-    if (!m_initialized) {
-        return;
-    }
-    m_mutex.Close();
-    m_memory->Close();
-    m_memory.reset();
-    m_initialized = false;
+    std::lock_guard const lock(m_guard);
+    m_table = {};
 }
 
 void ServerRegistry::Recover() {
-    if (!m_initialized) {
+    std::lock_guard const lock(m_guard);
+    if (m_table.mutex == nullptr) {
         return;
     }
-    m_mutex.Close();
-    if (m_mutex.Delete()) {
+    // Another object: somebody in this process may be waiting on the present one.
+    m_table.mutex = std::make_shared<SharedMutex>(m_name + ".mutex");
+    if (m_table.mutex->Delete()) {
         LOG_V("Deleted server registry mutex");
     }
-    if (!m_mutex.Create()) {
+    if (!m_table.mutex->Create()) {
         LOG_E("Failed to recreate server registry mutex");
     }
+}
+
+ServerRegistry::Table ServerRegistry::GetTable() {
+    std::lock_guard const lock(m_guard);
+    return m_table;
 }
 
 std::string ServerRegistry::ReadRegistry(std::chrono::milliseconds timeout, bool* timedOut) {
     Clear(timedOut);
     std::string text;
-    if (!m_initialized || !m_memory->Exists() || !m_mutex.Lock(timeout, timedOut)) {
+    Table const table = GetTable();
+    if (table.memory == nullptr || !table.memory->Exists() || !table.mutex->Lock(timeout, timedOut)) {
         return text;
     }
     // A whole text has its NUL well inside; a damaged one ends with the page, or with the file.
-    std::array<char, kReadLimit> table;
-    text.assign(table.data(), ::strnlen(table.data(), m_memory->CopyTo(table.data(), table.size())));
-    m_mutex.Unlock();
+    std::array<char, kReadLimit> page;
+    text.assign(page.data(), ::strnlen(page.data(), table.memory->CopyTo(page.data(), page.size())));
+    table.mutex->Unlock();
     return text;
 }
 
@@ -112,25 +113,37 @@ bool ServerRegistry::WriteRegistry(std::string const& text, std::chrono::millise
                                    bool* timedOut) {
     Clear(timedOut);
     m_syntaxWarned = false;
-    if (!m_initialized || !m_memory->Exists() || !m_mutex.Lock(timeout, timedOut)) {
+    Table const table = GetTable();
+    if (table.memory == nullptr || !table.memory->Exists() || !table.mutex->Lock(timeout, timedOut)) {
         return false;
     }
-    bool const restored = m_memory->Restore();
-    auto* const table =
-        restored ? static_cast<char*>(m_memory->Attach(SharedMemory::Access::Write)) : nullptr;
-    if (table != nullptr) {
-        std::size_t const size = m_memory->GetSize();
-        if (text.size() + 1 > size) {
-            LOG_E("truncating Tessel Server registry (allocated = %ld; needed = %ld)",
-                  static_cast<long>(size), static_cast<long>(text.size() + 1));
-        }
-        std::size_t const writable = std::min<std::size_t>(size, m_memory->GetTouchableSize());
-        std::size_t const used = std::min(text.size(), writable);
-        std::memcpy(table, text.data(), used);
-        std::memset(table + used, 0, writable - used);
-        m_memory->Detach();
+    bool written = false;
+    {
+        std::lock_guard const lock(m_guard);
+        written = WriteTable(*table.memory, text);
     }
-    return m_mutex.Unlock() && restored;
+    return table.mutex->Unlock() && written;
+}
+
+bool ServerRegistry::WriteTable(SharedMemory& memory, std::string const& text) {
+    if (!memory.Restore()) {
+        return false;
+    }
+    auto* const table = static_cast<char*>(memory.Attach(SharedMemory::Access::Write));
+    if (table == nullptr) {
+        return true;
+    }
+    std::size_t const size = memory.GetSize();
+    if (text.size() + 1 > size) {
+        LOG_E("truncating Tessel Server registry (allocated = %ld; needed = %ld)", static_cast<long>(size),
+              static_cast<long>(text.size() + 1));
+    }
+    std::size_t const writable = std::min<std::size_t>(size, memory.GetTouchableSize());
+    std::size_t const used = ::strnlen(text.c_str(), writable);
+    std::memcpy(table, text.data(), used);
+    std::memset(table + used, 0, writable - used);
+    memory.Detach();
+    return true;
 }
 
 bool ServerRegistry::DeserializeRegistry(std::string const& text, Servers& list) {

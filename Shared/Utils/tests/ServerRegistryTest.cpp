@@ -192,6 +192,25 @@ TEST_F(ServerRegistryTest, ADeadHolderOfTheMutexCostsTheTimeoutUntilItIsRecovere
     EXPECT_EQ(Read(), "A");
 }
 
+TEST_F(ServerRegistryTest, OperationsUnderWaySurviveThatTheRegistryIsClosedAndItsMutexReplaced) {
+    vq::test::LogCapture const quiet;
+    std::atomic<bool> ended{false};
+    auto const use = [&] {
+        while (!ended) {
+            Register("A", "/a");
+            Read();
+        }
+    };
+    std::jthread const first(use);
+    std::jthread const second(use);
+    for (int i = 0; i < 200; ++i) {
+        m_registry->Recover();
+        m_registry->Terminate();
+        m_registry->Initialize();
+    }
+    ended = true;
+}
+
 TEST(ServerSelectionTest, TheUserChoosesByAddressThenByNameThenTheTableDecides) {
     int registered = 0;
     for (auto const& [servers, address, name, expected, line] : Rows<5>("ServerRegistry", "choice")) {

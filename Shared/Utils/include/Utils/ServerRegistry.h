@@ -35,10 +35,11 @@ public:
 
     /// What the constructor does; for after Terminate. Does nothing while the registry is open.
     void Initialize();
-    /// Closes block and mutex and leaves both in place for others.
+    /// Closes block and mutex, once the operations under way have ended, and leaves both in place for others.
     void Terminate();
     /// Replaces a mutex that a dead process left locked. It is a new mutex under the old name: processes that
-    /// have the old one open keep excluding only each other, until they open the registry again.
+    /// have the old one open keep excluding only each other, until they open the registry again. So do the
+    /// operations of this process that are under way.
     void Recover();
 
     /// Reads the table.
@@ -75,18 +76,24 @@ public:
     std::string identity;
 
 private:
+    /// What the processes share. An operation keeps the objects that it began with.
+    struct Table {
+        std::shared_ptr<SharedMemory> memory;
+        std::shared_ptr<SharedMutex> mutex;
+    };
+    /// Both null after Terminate.
+    Table GetTable();
+    static bool WriteTable(SharedMemory& memory, std::string const& text);
     std::string ReadRegistry(std::chrono::milliseconds timeout, bool* timedOut);
     bool WriteRegistry(std::string const& text, std::chrono::milliseconds timeout, bool* timedOut);
     bool RewriteRegistry(Servers const& list, std::chrono::milliseconds timeout, bool* timedOut);
     bool DeserializeRegistry(std::string const& text, Servers& list);
     static std::string SerializeRegistry(Servers const& list);
 
-    std::string m_name;
+    std::string const m_name;
     /// A bad line is reported once until the next write.
     std::atomic<bool> m_syntaxWarned{false};
-    /// Guards Initialize and Terminate only.
-    std::mutex m_lifecycle;
-    std::atomic<bool> m_initialized{false};
-    std::shared_ptr<SharedMemory> m_memory;
-    SharedMutex m_mutex;
+    /// Guards m_table; held while the block is mapped.
+    std::mutex m_guard;
+    Table m_table;
 };
