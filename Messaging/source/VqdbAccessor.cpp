@@ -52,17 +52,20 @@ std::vector<std::string> VqdbAccessor::CompleteArguments(std::vector<std::string
 ProcessResult VqdbAccessor::Run(std::vector<std::string> const& commandLine) const {
     constexpr std::chrono::milliseconds kLook{100};
     constexpr std::chrono::seconds kLastWord{1};
+    constexpr std::chrono::seconds kLongest{30};
     ProcessFactory factory(commandLine);
     factory.ReadingStdoutStderr();
     if (!m_stop.stop_possible()) {
         return factory.Run();
     }
     auto const start = std::chrono::steady_clock::now();
+    // Also at the very end a tool has the time to disconnect a port.
+    auto const mayRun = [&] {
+        return std::chrono::steady_clock::now() - start < (m_stop.stop_requested() ? kLastWord : kLongest);
+    };
     Process process = factory.Spawn();
     ProcessResult result = process.WaitForExit(kLook);
-    // Also at the very end a tool has the time to disconnect a port.
-    while (result.state == ProcessResult::kNone &&
-           (!m_stop.stop_requested() || std::chrono::steady_clock::now() - start < kLastWord)) {
+    while (result.state == ProcessResult::kNone && mayRun()) {
         result = process.WaitForExit(kLook);
     }
     return result.state == ProcessResult::kNone ? process.Kill() : result;
@@ -167,10 +170,11 @@ bool VqdbAccessor::GetPackageState(VqdbPackageState& state, std::string const& p
             }
             return true;
         }
-        if (s_formatAlarm) {
-            LOG_W("Assuming package %s is (still) running", package.c_str());
-            state = VqdbPackageState::Running;
+        if (!s_formatAlarm) {
+            return false;
         }
-        return s_formatAlarm.load();
+        LOG_W("Assuming package %s is (still) running", package.c_str());
+        state = VqdbPackageState::Running;
+        return true;
     });
 }

@@ -19,8 +19,8 @@
 class VqdbAccessor {
 public:
     /// @param serial  the device to talk to; empty for the bridge's default
-    /// @param stop    once it is requested, a tool is killed that runs for more than a second. Without it a
-    ///                tool that hangs holds its caller for good.
+    /// @param stop    for callers that must not be held up: a tool is killed that runs for more than 30 s, or
+    ///                1 s once this is requested. Without it a tool that hangs holds its caller for good.
     explicit VqdbAccessor(std::string serial, std::stop_token stop = {});
     VqdbAccessor(VqdbAccessor const&) = delete;
     VqdbAccessor& operator=(VqdbAccessor const&) = delete;

@@ -86,7 +86,7 @@ RemoteDevices::Answer RemoteDevices::Connect(std::string const& serial, int port
     if (found == m_links.end()) {
         m_links[serial] = Link{.port = port, .made = false, .stop = stop, .pairs = {}};
     }
-    return Ask(what, [=, this] { return MakeLink(serial, port, stop.get_token()); });
+    return Ask(what, [=, this] { return MakeLink(serial, port, stop); });
 }
 
 RemoteDevices::Answer RemoteDevices::Disconnect(std::string const& serial) {
@@ -190,21 +190,25 @@ void RemoteDevices::Do(std::string const& what, Work const& work) {
     m_jobs[what] = {std::move(answer), Clock::now()};
 }
 
-RemoteDevices::Answer RemoteDevices::MakeLink(std::string const& serial, int port, std::stop_token stop) {
-    std::string error;
-    bool const isNew = m_handler.FindRemoteClient(serial) == nullptr;
-    SocketServerClient* const client = m_handler.ConnectRemoteClient(
-        &m_context, serial, port, m_settings.minimumLevel, error, std::move(stop));
-    if (client == nullptr && error.empty()) {
-        error = "the headset has refused without a reason";
-    }
-    if (client != nullptr && isNew) {
-        if (m_settings.serverPort == 0) {
-            LOG_W("The headset '%s' is not told of this server, which has no port", serial.c_str());
-        } else if (!client->AdvertiseVDS(m_settings.serverPort, m_settings.serverName)) {
-            m_handler.DisconnectRemoteClient(serial);
-            error = "the headset could not be told of this server";
+RemoteDevices::Answer RemoteDevices::MakeLink(std::string const& serial, int port,
+                                              std::stop_source const& stop) {
+    {
+        // It may have been disconnected since this was asked for.
+        std::lock_guard const lock(m_mutex);
+        if (m_stopping) {
+            return {"the server is stopping"};
         }
+        m_links.try_emplace(serial, Link{.port = port, .made = false, .stop = stop, .pairs = {}});
+    }
+    bool const isNew = m_handler.FindRemoteClient(serial) == nullptr;
+    std::string error;
+    try {
+        error = OpenLink(serial, port, stop.get_token());
+    } catch (std::exception const& failure) {  // no socket or thread left
+        error = failure.what();
+    }
+    if (!error.empty() && isNew) {
+        m_handler.DisconnectRemoteClient(serial);
     }
     std::lock_guard const lock(m_mutex);
     if (error.empty()) {
@@ -216,6 +220,25 @@ RemoteDevices::Answer RemoteDevices::MakeLink(std::string const& serial, int por
         m_links.erase(serial);
     }
     return {error};
+}
+
+std::string RemoteDevices::OpenLink(std::string const& serial, int port, std::stop_token stop) {
+    bool const isNew = m_handler.FindRemoteClient(serial) == nullptr;
+    std::string error;
+    SocketServerClient* const client = m_handler.ConnectRemoteClient(
+        &m_context, serial, port, m_settings.minimumLevel, error, std::move(stop));
+    if (client == nullptr) {
+        return error.empty() ? "the headset has refused without a reason" : error;
+    }
+    if (!isNew) {
+        return {};
+    }
+    if (m_settings.serverPort == 0) {
+        LOG_W("The headset '%s' is not told of this server, which has no port", serial.c_str());
+        return {};
+    }
+    bool const told = client->AdvertiseVDS(m_settings.serverPort, m_settings.serverName);
+    return told ? "" : "the headset could not be told of this server";
 }
 
 RemoteDevices::Answer RemoteDevices::MakePair(std::string const& serial, Port port) {

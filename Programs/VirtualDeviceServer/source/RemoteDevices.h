@@ -81,7 +81,9 @@ private:
     void Run(std::stop_token const& stop);
     // On the thread.
     void Do(std::string const& what, Work const& work);
-    Answer MakeLink(std::string const& serial, int port, std::stop_token stop);
+    Answer MakeLink(std::string const& serial, int port, std::stop_source const& stop);
+    /// @return why the link cannot be made; empty once it is there
+    std::string OpenLink(std::string const& serial, int port, std::stop_token stop);
     Answer MakePair(std::string const& serial, Port port);
 
     RemoteDeviceHandler& m_handler;
