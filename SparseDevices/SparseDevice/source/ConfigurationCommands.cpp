@@ -16,26 +16,6 @@
 
 namespace {
 
-/// False also for a text that is no number where one is wanted.
-bool Coerce(vq::cfg::Variant& value, std::string const& type, ConfigurationState const& state) {
-    try {
-        return CoerceVariantToType(value, type, state);
-    } catch (std::exception const& error) {
-        LOG_E("'%s' is no %s: %s", ConvertVariantToString(value, false).c_str(), type.c_str(), error.what());
-        return false;
-    }
-}
-
-vq::cfg::Variant DefaultOf(ConfigurationState const& state, vq::cfg::ConfigurationProperty const& property) {
-    vq::cfg::Variant value;
-    try {
-        GetTypeDefaultValue(state, property.common(), value);
-    } catch (std::exception const& error) {
-        LOG_E("No default for '%s': %s", property.common().name().c_str(), error.what());
-    }
-    return value;
-}
-
 template <class Message>
 void CopySettings(ConfigurationState const& state, Message& message) {
     for (auto const& [name, setting] : state.settings.Items()) {
@@ -59,6 +39,17 @@ void FillFromData(ManifestProcessor::ManifestData const& data, Message& message)
     message.set_name(data.deviceName);
     message.set_label(data.deviceLabel);
     CopySettings(data.configurationState, message);
+}
+
+/// Reads the manifest in a request. One that declares an enumeration with nothing to choose makes the message
+/// library throw, and comes from anybody: it must not end the device.
+bool ReadText(ManifestProcessor& processor, std::string const& text) {
+    try {
+        return processor.ProcessManifestString(text);
+    } catch (std::exception const& error) {
+        LOG_E("The manifest cannot be read: %s", error.what());
+        return false;
+    }
 }
 
 bool RefuseText(AMessagePipeRequestReply* pipe) {
@@ -97,10 +88,11 @@ bool SparseDeviceCommandHandler::OnSetDeviceConfiguration(AMessage* message) {
         if (property == nullptr) {
             LOG_PLAIN_W("Setting unknown property '%s' on %s", name.c_str(),
                         Device()->Descriptor()->name.c_str());
-        } else if (std::string const& type = property->common().type(); !Coerce(value, type, state)) {
+        } else if (std::string const& type = property->common().type();
+                   !TryCoerceVariantToType(value, type, state)) {
             return MessageUtils::SendErrorAndLog<vq::sd::SetDeviceConfiguration::Error>(
                 RequestPipe(), "Cannot set property '" + name + "' to incompatible value " +
-                                   ConvertVariantToString(setting.value(), false) + "; type is " + type);
+                                   ConvertVariantToString(value, false) + "; type is " + type);
         }
         state.SetValue(name, std::move(value));
     }
@@ -115,7 +107,9 @@ bool SparseDeviceCommandHandler::OnResetDeviceConfiguration(AMessage* message) {
     for (std::string const& name : request.names()) {
         vq::cfg::ConfigurationProperty const* const property = state.properties.Find(name);
         if (!request.remove() && property != nullptr) {
-            state.SetValue(name, DefaultOf(state, *property));
+            vq::cfg::Variant value;
+            GetTypeDefaultValue(state, property->common(), value);
+            state.SetValue(name, std::move(value));
         } else {
             state.RemoveValue(name);
         }
@@ -128,7 +122,7 @@ bool SparseDeviceCommandHandler::OnDeserializeDeviceConfiguration(AMessage* mess
     LOG_T("SparseDeviceCommandHandler::OnDeserializeDeviceConfiguration");
     auto const request = DecodeCommand<vq::sd::DeserializeDeviceConfiguration>(RequestPipe(), message);
     ManifestProcessor processor;
-    if (!processor.ProcessManifestString(request.text())) {
+    if (!ReadText(processor, request.text())) {
         return RefuseText(RequestPipe());
     }
     vq::sd::DeserializeDeviceConfiguration::Reply reply;
@@ -148,7 +142,7 @@ bool SparseDeviceCommandHandler::OnDeserializeMultiDeviceConfiguration(AMessage*
     LOG_T("SparseDeviceCommandHandler::OnDeserializeMultiDeviceConfiguration");
     auto const request = DecodeCommand<vq::sd::DeserializeMultiDeviceConfiguration>(RequestPipe(), message);
     ManifestProcessor processor;
-    if (!processor.ProcessManifestString(request.text())) {
+    if (!ReadText(processor, request.text())) {
         return RefuseText(RequestPipe());
     }
     vq::sd::DeserializeMultiDeviceConfiguration::Reply reply;

@@ -231,13 +231,16 @@ TEST_F(DeviceTest, ChangesItsConfigurationOnCommand) {
     EXPECT_EQ(device->Configuration().GetValue("Count").integer_value(), 12);
     EXPECT_EQ(Ask(GetDeviceConfiguration()).settings_size(), 2);
 
-    set.Clear();
-    *set.add_settings() = Setting("free", "kept");
-    *set.add_settings() = Setting("Count", "abc");
-    *set.add_settings() = Setting("free", "never reached");
-    EXPECT_EQ(Exchange<SetDeviceConfiguration::Error>(set).message(),
-              "Cannot set property 'Count' to incompatible value abc; type is integer");
-    EXPECT_EQ(device->Configuration().GetValue("free").string_value(), "kept");
+    for (auto const& [text, read] : {std::pair("abc", "abc"), std::pair("12abc", "12")}) {
+        set.Clear();
+        *set.add_settings() = Setting("free", text);
+        *set.add_settings() = Setting("Count", text);
+        *set.add_settings() = Setting("free", "never reached");
+        EXPECT_EQ(
+            Exchange<SetDeviceConfiguration::Error>(set).message(),
+            "Cannot set property 'Count' to incompatible value " + std::string(read) + "; type is integer");
+        EXPECT_EQ(device->Configuration().GetValue("free").string_value(), text);
+    }
 
     ResetDeviceConfiguration reset;
     reset.add_names("Count");
@@ -274,8 +277,13 @@ TEST_F(DeviceTest, TurnsConfigurationsIntoTextAndBack) {
     auto const back = Ask(readOne);
     EXPECT_EQ(back.name() + back.label(), "aLabel a");
     EXPECT_EQ(back.settings(0).SerializeAsString(), one.settings(0).SerializeAsString());
-    readOne.set_text("[1, {");
-    EXPECT_EQ(AskForError(readOne), "manifest parse error (see log)");
+    for (char const* const text :
+         {"[1, {", R"({"ManifestType": "SparseDevice", "DeviceName": "a", "DeviceType": "Generic",
+                       "EnumerationTypes": {"None": {"Values": []}},
+                       "ConfigurationProperties": {"p": {"Type": "None"}}})"}) {
+        readOne.set_text(text);
+        EXPECT_EQ(AskForError(readOne), "manifest parse error (see log)");
+    }
 }
 
 }  // namespace vq::test
