@@ -11,14 +11,6 @@ namespace {
 constexpr std::array<std::string_view, 7> kStates = {"NotReady", "StartNotReg", "Running",    "OnPause",
                                                      "Paused",   "OnStop",      "SigkillSent"};
 
-/// The text of a string value, in place.
-std::string_view TextOf(Json::Value const& value) {
-    char const* begin = nullptr;
-    char const* end = nullptr;
-    return value.getString(&begin, &end) ? std::string_view(begin, static_cast<std::size_t>(end - begin))
-                                         : std::string_view();
-}
-
 }  // namespace
 
 std::vector<std::string> ParseVqdbDevices(std::string_view output) {
@@ -55,9 +47,9 @@ VqdbPackageQuery FindVqdbPackage(std::string_view output, std::string_view packa
         if (!std::ranges::all_of(
                 members, [](auto const* member) { return member != nullptr && member->isString(); })) {
             query.unexpectedFormat = true;
-        } else if (TextOf(*members[0]) == package && TextOf(*members[1]) == component) {
+        } else if (StringViewOf(*members[0]) == package && StringViewOf(*members[1]) == component) {
             query.found = true;
-            query.state = TextOf(*members[2]);
+            query.state = StringViewOf(*members[2]);
             return query;
         }
     }

@@ -1,22 +1,10 @@
-
-#include <cmath>
-
 #include "TestSupport/LogCapture.h"
 #include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 #include "TestSupport/WireText.h"
-#include "TestSupport/WireWriter.h"
 #include "Utils/ProtoUtils.h"
 
 namespace {
-
-std::string Floats(std::vector<float> const& numbers) {
-    std::string list;
-    for (float const number : numbers) {
-        list += wire::Float(1, number);
-    }
-    return wire::Text(7, list);
-}
 
 vq::cfg::Variant Read(std::string const& bytes) {
     vq::cfg::Variant value;
@@ -58,26 +46,6 @@ TEST(VariantGeometry, IsReadLenientlyOrLeavesTheDefaultInForce) {
         Check(bytes, glm::vec3(9, 8, 7), three, "vector 3");
         Check(bytes, glm::vec4(9, 8, 7, 6), four, "vector 3 or 4");
         Check(bytes, glm::quat(9, 8, 7, 6), rotation, "quaternion");
-    }
-}
-
-TEST(VariantGeometry, ThreeAnglesInDegreesGiveTheRotationToTheLastBit) {
-    std::vector<std::vector<float>> triples = {
-        {30, 40, 50}, {0, 90, 0}, {10, -90, 20}, {180, 0, 0}, {0, 0, 360}};
-    for (auto const& angles : triples) {
-        float c[3];
-        float s[3];
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            float const half = angles[axis] * 0.017453292f * 0.5f;
-            c[axis] = std::cos(half);
-            s[axis] = std::sin(half);
-        }
-        glm::quat rotation(0, 0, 0, 0);
-        ProtoUtils::ConvertTo(Read(Floats(angles)), &rotation);
-        EXPECT_EQ(
-            rotation,
-            glm::quat(c[0] * c[1] * c[2] + s[0] * s[1] * s[2], s[0] * c[1] * c[2] - c[0] * s[1] * s[2],
-                      c[0] * s[1] * c[2] + s[0] * c[1] * s[2], c[0] * c[1] * s[2] - s[0] * s[1] * c[2]));
     }
 }
 

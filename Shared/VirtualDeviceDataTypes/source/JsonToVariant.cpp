@@ -2,6 +2,7 @@
 
 #include "DataTypes/VariantUtils.h"
 #include "Logging/Log.h"
+#include "Utils/JsonUtils.h"
 
 #include <utility>
 #include <vector>

@@ -2,13 +2,15 @@
 
 #include "DataTypes/PropertyType.h"
 
+#include <algorithm>
+
 bool PropertyInfo::IsKnownType(std::string const& name) const {
-    return PropertyType::IsKnownType(name) || PropertyType::IsBuiltinType(name) ||
-           enumerations.Contains(name) || simpleTypes.Contains(name) || arrayTypes.Contains(name);
+    return PropertyType::IsKnownType(name) || IsBuiltinType(name) || enumerations.Contains(name) ||
+           simpleTypes.Contains(name) || arrayTypes.Contains(name);
 }
 
-bool PropertyInfo::IsBuiltinType(std::string const& name) const {
-    return PropertyType::IsBuiltinType(name);
+bool PropertyInfo::IsBuiltinType(std::string_view name) {
+    return std::ranges::find(builtinTypes, name) != builtinTypes.end();
 }
 
 std::string PropertyInfo::ConvertSimpleTypeToBaseType(std::string const& name) const {

@@ -1,5 +1,7 @@
 #include "DataTypes/PropertyType.h"
 
+#include "DataTypes/PropertyInfo.h"
+
 #include <algorithm>
 #include <array>
 #include <initializer_list>
@@ -8,21 +10,9 @@ using vq::cfg::Variant;
 
 namespace {
 
-// The names that are both known and built in.
-constexpr std::array<std::string_view, 18> CommonTypes = {
-    "integer",   "float",    "string",       "boolean", "integerList", "stringList",
-    "floatList", "namedMap", "namedMapList", "point2",  "point3",      "vec3",
-    "vec4",      "quat",     "rgb",          "rgba",    "keyOrButton", "analogInput",
-};
-
 constexpr std::array<std::string_view, 8> FloatListTypes = {
     "floatList", "point2", "point3", "vec3", "vec4", "rgb", "rgba", "quat",
 };
-
-template <std::size_t Size>
-bool Contains(std::array<std::string_view, Size> const& names, std::string_view name) {
-    return std::find(names.begin(), names.end(), name) != names.end();
-}
 
 bool SetFloats(Variant& out, std::initializer_list<float> values) {
     vq::cfg::FloatList& list = *out.mutable_float_list();
@@ -91,15 +81,11 @@ bool SetGeometryDefault(std::string_view typeName, Variant& out) {
 namespace PropertyType {
 
 bool IsKnownType(std::string_view name) {
-    return name == "any" || Contains(CommonTypes, name);
-}
-
-bool IsBuiltinType(std::string_view name) {
-    return name == "booleanList" || Contains(CommonTypes, name);
+    return name == "any" || (name != "booleanList" && PropertyInfo::IsBuiltinType(name));
 }
 
 bool IsFloatListType(std::string_view name) {
-    return Contains(FloatListTypes, name);
+    return std::ranges::find(FloatListTypes, name) != FloatListTypes.end();
 }
 
 }  // namespace PropertyType

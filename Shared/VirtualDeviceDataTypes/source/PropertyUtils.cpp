@@ -88,27 +88,9 @@ bool ReadDefault(JsonPath const& path, Json::Value const* member, CommonProperty
            ConvertJsonAt(JsonPath(path, ".", "Default"), *member, *out.mutable_default_value());
 }
 
-bool ReadType(JsonPath const& path, Json::Value const* member, PropertyInfo const& info,
-              CommonProperty& out) {
-    std::string& type = *out.mutable_type();  // set in any case: the field is a required one
-    if (!ReadStringAt(path, member, "Type", true, type)) {
-        return false;
-    }
-    if (member != nullptr && !info.IsKnownType(type)) {
-        LOG_PLAIN_W("%s has undefined type '%s'", path.Text().c_str(), type.c_str());
-    }
-    return true;
-}
-
-bool ReadCategory(JsonPath const& path, Json::Value const* member, PropertyInfo const& info,
-                  CommonProperty& out) {
-    if (!ReadOptionalString(path, member, "Category", [&] { return out.mutable_category(); })) {
-        return false;
-    }
-    if (member != nullptr && !info.categories.Contains(out.category())) {
-        LOG_PLAIN_W("%s has undefined category '%s'", path.Text().c_str(), out.category().c_str());
-    }
-    return true;
+bool ReadType(JsonPath const& path, Json::Value const* member, CommonProperty& out) {
+    // Set in any case: the field is a required one.
+    return ReadStringAt(path, member, "Type", true, *out.mutable_type());
 }
 
 /// Wrong kinds of these two are logged, and the fields stay unset.
@@ -128,6 +110,16 @@ void ReadPriority(Json::Value const* member, CommonProperty& out) {
 
 bool ReadMetadata(JsonPath const& path, Json::Value const* member, CommonProperty& out) {
     return member == nullptr || ParseNamedMapAt(path, member, "Metadata", *out.mutable_metadata());
+}
+
+void WarnOfUndefinedNames(JsonPath const& path, PropertyMembers const& members, PropertyInfo const& info,
+                          CommonProperty const& property) {
+    if (members.type != nullptr && !info.IsKnownType(property.type())) {
+        LOG_PLAIN_W("%s has undefined type '%s'", path.Text().c_str(), property.type().c_str());
+    }
+    if (members.category != nullptr && !info.categories.Contains(property.category())) {
+        LOG_PLAIN_W("%s has undefined category '%s'", path.Text().c_str(), property.category().c_str());
+    }
 }
 
 /// Gives a property with range keys a simple type of its own, based on its declared type.
@@ -156,17 +148,18 @@ bool ParseCommonPropertyAt(JsonPath const& path, std::string_view name, Json::Va
     PropertyMembers const members(value);
     out.set_name(name.data(), name.size());
     if (!ReadTexts(path, members, out) || !ReadDefault(path, members.defaultValue, out) ||
-        !ReadType(path, members.type, info, out)) {
+        !ReadType(path, members.type, out)) {
         return false;
     }
     ReadUserVisible(members.userVisible, out);
-    if (!ReadCategory(path, members.category, info, out)) {
+    if (!ReadOptionalString(path, members.category, "Category", [&] { return out.mutable_category(); })) {
         return false;
     }
     ReadPriority(members.priority, out);
     if (!ReadMetadata(path, members.metadata, out)) {
         return false;
     }
+    WarnOfUndefinedNames(path, members, info, out);
     if (!members.range.IsEmpty() && !MakeSyntheticType(path, members.range, info, out)) {
         return false;
     }
@@ -207,7 +200,7 @@ bool CompleteDefault(JsonPath const& path, PropertyInfo const& info, CommonPrope
         *property.mutable_default_value() = std::move(value);
         return true;
     }
-    if (info.arrayTypes.Contains(property.type()) || info.IsBuiltinType(property.type())) {
+    if (info.arrayTypes.Contains(property.type()) || PropertyInfo::IsBuiltinType(property.type())) {
         return true;
     }
     LOG_PLAIN_E("%s should have a Default (I can't guess for type %s)", path.Text().c_str(),

@@ -27,6 +27,14 @@ inline std::string_view MemberNameOf(Json::Value::const_iterator const& member) 
     return {begin, static_cast<std::size_t>(end - begin)};
 }
 
+/// The text of a string, without a copy; empty for any other value. Lives as long as the value.
+inline std::string_view StringViewOf(Json::Value const& value) {
+    char const* begin = nullptr;
+    char const* end = nullptr;
+    return value.getString(&begin, &end) ? std::string_view(begin, static_cast<std::size_t>(end - begin))
+                                         : std::string_view();
+}
+
 /// Looks up several members in one walk, for which an object with few members is quicker than many look-ups.
 /// @return the members in the order of the keys, null for each that is absent.
 template <std::size_t Count>

@@ -3,7 +3,9 @@
 #include "Config.pb.h"
 #include "DataTypes/SimpleRegistry.h"
 
+#include <array>
 #include <string>
+#include <string_view>
 
 /// The name of the enumerant that an enumeration starts from; empty when none is declared. It travels in the
 /// message's only free text.
@@ -32,13 +34,19 @@ public:
     /// True for a declared enumeration, simple type or array type, and for every built-in name.
     bool IsKnownType(std::string const& name) const;
 
-    /// True for the built-in type names, which every PropertyInfo has.
-    bool IsBuiltinType(std::string const& name) const;
+    /// True for the names in builtinTypes.
+    static bool IsBuiltinType(std::string_view name);
 
     /// The base type of a simple type, and any other name as it is. One step only: a simple type built on a
     /// simple type yields the inner name.
     std::string ConvertSimpleTypeToBaseType(std::string const& name) const;
 
+    /// The types that need no declaration: every base type but "any".
+    static constexpr std::array<std::string_view, 19> builtinTypes = {
+        "integer",     "float",    "string",       "boolean",     "integerList", "floatList", "stringList",
+        "booleanList", "namedMap", "namedMapList", "point2",      "point3",      "vec3",      "vec4",
+        "quat",        "rgb",      "rgba",         "keyOrButton", "analogInput",
+    };
     SimpleRegistry<std::string, vq::cfg::Enumeration> enumerations;
     SimpleRegistry<std::string, vq::cfg::Constant> constants;
     SimpleRegistry<std::string, vq::cfg::SimpleType> simpleTypes;

@@ -8,12 +8,9 @@
 /// Fixed knowledge about the type names of the property language. Any thread.
 namespace PropertyType {
 
-/// True for the names that a declaration may use in any place. "any" is one of them though no built-in type;
-/// "booleanList" is none, though it is.
+/// True for the names that a declaration may use in any place: the built-in types
+/// (PropertyInfo::builtinTypes) but "booleanList", and "any".
 bool IsKnownType(std::string_view name);
-
-/// True for the built-in types, which every PropertyInfo has: every base type but "any".
-bool IsBuiltinType(std::string_view name);
 
 /// True for the types whose values are lists of floats: lists, points, colours and the quaternion.
 bool IsFloatListType(std::string_view name);
