@@ -60,21 +60,20 @@ bool SocketServerClient::Validate(std::uint32_t minimumLevel, std::string& error
     if (!Try(&Send, message, timedOut)) {
         if (timedOut) {
             error =
-                "Was not able to send version check request.\nBe sure the device is connected properly and "
-                "that the "
-                "com.corvane.tl_server package is running.";
+                "Was not able to send version check request.\n"
+                "Be sure the device is connected properly and that the com.corvane.tl_server package is "
+                "running.";
         }
         return false;
     }
     if (!Try(&Recv, message, timedOut)) {
         if (timedOut) {
             error =
-                "Did not receive a reply to the version check request.\nNOTE: this usually indicates a "
-                "mismatch "
-                "between a consumer vs. R&D device.\nIf you have a consumer device, you need an official "
-                "release of "
-                "Orbis SDK to talk to it.\nOtherwise, be sure the device is connected properly and that the "
-                "com.corvane.tl_server package is running.";
+                "Did not receive a reply to the version check request.\n"
+                "NOTE: this usually indicates a mismatch between a consumer vs. R&D device.\n"
+                "If you have a consumer device, you need an official release of Orbis SDK to talk to it.\n"
+                "Otherwise, be sure the device is connected properly and that the com.corvane.tl_server "
+                "package is running.";
         }
         return false;
     }

@@ -64,9 +64,8 @@ bool ReadVersionReply(std::string_view reply, std::uint32_t minimumLevel, std::s
     }
     if (reply.size() < kWordLength + sizeof(std::uint32_t)) {
         error =
-            "Unexpectedly short reply to VER command.  Verify that Tessel and the com.corvane.tl_server "
-            "package "
-            "match.";
+            "Unexpectedly short reply to VER command.  "
+            "Verify that Tessel and the com.corvane.tl_server package match.";
         return false;
     }
     std::uint32_t const level = SocketServerBase::ReadUint32(reply, kWordLength);

@@ -5,7 +5,6 @@
 
 #include <array>
 #include <cstdlib>
-#include <string_view>
 
 #include "Messaging/MessageAddress.h"
 #include "ServerEvents.pb.h"
@@ -16,7 +15,6 @@ namespace vq::headset {
 namespace {
 
 constexpr char kProtocolVersion = 3;
-constexpr std::string_view kGood = "ACK";
 
 /// `count` bytes of a number, the greatest first.
 std::string Bytes(std::uint32_t value, int count) {
@@ -35,6 +33,10 @@ std::string CommandOf(std::string const& request) {
     return request.substr(0, IsTest(request) ? 4 : 3);
 }
 
+std::string Accept(std::string const& content = {}) {
+    return "ACK" + content;
+}
+
 std::string Refuse(std::string const& text) {
     return "NAK" + text;
 }
@@ -47,7 +49,7 @@ std::string AnswerSharedMemory(std::string const& request, std::string& descript
     description = "MEM write port " + std::to_string(HeadsetServer::PortIn(request, 3)) + " read port " +
                   std::to_string(HeadsetServer::PortIn(request, 5)) + " memory '" + event.memory_id() +
                   "' of " + std::to_string(event.size()) + " bytes";
-    return std::string(kGood);
+    return Accept();
 }
 
 std::string AnswerTest(std::string const& request, std::string& description) {
@@ -57,7 +59,7 @@ std::string AnswerTest(std::string const& request, std::string& description) {
     description = "TEST number " + std::to_string(static_cast<unsigned char>(request[4])) + " port " +
                   std::to_string(HeadsetServer::PortIn(request, 5)) + " for " +
                   std::to_string(HeadsetServer::PortIn(request, 7)) + " s";
-    return std::string(kGood);
+    return Accept();
 }
 
 }  // namespace
@@ -162,26 +164,26 @@ void HeadsetServer::Serve(Frames frames) {
 
 std::string HeadsetServer::ReplyTo(std::string const& request, std::string& description) const {
     std::string const command = CommandOf(request);
-    std::string const good(kGood);
     if (command == "VER") {
         bool const known = request.size() == 4 && request[3] == kProtocolVersion;
-        return known ? good + Bytes(m_level, 4) : Refuse("Bad VER message");
+        return known ? Accept(Bytes(m_level, 4)) : Refuse("Bad VER message");
     }
     if (command == "GET" && request.size() == 3) {
         int port = 0;
-        return GetEphemeralPort(port) ? good + Bytes(static_cast<std::uint32_t>(port), 2) : "ERRno free port";
+        return GetEphemeralPort(port) ? Accept(Bytes(static_cast<std::uint32_t>(port), 2))
+                                      : "ERRno free port";
     }
     if (command == "VDS" && request.size() > 5) {
         description = "VDS port " + std::to_string(HeadsetServer::PortIn(request, 3)) + " name '" +
                       request.substr(5) + "'";
-        return good;
+        return Accept();
     }
     if (command == "MEM") {
         return AnswerSharedMemory(request, description);
     }
     if (command == "MUM" && request.size() > 4) {
         description = "MUM flag " + std::to_string(request[3]) + " memory '" + request.substr(4) + "'";
-        return good;
+        return Accept();
     }
     return IsTest(request) ? AnswerTest(request, description) : Refuse("Bad " + command + " message");
 }
