@@ -7,6 +7,7 @@
 #include "Logging/LogConfig.h"
 #include "TestSupport/LogCapture.h"
 #include "TestSupport/Test.h"
+#include "Utils/TextUtils.h"
 
 namespace vq::test {
 
@@ -38,8 +39,7 @@ public:
     std::vector<std::string> Messages(std::string const& file) {
         handler->Flush();
         std::vector<std::string> messages;
-        std::istringstream text(ReadFile(file));
-        for (std::string line; std::getline(text, line);) {
+        for (std::string const& line : SplitLines(ReadFile(file), false)) {
             std::size_t const location = line.find("] ");
             messages.push_back(line.starts_with("*** ")        ? "***"
                                : location != std::string::npos ? line.substr(location + 2)
@@ -49,17 +49,33 @@ public:
     }
     std::vector<std::string> Messages() { return Messages(path); }
 
-    /// Names in the directory, sorted, without hidden ones.
-    std::vector<std::string> Names() const {
-        std::vector<std::string> names;
+    /// Names in the directory without hidden ones.
+    std::set<std::string> Names() const {
+        std::set<std::string> names;
         for (auto const& entry : std::filesystem::directory_iterator(directory)) {
-            std::string const name = entry.path().filename();
-            if (name.front() != '.') {
-                names.push_back(name);
+            names.insert(entry.path().filename());
+        }
+        std::erase_if(names, [](std::string const& name) { return name.front() == '.'; });
+        return names;
+    }
+    /// Of messages "WRITER NUMBER" in all files: the sorted numbers of each writer. Others count as well, by
+    /// their first word: "***" and "torn:".
+    std::map<std::string, std::multiset<int>> Count() {
+        std::map<std::string, std::multiset<int>> numbers;
+        for (std::string const& name : Names()) {
+            for (std::string const& message : Messages(directory + name)) {
+                std::string const writer = message.substr(0, message.find(' '));
+                numbers[writer].insert(std::atoi(message.c_str() + writer.size()));
             }
         }
-        std::sort(names.begin(), names.end());
-        return names;
+        return numbers;
+    }
+    static std::multiset<int> AllBelow(int count) {
+        std::multiset<int> numbers;
+        while (count > 0) {
+            numbers.insert(--count);
+        }
+        return numbers;
     }
 
     static void SetModified(std::string const& file, std::time_t time) {

@@ -41,11 +41,8 @@ TEST(LogConfigTest, TheRedirectorPrintsEveryRecordOnStandardErrorOnly) {
     LogConfig config(false);
     auto* const handler = new CountingHandler(config, LogTarget::File);
     config.AddLogHandler(handler);
-    int seenBefore = 0;
-    config.SetLogCallback([&seenBefore](LogRecord const&) {
-        ++seenBefore;
-        return true;
-    });
+    int seen = 0;
+    config.SetLogCallback([&seen](LogRecord const&) { return ++seen > 0; });
     testing::internal::CaptureStderr();
     {
         LogToStderrRedirector const redirector(config);
@@ -53,9 +50,10 @@ TEST(LogConfigTest, TheRedirectorPrintsEveryRecordOnStandardErrorOnly) {
         config.Dispatch(MakeRecord(LogLevel::Error, "second"));
     }
     config.Dispatch(MakeRecord(LogLevel::Error, "third"));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "I [Run] first\nE [Channel.cpp:120] second\n");
-    EXPECT_EQ(handler->m_records, 1);
-    EXPECT_EQ(seenBefore, 1);
+    EXPECT_EQ(config.EnsureLogHandler<LogHandler>(static_cast<LogTarget>(7)), nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "I [Run] first\nE [Channel.cpp:120] second\nUnknown log target 7\n");
+    EXPECT_TRUE(handler->m_records == 1 && seen == 1);
 }
 
 TEST(LogConfigTest, ThreadsLogWhileHandlersComeAndGo) {

@@ -1,8 +1,6 @@
 #include <sys/stat.h>
-#include <sys/wait.h>
 
 #include "TestSupport/Test.h"
-#include "Utils/FileDescriptor.h"
 #include "Utils/OSUtils.h"
 
 namespace {
@@ -89,39 +87,23 @@ TEST_F(FileUtilsTest, RemovesATreeWithoutFollowingItsLinksAndNamesWhatStays) {
     EXPECT_FALSE(DirectoryExists("odd/b"));
 }
 
-TEST_F(FileUtilsTest, TheLockExcludesAnotherProcessUntilItIsReleased) {
-    std::FILE* const file = OpenSharedFile("lock", "w+");
-    int held[2];
-    int release[2];
-    ASSERT_EQ(::pipe(held) + ::pipe(release), 0);
-    pid_t const child = ::fork();
-    if (child == 0) {
-        std::FILE* const own = OpenSharedFile("lock", "r+");
-        bool const told = ::write(held[1], LockFile(own, seconds::max()) ? "y" : "n", 1) == 1;
-        char byte = 0;
-        ::close(release[1]);
-        ::_exit(told && ::read(release[0], &byte, 1) == 0 && UnlockFile(own) ? 0 : 1);
-    }
-    ::close(release[0]);
-    FileDescriptor releaser(release[1]);
-    char answer = 0;
-    ASSERT_EQ(::read(held[0], &answer, 1), 1);
-    EXPECT_EQ(answer, 'y');
+TEST_F(FileUtilsTest, TheLockOfOneOpenExcludesAnotherUntilItIsReleased) {
+    std::FILE* const own = OpenSharedFile("lock", "w+");
+    std::FILE* const other = OpenSharedFile("lock", "r+");
+    EXPECT_TRUE(LockFile(own, seconds::max()));
     bool timedOut = false;
     auto const start = std::chrono::steady_clock::now();
-    EXPECT_FALSE(LockFile(file, seconds(1), &timedOut));
+    EXPECT_FALSE(LockFile(other, seconds(1), &timedOut));
     EXPECT_TRUE(timedOut);
     EXPECT_GE(std::chrono::steady_clock::now() - start, seconds(1));
 
-    releaser.Reset();
-    EXPECT_TRUE(LockFile(file, seconds(300), &timedOut));
+    auto waiting = std::async(std::launch::async, [&] { return LockFile(other, seconds(300), &timedOut); });
+    EXPECT_TRUE(LockFile(own, seconds::max() - seconds(1))) << "held by this open already";
+    EXPECT_TRUE(UnlockFile(own));
+    EXPECT_TRUE(waiting.get());
     EXPECT_FALSE(timedOut);
-    EXPECT_TRUE(LockFile(file, seconds::max() - seconds(1))) << "held by this open already";
-    EXPECT_TRUE(UnlockFile(file));
-    int status = -1;
-    ::waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
-    std::fclose(file);
+    std::fclose(own);
+    std::fclose(other);
 }
 
 }  // namespace

@@ -1,5 +1,3 @@
-
-
 #include "TestSupport/Test.h"
 #include "Utils/OSUtils.h"
 
@@ -60,12 +58,10 @@ TEST(ProcessUtilsTest, TheTemporaryDirectoryIsTriedUntilItCanBeMadeAndThenKept) 
 }
 
 TEST(ProcessUtilsTest, TakesDataRootsFromTheEnvironment) {
-    EXPECT_FALSE(IsTestDataRootPathDefined());
     EXPECT_EQ(GetTestDataRootPath(), "test/");
     ::setenv("VQ_VDS_DATA", "/some/data", 1);
     ::setenv("VQ_VDS_TEST", "/some/test/", 1);
     EXPECT_EQ(GetDataRootPath() + GetTestDataRootPath(), "/some/data//some/test/");
-    EXPECT_TRUE(IsTestDataRootPathDefined());
     ::unsetenv("HOME");
     std::filesystem::current_path("/usr");
     EXPECT_EQ(GetUserHomeDirectory(), EnsureDirectoryPath(GetCurrentWorkingDirectory()));
