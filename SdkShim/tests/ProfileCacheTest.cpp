@@ -73,12 +73,5 @@ TEST(ProfileCacheTest, TheMessageCarriesWhatTheCallerHasSet) {
     ASSERT_TRUE(message.IsInitialized());
     ExpectRecords(*out, message);
     EXPECT_EQ(message.attributes(1).value(), "mine");
-
-    cache.ClearProfile();
-    EXPECT_EQ(cache.Profile()->attribute_count, 0u);
-    vq::sd::VQIdentityProfile empty;
-    cache.FillMessage(empty);
-    EXPECT_TRUE(empty.IsInitialized());
-    EXPECT_EQ(empty.attributes_size(), 0);
     EXPECT_FALSE(cache.FillVQProfileAttributeNames(nullptr));
 }

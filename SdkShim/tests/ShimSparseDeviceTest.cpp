@@ -8,6 +8,7 @@
 #include "TestSupport/FakeServer.h"
 #include "TestSupport/LogCapture.h"
 #include "TestSupport/Test.h"
+#include "TestSupport/WireText.h"
 #include "identity/IdentitySparseDevice.h"
 
 using vq::IdentityShim::IdentitySparseDevice;
@@ -122,12 +123,8 @@ TEST_F(ShimSparseDeviceTest, TheApplicationIsRegisteredOnce) {
     EXPECT_FALSE(m_device.EnsureVQSDKApplicationRegistered());
     EXPECT_TRUE(m_log.Has(LogLevel::Error, "full house"));
 
-    m_server.On<Register>([](Register const&) {
-        auto reply = std::make_unique<Register::Reply>();
-        reply->set_application_id(0x80000001u);
-        return reply;
-    });
-    m_server.On<Unregister>([](Unregister const&) { return std::make_unique<Unregister::Reply>(); });
+    m_server.Answer<Register>(wire::Bytes("1:2147483649"));
+    m_server.Answer<Unregister>();
     m_server.ClearRequests();
     EXPECT_TRUE(m_device.EnsureVQSDKApplicationRegistered());
     EXPECT_TRUE(m_device.EnsureVQSDKApplicationRegistered());

@@ -12,11 +12,6 @@ namespace {
 using namespace vq::vds;
 
 template <class R>
-void AnswerEmpty(FakeServer& server) {
-    server.On<R>([](R const&) { return std::make_unique<typename R::Reply>(); });
-}
-
-template <class R>
 void AnswerAddress(FakeServer& server, MessageAddress const& base, char const* logicalName) {
     server.On<R>([base, logicalName](R const&) {
         auto reply = std::make_unique<typename R::Reply>();
@@ -55,12 +50,12 @@ void FakeServer::SetupAnswers() {
 }
 
 void FakeServer::SetupDeviceAnswers() {
-    AnswerEmpty<GetChannelInfos>(*this);
-    AnswerEmpty<UnregisterSparseDevice>(*this);
-    AnswerEmpty<UnregisterSparseDeviceChannels>(*this);
-    AnswerEmpty<SparseDeviceStatsUpdate>(*this);
-    AnswerEmpty<SendSparseDeviceEvent>(*this);
-    AnswerEmpty<AddChannelMappings>(*this);
+    Answer<GetChannelInfos>();
+    Answer<UnregisterSparseDevice>();
+    Answer<UnregisterSparseDeviceChannels>();
+    Answer<SparseDeviceStatsUpdate>();
+    Answer<SendSparseDeviceEvent>();
+    Answer<AddChannelMappings>();
     On<RegisterSparseDevice>([this](RegisterSparseDevice const& request) {
         std::int32_t const id = m_nextDeviceId++;
         std::string const& name = request.description().name();
@@ -111,13 +106,9 @@ FakeServer::Reply FakeServer::OpenDataListener(CreateServerDataEventListenerAddr
 }
 
 void FakeServer::SetupApplicationAnswers() {
-    On<RegisterDeviceApplication>([](RegisterDeviceApplication const&) {
-        auto reply = std::make_unique<RegisterDeviceApplication::Reply>();
-        reply->set_application_id(7);
-        return reply;
-    });
-    AnswerEmpty<ReportDeviceApplicationInitialized>(*this);
-    AnswerEmpty<UnregisterDeviceApplication>(*this);
+    Answer<RegisterDeviceApplication>("\x08\7");  // its id
+    Answer<ReportDeviceApplicationInitialized>();
+    Answer<UnregisterDeviceApplication>();
 }
 
 }  // namespace vq::test

@@ -10,6 +10,7 @@
 #include "TestSupport/LogCapture.h"
 #include "TestSupport/RawWire.h"
 #include "TestSupport/Test.h"
+#include "TestSupport/WireText.h"
 
 namespace vq::test {
 

@@ -134,16 +134,11 @@ TEST_F(DeviceTest, AFailedReturnIsTriedAgainInTheNextStep) {
 
 TEST_F(DeviceTest, InitFailsWhereverTheServerRefuses) {
     auto const refuse = [](auto const&) { return FakeServer::Refuse("no"); };
-    auto const noId = [](auto const&) {
-        auto reply = std::make_unique<RegisterSparseDevice::Reply>();
-        reply->set_device_id(0);
-        reply->set_auto_stats(false);
-        return reply;
-    };
     std::pair<std::function<void()>, char const*> const cases[] = {
         {[&] { server->On<CreateServerDataEventListenerAddress>(refuse); },
          "Failed to get server data event listener address"},
-        {[&] { server->On<RegisterSparseDevice>(noId); }, "Failed to setup communication channels"},
+        {[&] { server->Answer<RegisterSparseDevice>(wire::Bytes("1:0 2:0")); },
+         "Failed to setup communication channels"},
         {[&] { server->On<GetServerDataEventBroadcastAddress>(refuse); },
          "Failed to get server data event broadcast address"},
         {[&] { server->On<GetServerEventAddress>(refuse); }, "Failed to get server event address"},

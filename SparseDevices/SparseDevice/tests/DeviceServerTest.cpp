@@ -71,29 +71,75 @@ TEST_F(DeviceTest, AnnouncesAndWithdrawsChannelsAtOnceWhileInitialized) {
     EXPECT_EQ(device->MakeProducerChannel("late", "Quat"), late);
     EXPECT_EQ(device->MakeProducerChannel("late", "Vec3"), nullptr) << "of another type";
     EXPECT_EQ(device->MakeObserverChannel("nobody knows"), nullptr);
+    device->Configuration().SetValue("Where", "pose");
+    ChannelObserver* const seen = device->MakeObserverChannelFromProperty("Where");
+    ASSERT_NE(seen, nullptr);
+    EXPECT_EQ(device->MakeObserverChannelFromProperty("Where", "Vec3"), seen);
+    EXPECT_EQ(device->MakeProducerChannelFromProperty("Where"), device->Producers().at("pose").get());
+    EXPECT_EQ(seen->GetChannelId(), 5);
+    EXPECT_TRUE(device->UnregisterChannel(seen));
+    EXPECT_FALSE(device->UnregisterChannel(static_cast<ChannelObserver*>(nullptr)));
     EXPECT_EQ(device->RegisterChannel(late), late);
     EXPECT_TRUE(log.Has(LogLevel::Warning, "aleady registered producer channel for late"));
-    EXPECT_EQ(server->Received<RegisterSparseDeviceChannels>().size(), 1u);
+    EXPECT_EQ(server->Received<RegisterSparseDeviceChannels>().size(), 2u);
 
     EXPECT_TRUE(device->UnregisterChannel(late));
-    EXPECT_THAT(server->Received<UnregisterSparseDeviceChannels>().at(0).channel_ids(), ElementsAre(4));
+    EXPECT_THAT(server->Received<UnregisterSparseDeviceChannels>().at(1).channel_ids(), ElementsAre(4));
     EXPECT_FALSE(device->Producers().contains("late"));
 }
 
+TEST_F(DeviceTest, AsksForDevicesAndChannelsAndSaysWhyThereAreNone) {
+    ASSERT_TRUE(Start());
+    LogCapture const log;
+    std::string const info = "1:{1:9 2:'d' 3:'D' 4:'Generic' 5:'p' 5:'q' 6:'o' 7:0 8:0 11:1 12:0}";
+    server->Answer<GetDeviceInfo>(wire::Bytes(info));
+    server->Answer<GetDeviceInfos>(wire::Bytes(info + info));
+    server->Answer<GetDevicesOfType>(wire::Bytes("1:'d' 1:'e'"));
+    server->Answer<GetChannelsOfType>(wire::Bytes("1:'x' 1:'q'"));
+    GetDeviceInfo::Reply one;
+    GetDeviceInfos::Reply all;
+    auto const ask = [&] {
+        return std::tuple{device->GetDeviceInfo("d", one),
+                          device->GetDeviceInfos(all),
+                          device->FindDevicesOfType(SparseDeviceType::Identity),
+                          device->FindChannelsOfType("Vec3", true),
+                          device->FindDeviceChannels("d", vq::ch::ChannelRole_Producer, ""),
+                          device->FindDeviceChannels("d", vq::ch::ChannelRole_Producer, "Vec3"),
+                          device->FindDeviceChannels("d", vq::ch::ChannelRole_Observer, ""),
+                          device->AddChannelProducerFromSelf("p")};  // braces: in this order
+    };
+    EXPECT_EQ(ask(), std::tuple(true, true, Lines{"d", "e"}, Lines{"x", "q"}, Lines{"p", "q"}, Lines{"q"},
+                                Lines{"o"}, true));
+    EXPECT_EQ(one.info().id() + all.infos_size(), 9 + 2);
+    EXPECT_EQ(server->Received<GetDevicesOfType>().at(0).type(), "Identity");
+    EXPECT_TRUE(server->Received<GetChannelsOfType>().at(0).flag());
+    EXPECT_EQ(server->Received<AddChannelMappings>().at(0).mappings(0).device(), "puck");
+    EXPECT_THAT(log.Lines(), IsEmpty());
+
+    server->Answer<GetDeviceInfo, GetDeviceInfo::Error>(wire::Bytes("1:'who?'"));
+    server->Answer<AddChannelMappings, AddChannelMappings::Error>(wire::Bytes("1:{1:'puck' 2:'p'}"));
+    ask();
+    server->On<GetDeviceInfo>([](auto const&) { return FakeServer::Refuse("no"); });
+    server->On<GetDevicesOfType>([](auto const&) { return FakeServer::Refuse("no"); });
+    server->On<GetChannelsOfType>([](auto const&) { return FakeServer::Refuse("no"); });
+    server->On<AddChannelMappings>([](auto const&) { return FakeServer::Refuse("no"); });
+    EXPECT_EQ(ask(), std::tuple(false, true, Lines{}, Lines{}, Lines{}, Lines{}, Lines{}, false));
+    for (char const* const line :
+         {"get device info for d, who?", "get device info who?", "set channel map for 1 channels",
+          "get device info for d", "get device info.", "get device list", "get channel list",
+          "send channel map."}) {
+        EXPECT_TRUE(log.Has(LogLevel::Error, std::string("Failed to ") + line)) << line;
+    }
+}
+
 TEST_F(DeviceTest, TakesAsManyChannelIdsAsTheServerGives) {
-    for (int const count : {0, 2, 7}) {
-        server->On<RegisterSparseDeviceChannels>([count](RegisterSparseDeviceChannels const&) {
-            auto reply = std::make_unique<RegisterSparseDeviceChannels::Reply>();
-            for (int i = 0; i < count; ++i) {
-                reply->add_channel_ids(10 + i);
-            }
-            return reply;
-        });
+    for (auto const& [ids, pose, axis] :
+         {std::tuple{"", 0, 0}, {"1:10 1:11", 11, 0}, {"1:10 1:11 1:12 1:13", 11, 12}}) {
+        server->Answer<RegisterSparseDeviceChannels>(wire::Bytes(ids));
         device = std::make_unique<TestDevice>();
         ASSERT_TRUE(Start());
-        EXPECT_EQ(device->Producers().at("pose")->GetChannelId(), count > 1 ? 11 : 0);
-        EXPECT_EQ(device->Observers().at("axis")->GetChannelId(), count > 2 ? 12 : 0);
-        device.reset();
+        EXPECT_EQ(device->Producers().at("pose")->GetChannelId(), pose);
+        EXPECT_EQ(device->Observers().at("axis")->GetChannelId(), axis);
     }
 }
 

@@ -61,6 +61,15 @@ public:
             return request.ParseFromString(payload) ? answer(request) : Refuse("cannot read the request");
         };
     }
+    /// The same answer each time, from its bytes.
+    template <class R, class A = typename R::Reply>
+    void Answer(std::string const& bytes = {}) {
+        On<R>([bytes](R const&) {
+            auto answer = std::make_unique<A>();
+            answer->ParsePartialFromString(bytes);
+            return answer;
+        });
+    }
     static Reply Refuse(std::string const& text);
     /// The request's own error.
     template <class R>
