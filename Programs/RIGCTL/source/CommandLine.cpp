@@ -26,7 +26,8 @@ void AddCommonOptions(CLI::App& app, Request& r) {
     app.add_option("--name", r.common.name, "The server's name in the registry");
     app.add_option("--timeout", r.timeoutMs, "Time limit in milliseconds")->capture_default_str();
     app.add_flag("--json", r.common.json, "One JSON object a line");
-    app.add_option("--color", r.common.color)->check(CLI::IsMember({"auto", "always", "never"}));
+    app.add_option("--color", r.common.color, "When to use colours")
+        ->check(CLI::IsMember({"auto", "always", "never"}));
     app.footer(
         "Without a command: the state of the server. Example: RIGCTL -s\n"
         "'RIGCTL COMMAND --help' tells of one command, with an example.\n"

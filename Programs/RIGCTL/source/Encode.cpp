@@ -1,5 +1,6 @@
 #include <json/reader.h>
 
+#include <algorithm>
 #include <bit>
 #include <charconv>
 #include <cstdint>

@@ -18,10 +18,12 @@ void AddLiveCommands(CLI::App& app, Request& r) {
         watch->add_option("--for", r.number, "End after so many seconds")->check(CLI::Range(0.0, 1e9));
     watch->final_callback([&r, count, seconds] {
         WatchOptions options;
-        options.channels = r.texts;
         options.count = count->count() > 0 ? std::optional(r.count) : std::nullopt;
         options.duration = seconds->count() > 0 ? std::optional(Seconds(r.number)) : std::nullopt;
-        r.action = [options](Session& s) { return Watch(s, options); };
+        r.action = [&r, options](Session& s) mutable {
+            options.channels = r.texts;
+            return Watch(s, options);
+        };
     });
     CLI::App* const top = AddCommand(app, r, "top", "A live table of what the devices are busy with",
                                      "top --interval 0.5 --count 20", nullptr);

@@ -28,13 +28,6 @@ bool WantsColor(std::string const& choice) {
     return (terminal == nullptr || std::strcmp(terminal, "dumb") != 0) && ::isatty(STDOUT_FILENO) == 1;
 }
 
-/// What a peer sends must not steer the terminal.
-std::string Printable(std::string text) {
-    std::ranges::replace_if(
-        text, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }, ' ');
-    return text;
-}
-
 /// A cell of any but the last column: a wider one would push all others off the screen. JSON shows the whole.
 std::string Fitted(std::string text) {
     constexpr std::size_t kWidest = 60;
@@ -153,12 +146,28 @@ std::vector<std::string> Output::Table(std::vector<Column> const& columns,
 
 void Output::Progress(std::string const& text) {
     if (::isatty(STDERR_FILENO) == 1) {
-        std::fprintf(stderr, "%s\n", text.c_str());
+        Complain(text);
     }
+}
+
+void Output::Complain(std::string const& text) {
+    std::fprintf(stderr, "%s\n", Printable(text).c_str());
 }
 
 std::string Output::Colored(char const* code, std::string const& text) const {
     return m_color ? std::string("\x1b[") + code + "m" + text + "\x1b[0m" : text;
+}
+
+std::string Printable(std::string text) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        auto const byte = static_cast<unsigned char>(text[i]);
+        if (byte < ' ' || byte == 0x7FU) {
+            text[i] = ' ';
+        } else if (byte >= 0x80U && byte <= 0x9FU && i > 0 && text[i - 1] == '\xC2') {
+            text[i - 1] = text[i] = ' ';  // UTF-8 of a control character
+        }
+    }
+    return text;
 }
 
 std::string TextOf(Json::Value const& value) {

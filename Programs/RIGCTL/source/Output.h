@@ -24,7 +24,7 @@ public:
     bool IsJson() const { return m_json; }
     /// One line.
     void Object(Json::Value const& object) const;
-    /// One line of text; control characters become blanks: what a peer sends must not steer the terminal.
+    /// One line of printable text.
     void Line(std::string const& text) const;
     /// Rows as JSON objects, or as a table of these columns.
     void List(std::vector<Column> const& columns, std::vector<Json::Value> const& rows) const;
@@ -38,6 +38,8 @@ public:
 
     /// Tells on standard error how things are going; only when that is a terminal.
     static void Progress(std::string const& text);
+    /// Says on standard error what went wrong.
+    static void Complain(std::string const& text);
 
 private:
     std::string Colored(char const* code, std::string const& text) const;
@@ -46,6 +48,8 @@ private:
     bool m_color;
 };
 
+/// With blanks for control characters: what a peer sends must not steer the terminal.
+std::string Printable(std::string text);
 /// A value in few words: flags are yes and no, lists have commas.
 std::string TextOf(Json::Value const& value);
 /// JSON in one line.

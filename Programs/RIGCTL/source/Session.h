@@ -47,11 +47,10 @@ public:
 
     /// One exchange with the server. Throws Failure.
     Json::Value Ask(std::string const& request, Json::Value const& fields = Json::Value(Json::objectValue));
-    /// One exchange with a device, at the address that the server tells. Throws Failure.
+    /// One exchange with a device, at the address that the server tells. One that has not answered is looked
+    /// up and connected anew the next time. Throws Failure.
     Json::Value AskDevice(std::string const& device, std::string const& request,
                           Json::Value const& fields = Json::Value(Json::objectValue));
-    /// After a failure a peer is connected anew at the next request.
-    void Forget(std::string const& device) { m_devices.erase(device); }
 
     /// True for a process of this machine that is there.
     static bool IsAlive(std::int64_t processId);

@@ -1,5 +1,3 @@
-#include <cstdio>
-
 #include "Commands.h"
 
 // The statistics that devices collect about themselves.
@@ -47,7 +45,7 @@ Status ListStats(Session& session, Texts const& devices) {
             if (names.size() == 1) {
                 throw;
             }
-            std::fprintf(stderr, "%s\n", failure.what());
+            Output::Complain(failure.what());
             status = failure.GetStatus();
         }
     }

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <string_view>
 
 #include "CommandLine.h"
 #include "Installation/Installation.h"
@@ -11,6 +12,33 @@
 using namespace vq::rigctl;
 
 namespace {
+
+/// The parser takes a word in brackets, such as "[a,b]", for a list wherever several words may stand, and
+/// cannot be told otherwise. With this at its end the word passes.
+constexpr char kMark = '\x1f';
+
+void Parse(CLI::App& app, int argc, char** argv, Request& request) {
+    Texts words(argv, argv + argc);
+    std::vector<char const*> pointers;
+    pointers.reserve(words.size());
+    for (std::string& word : words) {
+        if (word.starts_with('[') && word.ends_with(']')) {
+            word += kMark;
+        }
+        pointers.push_back(word.c_str());
+    }
+    app.parse(argc, pointers.data());
+    auto const unmark = [](std::string& text) {
+        if (text.ends_with(kMark)) {
+            text.pop_back();
+        }
+    };
+    std::ranges::for_each(request.texts, unmark);
+    for (std::string* const text :
+         {&request.target, &request.name, &request.text, &request.common.address, &request.common.name}) {
+        unmark(*text);
+    }
+}
 
 Status RunRequest(Request const& request) {
     Session session(request.common);
@@ -25,9 +53,11 @@ Status RunRequest(Request const& request) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // What stands behind it is a line that a user is still writing.
+    bool const completes = argc > 1 && std::string_view(argv[1]) == "--complete";
     bool helpShown = false;
     int const all = argc;
-    if (!LogParameterCLIProcessor::TakeParams(argc, argv, helpShown) || helpShown) {
+    if (!completes && (!LogParameterCLIProcessor::TakeParams(argc, argv, helpShown) || helpShown)) {
         return helpShown ? 0 : static_cast<int>(Status::BadUsage);
     }
     if (argc == all) {
@@ -45,12 +75,12 @@ int main(int argc, char** argv) {
     AddDeviceCommands(app, request);
     AddMachineCommands(app, request);
     AddRemoteCommands(app, request);
-    if (argc > 1 && std::string(argv[1]) == "--complete") {
+    if (completes) {
         Complete(app, Texts(argv + 2, argv + argc));
         return 0;
     }
     try {
-        app.parse(argc, argv);
+        Parse(app, argc, argv, request);
     } catch (CLI::ParseError const& error) {
         return app.exit(error) == 0 ? 0 : static_cast<int>(Status::BadUsage);
     }
@@ -59,10 +89,10 @@ int main(int argc, char** argv) {
     try {
         return static_cast<int>(RunRequest(request));
     } catch (Failure const& failure) {
-        std::fprintf(stderr, "%s\n", failure.what());
+        Output::Complain(failure.what());
         return static_cast<int>(failure.GetStatus());
     } catch (std::exception const& error) {
-        std::fprintf(stderr, "%s\n", error.what());
+        Output::Complain(error.what());
         return static_cast<int>(Status::Refused);
     }
 }

@@ -170,6 +170,7 @@ TEST_F(Rigctl, SteersADevice) {
     Result const misfit = Run({"config", kDevice, "set", "DelayMs=abc"});
     EXPECT_EQ(misfit.status, 1);
     EXPECT_THAT(misfit.output, HasSubstr("Cannot set property 'DelayMs'"));
+    EXPECT_EQ(Run({"prune", "\x1b[2J\xc2\x9b\n"}).output, "there is no device ' [2J   '\n");
     Do({"rate", kDevice, "33"});
     EXPECT_THAT(Do({"rate", kDevice}), HasSubstr("33"));
     EXPECT_THAT(Do({"top", "--count", "1", "--interval", "0.3", "--json"}), HasSubstr("\"state\":\"ready\""));
@@ -246,6 +247,12 @@ TEST_F(Rigctl, CompletesWithLiveNames) {
     EXPECT_THAT(Do({}), HasSubstr("vdserver@vds"));
     EXPECT_THAT(Run({"--complete", "wa"}).output, HasSubstr("watch\n"));
     EXPECT_THAT(Run({"--complete", "call", "--d"}).output, HasSubstr("--device\n"));
+    // What devices call themselves is never run.
+    ChildProcess shell({"/bin/bash", "-c",
+                        "RIGCTL() { printf '%s\n' 'a b' '$(exit)' none; }; . \"$0\"\n"
+                        "COMP_WORDS=(RIGCTL quit '') COMP_CWORD=2; _rigctl; echo \"${COMPREPLY[@]}\"",
+                        VQ_COMPLETION});
+    EXPECT_EQ(End(shell).output, "a\\ b \\$\\(exit\\) none\n");
     // A machine that is too slow gives no names: then the next attempt may.
     for (auto const& [words, name] :
          {std::pair{Words{"--complete", "quit", ""}, kDevice},
