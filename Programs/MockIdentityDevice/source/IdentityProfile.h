@@ -21,7 +21,7 @@ struct StoredAttribute {
 /// settings. A plain value, read anew whenever a setting changes.
 struct IdentitySettings {
     std::vector<StoredAttribute> profile;
-    std::int32_t result = 0;    ///< result code of every answer; anything but 0 makes the answers empty
+    std::int32_t result = 0;    ///< result code of the answers with a profile; anything but 0 empties them
     std::uint32_t delayMs = 0;  ///< time an answer takes, in milliseconds
 
     /// Reads "Profile", "LoggedIn", "Result" and "DelayMs". An attribute with a key outside 0 to 7, or
