@@ -145,6 +145,10 @@ TEST_F(ServerCommands, EndsAForeignProgramThroughItsDeviceAndNoticesItsDeath) {
     registration.set_second_name("Raw");
     registration.set_process_id(program.Pid());
     std::uint32_t const application = server->Get(registration).application_id();
+    vq::vds::RegisterVQSDKApplication use;
+    use.set_name("raw");
+    use.set_process_id(static_cast<std::uint64_t>(program.Pid()));
+    std::uint32_t const user = server->Get(use).application_id();
     vq::vds::KillDeviceApplication kill;
     kill.set_application_id(application);
     EXPECT_THAT(server->Refused(kill), HasSubstr("has no device that could be asked to quit"));
@@ -157,6 +161,7 @@ TEST_F(ServerCommands, EndsAForeignProgramThroughItsDeviceAndNoticesItsDeath) {
     EXPECT_EQ(crash.application_id(), application);
     EXPECT_EQ(crash.message(), "its process has ended");
     EXPECT_EQ(events->Await<vq::vds::DeviceApplicationUnregisteredEvent>().application_id(), application);
+    EXPECT_EQ(events->Await<vq::vds::VQSDKApplicationUnregisteredEvent>().application_id(), user);
 }
 
 }  // namespace

@@ -65,6 +65,7 @@ public:
 private:
     static std::vector<char*> Pointers(std::vector<std::string>& texts) {
         std::vector<char*> pointers;
+        pointers.reserve(texts.size() + 1);
         for (std::string& text : texts) {
             pointers.push_back(text.data());
         }
@@ -92,7 +93,7 @@ std::vector<std::string> EnvironmentWith(std::string const& address) {
 
 ApplicationProcesses::ApplicationProcesses(std::string directory, std::string address, DescriptorPoll& poll,
                                            OnEnded onEnded)
-    : m_directory(directory.empty() ? directory : EnsureDirectoryPath(directory)),
+    : m_directory(directory.empty() ? std::move(directory) : EnsureDirectoryPath(directory)),
       m_address(std::move(address)),
       m_poll(poll),
       m_onEnded(std::move(onEnded)) {}

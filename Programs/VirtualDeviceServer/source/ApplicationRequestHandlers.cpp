@@ -51,6 +51,7 @@ void ServeSdkApplications(RequestTable& table, ServerState& state, ServerControl
             }
             auto reply = std::make_unique<vq::vds::RegisterVQSDKApplication::Reply>();
             reply->set_application_id(state.RegisterSdkApplication(request));
+            control.Processes().Watch(static_cast<std::int64_t>(request.process_id()));
             return reply;
         });
     table.Serve<vq::vds::UnregisterVQSDKApplication>(

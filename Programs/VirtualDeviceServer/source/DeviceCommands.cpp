@@ -37,7 +37,7 @@ DeviceCommands::~DeviceCommands() {
 }
 
 void DeviceCommands::Send(Device const& device, google::protobuf::MessageLite const& request,
-                          milliseconds limit, OnAnswer onAnswer) {
+                          milliseconds limit, OnAnswer const& onAnswer) {
     if (!Begin(device, request, limit, onAnswer)) {
         Report(onAnswer);
     }

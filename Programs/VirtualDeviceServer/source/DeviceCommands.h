@@ -40,7 +40,7 @@ public:
     /// @param limit     after so long the device is not waited for any more
     /// @param onAnswer  may be empty; may begin further exchanges
     void Send(Device const& device, google::protobuf::MessageLite const& request,
-              std::chrono::milliseconds limit, OnAnswer onAnswer = {});
+              std::chrono::milliseconds limit, OnAnswer const& onAnswer = {});
 
     /// Ends the exchanges whose time is over.
     void DropLate(TimePoint now);

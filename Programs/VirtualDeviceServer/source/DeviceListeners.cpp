@@ -26,12 +26,12 @@ constexpr char const* kName = "deviceEvents";
 
 /// Removes the endpoints of a server that had no time to do so. Devices that live register anew, elsewhere.
 void RemoveLeftovers(std::string const& prefix) {
-    std::filesystem::path const path = std::filesystem::absolute(prefix);
-    std::error_code error;
-    for (auto const& entry : std::filesystem::directory_iterator(path.parent_path(), error)) {
-        if (entry.path().filename().native().starts_with(path.filename().native()) &&
-            entry.is_socket(error)) {
-            std::filesystem::remove(entry.path(), error);
+    std::string const directory = GetDirectoryOf(prefix);
+    for (std::string const& name : GetDirectoryEntries(directory)) {
+        std::string const path = directory + name;
+        std::error_code error;
+        if (path.starts_with(prefix) && std::filesystem::is_socket(path, error)) {
+            RemoveFile(path);
         }
     }
 }

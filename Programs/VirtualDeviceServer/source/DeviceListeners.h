@@ -24,7 +24,7 @@ public:
         std::function<void(EventHeader const& parsed, zmq::message_t& header, zmq::message_t& body)>;
 
     /// @param provider  the server's; outlives this object, as the poll does
-    /// @param server    the server's address
+    /// @param server    where the server takes requests; physical
     /// @param onHeard   called for every sign of life
     /// @param onEvent   gets every event as it came; may take the frames
     DeviceListeners(ZMQMessagePipeProvider& provider, MessageAddress server, DescriptorPoll& poll,

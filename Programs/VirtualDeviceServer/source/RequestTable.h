@@ -49,6 +49,8 @@ private:
 /// What the handlers need of the server besides its state.
 class ServerControl {
 public:
+    virtual ~ServerControl() = default;
+
     virtual ServerOptions const& Options() const = 0;
     virtual PublishingAddresses const& Addresses() const = 0;
     /// A new address for the device's data events; nothing when there is none to be had.
@@ -62,9 +64,6 @@ public:
     virtual void Stop() = 0;
     /// It is on the way out: nothing new may register.
     virtual bool IsStopping() const = 0;
-
-protected:
-    ~ServerControl() = default;
 };
 
 // Enter the handlers of one family of requests. What they are given outlives the table.

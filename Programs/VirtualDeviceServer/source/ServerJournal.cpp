@@ -10,6 +10,7 @@
 #include <limits>
 #include <optional>
 
+#include "Fnv1a.h"
 #include "Logging/Log.h"
 #include "Utils/FileDescriptor.h"
 #include "Utils/OSUtils.h"
@@ -169,11 +170,7 @@ std::string ServerJournal::PathFor(std::string const& name, MessageAddress const
     constexpr std::size_t kMaximumLength = 150;
     std::string key = Escape(name + "@" + address.ToString());
     if (key.size() > kMaximumLength) {
-        std::uint64_t hash = 14695981039346656037U;  // FNV-1a
-        for (char const c : key) {
-            hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211U;
-        }
-        key = key.substr(0, kMaximumLength) + "." + std::to_string(hash);
+        key = key.substr(0, kMaximumLength) + "." + std::to_string(Fnv1a(key));
     }
     return GetUserTempDirectory() + "vdserver." + key + ".journal";
 }

@@ -327,6 +327,15 @@ void ServerState::EndApplicationsOf(std::int64_t processId, std::string const& h
         }
         AnnounceCrash(application, "its process " + how);
     }
+    std::vector<std::uint32_t> users;
+    for (auto const& [id, description] : m_applications.SdkApplications()) {
+        if (description.process_id() == processId) {
+            users.push_back(id);
+        }
+    }
+    for (std::uint32_t const id : users) {
+        UnregisterSdkApplication(id);
+    }
 }
 
 std::uint32_t ServerState::RegisterSdkApplication(vq::vds::RegisterVQSDKApplication const& request) {

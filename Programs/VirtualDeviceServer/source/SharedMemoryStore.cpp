@@ -6,6 +6,7 @@
 #include <string_view>
 #include <utility>
 
+#include "Fnv1a.h"
 #include "Logging/Log.h"
 #include "Utils/OSUtils.h"
 #include "Utils/SharedMemory.h"
@@ -34,10 +35,7 @@ std::string NoSuchBuffer(std::string const& id) {
 /// A short text for a place. Mutexes are the machine's and not the user's, so that the name must tell users
 /// apart, and the servers of one.
 std::string PrefixFor(MessageAddress const& server) {
-    std::uint64_t hash = 14695981039346656037ULL;
-    for (char const c : GetUserTempDirectory() + '\n' + server.ToString()) {
-        hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211ULL;
-    }
+    std::uint64_t const hash = Fnv1a(GetUserTempDirectory() + '\n' + server.ToString());
     char text[32];
     std::snprintf(text, sizeof text, "vqbuffer.%016llx.", static_cast<unsigned long long>(hash));
     return text;
@@ -243,20 +241,13 @@ void SharedMemoryStore::PublishChange(std::string const& id, Buffer const& buffe
     m_sink(event);
 }
 
-void SharedMemoryStore::NoteWrite(vq::vds::SharedMemoryModifiedEvent const& event) {
-    Buffer* const buffer = Find(event.memory_id());
-    if (buffer == nullptr) {
+void SharedMemoryStore::NoteWrite(vq::vds::SharedMemoryModifiedEvent const& event) const {
+    if (Find(event.memory_id()) == nullptr) {
         LOG_V("A write to unknown shared memory was announced");
         return;
     }
-    buffer->lastGeneration = event.generation();
     LOG_V("Shared memory '%s' is at generation %llu", event.memory_id().c_str(),
           static_cast<unsigned long long>(event.generation()));
-}
-
-std::uint64_t SharedMemoryStore::LastGeneration(std::string const& id) const {
-    Buffer const* const buffer = Find(id);
-    return buffer != nullptr ? buffer->lastGeneration : 0;
 }
 
 }  // namespace vq::server

@@ -245,8 +245,8 @@ void VirtualDeviceServer::Implementation::OpenState(JournalContent const& former
 void VirtualDeviceServer::Implementation::OpenListeners() {
     // Addresses on this server's place: those of the devices are derived from it.
     m_listeners = std::make_unique<DeviceListeners>(
-        m_endpoints.Provider(), MessageAddress{m_options.address.location, m_options.address.transport, ""},
-        m_poll, [this](std::int32_t id) { m_state->Heard(id, Timers::Clock::now()); },
+        m_endpoints.Provider(), m_address, m_poll,
+        [this](std::int32_t id) { m_state->Heard(id, Timers::Clock::now()); },
         [this](EventHeader const& parsed, zmq::message_t& header, zmq::message_t& body) {
             m_channelData->Keep(parsed, header, body);
             m_endpoints.Broadcast(header, body);

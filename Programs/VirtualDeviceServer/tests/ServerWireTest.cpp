@@ -136,13 +136,14 @@ TEST_P(ServerWireTest, MalformedRequestsAreAnsweredAndHurtNobodyElse) {
     EXPECT_EQ(m_client->Exchange({"any\0identity", "vq.vds.Ping", ""}).first, "vq.vds.Ping.Reply");
 }
 
-TEST_P(ServerWireTest, MalformedDeviceEventsAreNoSignOfLife) {
+TEST_P(ServerWireTest, ASilentDeviceIsPrunedAndMalformedEventsAreNoSignOfLife) {
     test::LogCapture const log;
     vq::vds::SetDevicePruneSettings settings;
     settings.set_timeout_ms(3000);
     settings.set_interval_ms(50);
     m_client->Get(settings);
     RawDevice lying(*m_client, "lying", &m_context);
+    lying.ServeChannel("x");
     RawDevice honest(*m_client, "honest", &m_context);
     std::atomic<bool> done{false};
     std::thread talk([&] {
@@ -159,6 +160,7 @@ TEST_P(ServerWireTest, MalformedDeviceEventsAreNoSignOfLife) {
     done = true;
     talk.join();
     EXPECT_EQ(gone.name(), "lying");
+    EXPECT_EQ(m_client->Get(vq::vds::GetChannelMappings()).mappings_size(), 0);
     EXPECT_EQ(m_client->Get(vq::vds::GetDeviceInfos()).infos(0).name(), "honest");
     EXPECT_TRUE(log.Has(LogLevel::Error, "invalid event message frame"));
 }

@@ -108,7 +108,8 @@ public:
     std::uint32_t RegisterDeviceApplication(vq::vds::RegisterDeviceApplication const& request);
     Refusal ReportApplicationInitialized(std::uint32_t id);
     Refusal UnregisterDeviceApplication(std::uint32_t id);
-    /// Removes the applications of a process that has ended without unregistering them, and their devices.
+    /// Removes the applications of both kinds of a process that has ended without unregistering them, and the
+    /// devices of those that run some.
     /// @param how  for the event, such as "was ended by signal 9"
     void EndApplicationsOf(std::int64_t processId, std::string const& how);
     std::uint32_t RegisterSdkApplication(vq::vds::RegisterVQSDKApplication const& request);

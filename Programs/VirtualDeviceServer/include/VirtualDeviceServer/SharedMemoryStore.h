@@ -57,10 +57,8 @@ public:
     /// @param configuration  null when the buffer is not portable; else valid until the next call
     Refusal GetConfiguration(std::string const& id, Configuration const*& configuration) const;
 
-    /// A client has written to a portable buffer.
-    void NoteWrite(vq::vds::SharedMemoryModifiedEvent const& event);
-    /// Of the last write that was told; 0 for none.
-    std::uint64_t LastGeneration(std::string const& id) const;
+    /// A client has written to a portable buffer: for the log.
+    void NoteWrite(vq::vds::SharedMemoryModifiedEvent const& event) const;
 
 private:
     struct Buffer {
@@ -69,7 +67,6 @@ private:
         std::uint64_t allocated = 0;  ///< the largest size so far
         bool resizable = false;
         std::unique_ptr<Configuration> configuration;  ///< null: not portable
-        std::uint64_t lastGeneration = 0;
     };
     using Buffers = std::map<std::string, Buffer>;
 
