@@ -40,18 +40,4 @@ TEST(MessageAddressTest, ALogicalNameResolvesUnderItsLocation) {
     }
 }
 
-TEST(MessageAddressTest, ATcpNameKeepsItsPortUntilItIsForcedToMove) {
-    ZMQSocketAddressProvider provider("host", 80);
-    MessageAddress const first = provider.Resolve("a", false);
-    EXPECT_GT(first.ExtractPort(), 0);
-    EXPECT_EQ(provider.Resolve("a", false), first);
-    // The system may give the same free port again: what counts is that the later answer repeats the forced
-    // one.
-    for (char const* name : {"a", ""}) {
-        MessageAddress const moved = provider.Resolve(name, true);
-        EXPECT_NE(moved.ExtractPort(), 80);
-        EXPECT_EQ(provider.Resolve(name, false), moved);
-    }
-}
-
 }  // namespace

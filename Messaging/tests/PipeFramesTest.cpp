@@ -137,21 +137,6 @@ TEST_F(PipeFramesTest, HeadersAreToldApartThatDifferInOneByte) {
     }
 }
 
-TEST_F(PipeFramesTest, AnIdleReaderTimesOutWithoutALine) {
-    vq::test::LogCapture log;
-    for (AMessageReader* reader :
-         {static_cast<AMessageReader*>(Server("idle")), static_cast<AMessageReader*>(Listener("idle2"))}) {
-        for (std::chrono::milliseconds const timeout : {kNoWait, kShort}) {
-            bool timedOut = false;
-            auto const start = std::chrono::steady_clock::now();
-            EXPECT_EQ(Next(reader, timeout, &timedOut), nullptr);
-            EXPECT_GE(std::chrono::steady_clock::now() - start, timeout);
-            EXPECT_TRUE(timedOut);
-        }
-    }
-    EXPECT_EQ(log.Lines(), Lines{});
-}
-
 TEST_F(PipeFramesTest, AnUnansweredRequestBlocksTheClientUntilItsReplyWasRead) {
     RawSocket peer = Raw(ZMQ_REP, "late");
     AMessagePipeRequestReply* client = Client("late");

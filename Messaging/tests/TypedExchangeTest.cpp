@@ -30,6 +30,12 @@ protected:
         return result;
     }
 
+    static std::string TextOf(AMessage const& message) {
+        std::ostringstream text;
+        text << message;
+        return text.str();
+    }
+
     RawSocket m_peer = Raw(ZMQ_REP, "server");
     AMessagePipeRequestReply* m_client = Client("server");
     vq::vds::GetDeviceInfo::Reply m_reply;
@@ -95,7 +101,19 @@ TEST_F(TypedExchangeTest, WhatCannotBeSentOrReadIsRefusedWithALine) {
                      "E Message reader for receive command is nullptr", "E wireMessage is null",
                      "E protoMessage 'vq.vds.Error' is not initialized",
                      "E Failed to encode message to vq.vds.Error"}));
-    EXPECT_FALSE(MessageUtils::SendEvent(Sender("events"), 1, "c", vq::vds::Error(), kLimit, nullptr));
+    AMessagePipeEventSender* const sender = Sender("events");
+    EXPECT_FALSE(MessageUtils::SendEvent(sender, 1, "c", vq::vds::Error(), kLimit, nullptr));
+    log.Clear();
+    std::unique_ptr<AMessage> const plain(sender->NewMessage());
+    std::unique_ptr<AMessage> const event(sender->NewChannelMessage());
+    EXPECT_FALSE(sender->SendNext(plain.get(), kLimit, nullptr) ||
+                 sender->SendNext(nullptr, kLimit, nullptr));
+    EXPECT_FALSE(m_client->SendNext(event.get(), kLimit, nullptr));
+    EXPECT_EQ(log.Lines(), (Lines{"E expected ZMQChannelMessage for message " + TextOf(*plain),
+                                  "E expected ZMQChannelMessage for message <null>",
+                                  "E expected ZMQMessage for message " + TextOf(*event)}));
+    EXPECT_THAT(TextOf(*plain), EndsWith(": (<unset>)\n\t\n\t"));
+    EXPECT_THAT(TextOf(*event), EndsWith(": (<unset>) ->  : 0\n\t\n\t"));
     EXPECT_FALSE(m_peer.Poll());
     EXPECT_TRUE(Exchange("vq.vds.GetDeviceInfo.Reply", ""));
 }
