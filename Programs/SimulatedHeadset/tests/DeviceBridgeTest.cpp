@@ -7,9 +7,11 @@
 #include "SimulatedHeadset/BridgeState.h"
 #include "SimulatedHeadset/BridgeTunnels.h"
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 #include "Utils/FileDescriptor.h"
 #include "Utils/OSUtils.h"
+#include "Utils/TextUtils.h"
 
 namespace {
 
@@ -85,27 +87,16 @@ TEST_F(DeviceBridgeTest, ListsDevicesAndAsksTheChosenOne) {
 }
 
 TEST_F(DeviceBridgeTest, ChoosesTheDefaultDeviceOrSaysWhyNot) {
-    std::string const many =
-        "More than one Corvane device connected.  Specify one with VQ_SERIAL=<...> or with --device <...>:\n";
-    struct Case {
+    for (auto const& [serials, chosen, serial, error] : Rows<4>("DeviceBridge", "default")) {
         std::vector<vq::headset::BridgeState::Device> devices;
-        char const* chosen;
-        std::string serial;
-        std::string error;
-    };
-    for (auto const& [devices, chosen, serial, error] : {
-             Case{{}, nullptr, "", "No Corvane devices connected."},
-             Case{{{"A1", "device"}}, nullptr, "A1", ""},
-             Case{{{"A1", "device"}, {"B2", "device"}}, nullptr, "", many + "\n\tA1\n\tB2"},
-             Case{{{"A1", "device"}, {"B2", "device"}}, "B2", "B2", ""},
-             Case{
-                 {{"A1", "device"}}, "Z9", "Z9", "VQ_SERIAL refers to 'Z9' which is not currently connected"},
-         }) {
+        for (std::string const& attached : Tokenize(serials, " ", true)) {
+            devices.push_back({attached, "device"});
+        }
         m_bridge.SetDevices(devices);
-        chosen != nullptr ? ::setenv("VQ_SERIAL", chosen, 1) : ::unsetenv("VQ_SERIAL");
+        chosen != kNone ? ::setenv("VQ_SERIAL", chosen.c_str(), 1) : ::unsetenv("VQ_SERIAL");
         std::string gotSerial = "stale";
         std::string gotError = "stale";
-        EXPECT_EQ(VqdbAccessor::GetDefaultDevice(gotSerial, gotError), error.empty());
+        EXPECT_EQ(VqdbAccessor::GetDefaultDevice(gotSerial, gotError), error.empty()) << serials;
         EXPECT_EQ(gotSerial, serial);
         EXPECT_EQ(gotError, error);
     }
@@ -170,25 +161,13 @@ TEST_F(DeviceBridgeTest, CleansUpSeveralPortsAtOnceAndStopsAtAFailure) {
 }
 
 TEST_F(DeviceBridgeTest, TellsWhatAPackageIsDoing) {
-    m_bridge.SetProcessList(R"([{"package": "p", "component": "", "state": "NotReady"},
-                                {"package": "p", "component": "c", "state": "SigkillSent"},
-                                {"package": "q", "component": "c", "state": "Dancing"}])");
-    struct Case {
-        char const* package;
-        char const* component;
-        bool found;
-        VqdbPackageState state;
-    };
+    m_bridge.SetProcessList(Rows<1>("DeviceBridge", "processes").at(0).at(0));
     vq::test::LogCapture log;
     VqdbAccessor const bridge("A1");
-    for (auto const& [package, component, found, state] :
-         {Case{"p", "", true, VqdbPackageState::NotReady},
-          Case{"p", "c", true, VqdbPackageState::SigkillSent},
-          Case{"q", "c", true, VqdbPackageState::NotListed},
-          Case{"r", "c", false, VqdbPackageState::NotListed}}) {
+    for (auto const& [package, component, found, state] : Rows<4>("DeviceBridge", "packages")) {
         VqdbPackageState got = VqdbPackageState::Running;
-        EXPECT_EQ(bridge.GetPackageState(got, package, component), found) << package;
-        EXPECT_EQ(got, state) << package;
+        EXPECT_EQ(bridge.GetPackageState(got, package, component), found == "true") << package;
+        EXPECT_EQ(static_cast<int>(got), std::stoi(state)) << package;
     }
     EXPECT_EQ(log.Lines(), (Lines{"W Unknown package state 'Dancing' for qc"}));
 

@@ -69,6 +69,7 @@ TEST(JsonFields, StringMembersMayBeOptionalButNeverOfAnotherKind) {
     }
     LogCapture log;
     std::string text = "old";
+    EXPECT_TRUE(TryGetStringField("S", Json::Value("new"), text) && text == "new");
     EXPECT_FALSE(TryGetStringField("S", Json::Value(1), text));
     EXPECT_EQ(text, "");
     EXPECT_EQ(log.Lines(), (Lines{"E expected string for S field"}));

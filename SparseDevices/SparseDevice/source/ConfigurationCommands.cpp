@@ -52,6 +52,11 @@ bool ReadText(ManifestProcessor& processor, std::string const& text) {
     }
 }
 
+std::string MismatchText(std::string const& name, vq::cfg::Variant const& value, std::string const& type) {
+    return "Cannot set property '" + name + "' to incompatible value " +
+           ConvertVariantToString(value, false) + "; type is " + type;
+}
+
 bool RefuseText(AMessagePipeRequestReply* pipe) {
     return MessageUtils::SendErrorAndLog<vq::vds::Error>(pipe, "manifest parse error (see log)");
 }
@@ -91,8 +96,7 @@ bool SparseDeviceCommandHandler::OnSetDeviceConfiguration(AMessage* message) {
         } else if (std::string const& type = property->common().type();
                    !TryCoerceVariantToType(value, type, state)) {
             return MessageUtils::SendErrorAndLog<vq::sd::SetDeviceConfiguration::Error>(
-                RequestPipe(), "Cannot set property '" + name + "' to incompatible value " +
-                                   ConvertVariantToString(value, false) + "; type is " + type);
+                RequestPipe(), MismatchText(name, value, type));
         }
         state.SetValue(name, std::move(value));
     }
