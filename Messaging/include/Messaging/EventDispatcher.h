@@ -22,8 +22,8 @@ struct EventHandlerRegistration {
 
 /// Hands events to the handlers registered for their type.
 ///
-/// Threads: one at a time. A handler may register and unregister handlers while events are dispatched, also
-/// for the type at hand; it must not delete the dispatcher.
+/// Threads: one at a time. A handler may register and unregister others meanwhile; where it takes itself or
+/// an earlier one of its type away, the next one misses the event. It must not delete the dispatcher.
 class EventDispatcher {
 public:
     /// @param context  not owned; kept for handlers that decode the event

@@ -32,6 +32,17 @@ ServerRegistry::Servers::iterator FindEntry(ServerRegistry::Servers& list, Serve
     });
 }
 
+/// Moves the first entry that fits out of the list; false when none does.
+template <class Fits>
+bool TakeFirst(ServerRegistry::Servers& list, ServerDescriptor& descriptor, Fits fits) {
+    auto const found = std::find_if(list.begin(), list.end(), fits);
+    if (found == list.end()) {
+        return false;
+    }
+    descriptor = std::move(*found);
+    return true;
+}
+
 }  // namespace
 
 ServerRegistry& ServerRegistry::Instance() {
@@ -209,31 +220,15 @@ bool ServerRegistry::FindServer(MessageAddress const& address, ServerDescriptor&
                                 std::chrono::milliseconds timeout, bool* timedOut) {
     Clear(timedOut);
     Servers list;
-    if (!ValidateAddress(address) || !GetServers(list, timeout, timedOut)) {
-        return false;
-    }
-    auto const found = std::find_if(list.begin(), list.end(),
-                                    [&](ServerDescriptor const& entry) { return entry.address == address; });
-    if (found == list.end()) {
-        return false;
-    }
-    descriptor = std::move(*found);
-    return true;
+    return ValidateAddress(address) && GetServers(list, timeout, timedOut) &&
+           TakeFirst(list, descriptor, [&](auto const& entry) { return entry.address == address; });
 }
 
 bool ServerRegistry::FindServerByName(std::string const& name, ServerDescriptor& descriptor,
                                       std::chrono::milliseconds timeout, bool* timedOut) {
     Servers list;
-    if (!GetServers(list, timeout, timedOut)) {
-        return false;
-    }
-    auto const found = std::find_if(list.begin(), list.end(),
-                                    [&](ServerDescriptor const& entry) { return entry.name == name; });
-    if (found == list.end()) {
-        return false;
-    }
-    descriptor = std::move(*found);
-    return true;
+    return GetServers(list, timeout, timedOut) &&
+           TakeFirst(list, descriptor, [&](auto const& entry) { return entry.name == name; });
 }
 
 bool ServerRegistry::RegisterServer(ServerDescriptor const& descriptor, std::chrono::milliseconds timeout,
