@@ -1,5 +1,7 @@
 #include "Messaging/ChannelFactory.h"
 
+#include <mutex>
+
 ChannelFactory::Registrar& ChannelFactory::Registrar::GetInstance() {
     static Registrar s_registrar;
     return s_registrar;
@@ -20,11 +22,15 @@ ChannelFactory::ChannelCreator ChannelFactory::Registrar::GetChannelCreator(std:
 ChannelFactory::ChannelFactory(AMessageContext* context, AMessagePipeEventSender* sender,
                                AMessagePipeEventListener* listener)
     : m_context(context), m_sender(sender), m_listener(listener) {
-    if (Registrar::GetInstance().IsEmpty()) {
+    // Devices may start on several threads at once.
+    static std::once_flag s_filled;
+    std::call_once(s_filled, [] {
+        if (Registrar::GetInstance().IsEmpty()) {
 #define VQ_REGISTER(Message, text) Register<Message>();
-        VQ_CHANNEL_DATA_TYPES(VQ_REGISTER)
+            VQ_CHANNEL_DATA_TYPES(VQ_REGISTER)
 #undef VQ_REGISTER
-    }
+        }
+    });
 }
 
 void ChannelFactory::AddChannelDescriptors(std::vector<ChannelDescriptor*>& descriptors) {

@@ -84,11 +84,13 @@ bool SharedMemoryAccessor::Init(std::string const& memoryName, std::uint64_t siz
     if (!m_mutex.Open()) {
         return false;
     }
-    if (!OpenMemory(memoryName, size)) {
+    m_memory = SharedMemoryFactory::Make(memoryName, size, TypeOf(m_resizable));
+    if (!m_memory->Open()) {
         m_mutex.Close();
         return false;
     }
-    if (!OpenGeneration(generationName)) {
+    m_generationMemory = SharedMemoryFactory::Make(generationName, kGenerationSize, SharedMemoryType::ANON);
+    if (!m_generationMemory->Open()) {
         m_memory->Close();
         m_mutex.Close();
         return false;
@@ -97,19 +99,12 @@ bool SharedMemoryAccessor::Init(std::string const& memoryName, std::uint64_t siz
     return true;
 }
 
-bool SharedMemoryAccessor::OpenMemory(std::string const& name, std::uint64_t size) {
-    if (m_memory == nullptr || m_memory->GetType() != TypeOf(m_resizable) || m_memory->GetName() != name ||
-        m_memory->GetSize() != size) {
-        m_memory = SharedMemoryFactory::Make(name, size, TypeOf(m_resizable));
-    }
-    return m_memory->Open();
-}
-
-bool SharedMemoryAccessor::OpenGeneration(std::string const& name) {
-    if (m_generationMemory == nullptr || m_generationMemory->GetName() != name) {
-        m_generationMemory = SharedMemoryFactory::Make(name, kGenerationSize, SharedMemoryType::ANON);
-    }
-    return m_generationMemory->Open();
+bool SharedMemoryAccessor::Reopen() {
+    // Copies: the objects that hold the names are about to be replaced.
+    std::string const memoryName = m_memory->GetName();
+    std::string const generationName = m_generationMemory->GetName();
+    std::string const mutexName = m_mutexName;
+    return Init(memoryName, m_memory->GetSize(), generationName, mutexName);
 }
 
 bool SharedMemoryAccessor::Reset() {
@@ -156,11 +151,7 @@ bool SharedMemoryAccessor::Exists() {
         return (hasObjects && m_ready) || Reset();
     }
     if (!m_ready && hasObjects) {
-        // Copies: the objects that hold the names may be replaced.
-        std::string const memoryName = m_memory->GetName();
-        std::string const generationName = m_generationMemory->GetName();
-        std::string const mutexName = m_mutexName;
-        Init(memoryName, m_memory->GetSize(), generationName, mutexName);
+        Reopen();
     }
     if (hasObjects && !m_memory->GetName().empty() && !m_generationMemory->GetName().empty()) {
         return true;
@@ -182,11 +173,7 @@ bool SharedMemoryAccessor::Recover() {
     if (!mutex.Delete() || !mutex.Create()) {
         return false;
     }
-    // Copies: the members are about to be replaced.
-    std::string const memoryName = m_memory->GetName();
-    std::string const generationName = m_generationMemory->GetName();
-    std::string const mutexName = m_mutexName;
-    return Init(memoryName, m_memory->GetSize(), generationName, mutexName);
+    return Reopen();
 }
 
 bool SharedMemoryAccessor::CanAsk() const {

@@ -85,7 +85,10 @@ bool SharedMemoryAccessor::WaitForGeneration(std::uint64_t generation, std::uint
         }
         LOG_V("... generation not yet ready, still at %llu", Number(count));
         m_mutex.Unlock();
-        if (timeout != kNoLimit && std::chrono::steady_clock::now() - start >= timeout) {
+        // In milliseconds: a long timeout has no representation in the clock's own unit.
+        auto const waited =
+            std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - start);
+        if (timeout != kNoLimit && waited >= timeout) {
             Tell(timedOut, true);
             LOG_E("timed out waiting to see generation %llu at %llu", Number(generation),
                   Number(static_cast<std::uint64_t>(timeout.count())));

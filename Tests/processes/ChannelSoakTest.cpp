@@ -145,7 +145,7 @@ TEST(ChannelSoak, AWriterThatDiesInsideTheLockStopsTheImageAloneUntilItsMutexIsR
     Rig rig;
     rig.StartServer();
     Process const producer = Start("sample_producer", {"--width", "128", "--height", "128"});
-    Process const observer = Start("sample_observer", {"--report-ms", "100"});
+    Process const observer = Start("sample_observer", {"--report-ms", "100", "--queue", "999999999999"});
     while (Reported(*observer, "sample.image") == 0) {
     }
     vq::vds::FindServerSharedMemory find;

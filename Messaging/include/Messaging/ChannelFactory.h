@@ -12,8 +12,8 @@
 #include "Messaging/ChannelTypeTraits.h"
 
 /// Turns a channel's descriptor and a role into a live channel, and messages of unknown type into samples. It
-/// owns the descriptors: channels made by it must be gone before it is deleted. Threads: the device's thread.
-/// The first factory of the process fills the registrar, so it must stand before another thread builds one.
+/// owns the descriptors: channels made by it must be gone before it is deleted. The first factory of the
+/// process fills the registrar, whatever thread it is built on. Threads: the device's thread.
 class ChannelFactory {
 public:
     /// Both callables give an object that the caller owns, or null.

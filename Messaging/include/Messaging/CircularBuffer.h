@@ -19,8 +19,6 @@ public:
 
     bool IsEmpty() const { return m_size == 0; }
     bool IsFull() const { return m_size == m_capacity; }
-    std::uint64_t GetSize() const { return m_size; }
-    std::uint64_t GetCapacity() const { return m_capacity; }
 
     void Write(E&& entry) {
         m_buffer[m_tail] = std::move(entry);

@@ -6,11 +6,12 @@
 #include <utility>
 #include <vector>
 
+#include "Logging/Log.h"
 #include "Messaging/ChannelData.h"
 #include "Messaging/CircularBuffer.h"
 
 /// The locked front of a queue of samples: the device's thread pushes, application threads pop. The lock is
-/// held for one operation and moves of pointers only.
+/// held for one operation, which moves pointers and frees the samples that it drops.
 /// @tparam Q  the queue behind it, with an operation "...Implementation" for each of these.
 template <class Q>
 class ObserverDataQueueBase {

@@ -29,8 +29,8 @@ class PortableSharedMemoryConfiguration;
 /// unmapped, mutex unlocked, channel's observers told. The mutex has no owner and does not nest: a process
 /// that dies between Lock and Unlock leaves the buffer locked for all until Recover or until it is made anew.
 ///
-/// A buffer that somebody else resized keeps its old size here until Reset(). Timeouts are in milliseconds,
-/// milliseconds::max() waits without limit; every `timedOut` may be null.
+/// A buffer that somebody else resized, or made portable or not, is here what it was until Reset(). Timeouts
+/// are in milliseconds, milliseconds::max() waits without limit; every `timedOut` may be null.
 ///
 /// Threads: one at a time; the requests go over a pipe of the thread that made it.
 class SharedMemoryAccessor {
@@ -144,8 +144,8 @@ private:
     /// Unmaps and unlocks; true when either failed.
     bool Release();
     void Close();
-    bool OpenMemory(std::string const& name, std::uint64_t size);
-    bool OpenGeneration(std::string const& name);
+    /// Init with the names and the size that are known; there are both blocks, open or not.
+    bool Reopen();
     /// Whether a request can be made: false without an id, the end of the process without a pipe.
     bool CanAsk() const;
 

@@ -1,5 +1,6 @@
 #include "VirtualDeviceServer/ChannelDataStore.h"
 
+#include <set>
 #include <utility>
 
 #include "ChannelData.pb.h"
@@ -53,8 +54,11 @@ void ChannelDataStore::GetLatest(google::protobuf::RepeatedPtrField<std::string>
             Fill(channel, sample, *data.Add());
         }
     }
+    // Each once, so that a short request cannot ask for any amount of data.
+    std::set<std::string_view> seen;
     for (std::string const& channel : channels) {
-        if (auto const found = m_latest.find(channel); found != m_latest.end()) {
+        auto const found = m_latest.find(channel);
+        if (found != m_latest.end() && seen.insert(channel).second) {
             Fill(channel, found->second, *data.Add());
         }
     }

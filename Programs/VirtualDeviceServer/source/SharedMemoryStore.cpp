@@ -17,6 +17,7 @@ namespace vq::server {
 namespace {
 
 constexpr std::uint64_t kGenerationSize = 8;
+constexpr std::string_view kStart = "vqbuffer.";
 
 std::string MemoryName(std::string const& stem) {
     return stem + ".memory";
@@ -32,13 +33,13 @@ std::string NoSuchBuffer(std::string const& id) {
     return "there is no shared memory '" + id + "'";
 }
 
-/// A short text for a place. Mutexes are the machine's and not the user's, so that the name must tell users
-/// apart, and the servers of one.
-std::string PrefixFor(MessageAddress const& server) {
-    std::uint64_t const hash = Fnv1a(GetUserTempDirectory() + '\n' + server.ToString());
-    char text[32];
-    std::snprintf(text, sizeof text, "vqbuffer.%016llx.", static_cast<unsigned long long>(hash));
-    return text;
+/// A short text for an address or a name. Mutexes are the machine's and not the user's, so that it must tell
+/// users apart as well.
+std::string HashOf(std::string const& text) {
+    std::uint64_t const hash = Fnv1a(GetUserTempDirectory() + '\n' + text);
+    char digits[32];
+    std::snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(hash));
+    return digits;
 }
 
 template <class Message>
@@ -52,8 +53,8 @@ void FillPortability(SharedMemoryStore::Configuration const* configuration, Mess
 
 }  // namespace
 
-SharedMemoryStore::SharedMemoryStore(MessageAddress const& server, EventSink sink)
-    : m_prefix(PrefixFor(server)), m_sink(std::move(sink)) {
+SharedMemoryStore::SharedMemoryStore(MessageAddress const& address, std::string const& name, EventSink sink)
+    : m_addressPart(HashOf(address.ToString())), m_namePart(HashOf(name)), m_sink(std::move(sink)) {
     DeleteLeftovers();
 }
 
@@ -63,12 +64,21 @@ SharedMemoryStore::~SharedMemoryStore() {
     }
 }
 
+bool SharedMemoryStore::IsLeftover(std::string_view file) const {
+    if (!file.starts_with(kStart)) {
+        return false;
+    }
+    file.remove_prefix(kStart.size());
+    return file.starts_with(m_addressPart) ||
+           (file.size() > m_addressPart.size() && file.substr(m_addressPart.size()).starts_with(m_namePart));
+}
+
 void SharedMemoryStore::DeleteLeftovers() const {
     // The files tell: the mutex is made after them and removed before them.
     std::set<std::string> stems;
-    for (std::string const& name : GetDirectoryEntries(GetUserTempDirectory())) {
-        if (name.starts_with(m_prefix)) {
-            stems.insert(name.substr(0, name.rfind('.')));
+    for (std::string const& file : GetDirectoryEntries(GetUserTempDirectory())) {
+        if (IsLeftover(file)) {
+            stems.insert(file.substr(0, file.rfind('.')));
         }
     }
     for (std::string const& stem : stems) {
@@ -128,7 +138,8 @@ SharedMemoryStore::Refusal SharedMemoryStore::Create(vq::vds::CreateServerShared
     }
     auto const now = std::chrono::system_clock::now().time_since_epoch().count();
     Buffer buffer;
-    buffer.stem = m_prefix + std::to_string(now) + "-" + std::to_string(++m_created);
+    buffer.stem.append(kStart).append(m_addressPart).append(m_namePart);
+    buffer.stem.append(".").append(std::to_string(now)).append("-").append(std::to_string(++m_created));
     buffer.size = buffer.allocated = request.size();
     buffer.resizable = request.resizable();
     if (!CreateObjects(buffer)) {

@@ -217,7 +217,7 @@ void VirtualDeviceServer::Implementation::OpenState(JournalContent const& former
     m_state->pruneAfter = m_options.pruneAfter;
     m_channelData = std::make_unique<ChannelDataStore>(
         publish, [this](std::string_view name) { return m_state->Channels().Contains(name); });
-    m_sharedMemory = std::make_unique<SharedMemoryStore>(m_address, publish);
+    m_sharedMemory = std::make_unique<SharedMemoryStore>(m_address, m_options.name, publish);
     OpenListeners();
     m_commands = std::make_unique<DeviceCommands>(m_endpoints.Provider(), m_poll);
     m_processes = std::make_unique<ApplicationProcesses>(

@@ -127,15 +127,15 @@ TEST_P(ServerProcessTest, ARestartAfterACrashCallsTheFormerDevicesToRegisterAnew
     EXPECT_EQ(server->End(SIGTERM), 0);
 }
 
-TEST_P(ServerProcessTest, SharedMemoryOfADeadServerIsRemovedByTheNext) {
-    std::string const address = Address();
-    std::optional<ServerProcess> server(address);
-    test::RawSocket client(ZMQ_REQ, server->Address());
+TEST_P(ServerProcessTest, SharedMemoryOfADeadServerIsRemovedByTheNextOnItsAddressOrOfItsName) {
+    using More = std::vector<std::string>;
+    std::optional<ServerProcess> server(std::in_place, Address(), More{"--name", "former"});
+    std::optional<test::RawSocket> client(std::in_place, ZMQ_REQ, server->Address());
     vq::vds::CreateServerSharedMemory request;
     request.set_memory_id("camera");
     request.set_size(100);
     request.set_resizable(false);
-    auto const former = client.Get(request);
+    auto const former = client->Get(request);
     // Somebody died in the middle of a write.
     SharedMutex held(former.mutex_name());
     ASSERT_TRUE(held.Open() && held.Lock());
@@ -143,12 +143,14 @@ TEST_P(ServerProcessTest, SharedMemoryOfADeadServerIsRemovedByTheNext) {
     std::string const file = GetUserTempDirectory() + former.memory_name();
     EXPECT_TRUE(FileExists(file) && SharedMutex(former.mutex_name()).Exists());
 
-    server.emplace(address);
+    // On TCP the address is another one each time, so that the name must tell.
+    server.emplace(Address(), More{"--name", std::string(GetParam()) == "IPC" ? "other" : "former"});
+    client.emplace(ZMQ_REQ, server->Address());
     EXPECT_FALSE(FileExists(file) || SharedMutex(former.mutex_name()).Exists());
     vq::vds::FindServerSharedMemory find;
     find.set_memory_id("camera");
-    EXPECT_FALSE(client.Get(find).found());
-    SharedMutex free(client.Get(request).mutex_name());
+    EXPECT_FALSE(client->Get(find).found());
+    SharedMutex free(client->Get(request).mutex_name());
     EXPECT_TRUE(free.Open() && free.Lock(0ms, nullptr));
     EXPECT_EQ(server->End(SIGTERM), 0);
     EXPECT_FALSE(free.Exists());

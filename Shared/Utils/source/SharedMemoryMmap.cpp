@@ -211,9 +211,6 @@ void* SharedMemoryMmap::Attach(Access access) {
             return m_pointer;
         }
         Detach();
-        if (IsAttached()) {
-            return m_pointer;
-        }
     }
     void* const mapped = ::mmap(nullptr, m_size, ProtectionOf(access), MAP_SHARED, m_file.Get(), 0);
     if (mapped == MAP_FAILED) {

@@ -41,7 +41,7 @@ public:
     using Send = std::function<void(zmq::message_t& header, zmq::message_t& body)>;
     void ForEachLatest(Send const& send);
 
-    /// The latest samples of the channels of those names that have one; of all for no names.
+    /// The latest samples of the channels of those names that have one, each once; of all for no names.
     using NamedData = google::protobuf::RepeatedPtrField<vq::ch::NamedChannelData>;
     void GetLatest(google::protobuf::RepeatedPtrField<std::string> const& channels, NamedData& data);
 

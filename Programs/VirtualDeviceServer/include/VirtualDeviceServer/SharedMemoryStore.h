@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "Messaging/MessageAddress.h"
 #include "ServerEvents.pb.h"
@@ -35,10 +36,10 @@ public:
     /// More buffers than this are refused.
     static constexpr std::size_t kMaximumCount = 4096;
 
-    /// Removes the objects of a former server on that address: call it once the address is ours.
-    /// @param server  what the names of the objects are made of, beside the user's temporary directory
-    /// @param sink    gets an event for every change; must not call back
-    SharedMemoryStore(MessageAddress const& server, EventSink sink);
+    /// Removes the objects of a former server on that address or of that name: call it once both are ours.
+    /// @param address, name  what the names of the objects are made of, beside the user's temporary directory
+    /// @param sink           gets an event for every change; must not call back
+    SharedMemoryStore(MessageAddress const& address, std::string const& name, EventSink sink);
     SharedMemoryStore(SharedMemoryStore const&) = delete;
     SharedMemoryStore& operator=(SharedMemoryStore const&) = delete;
     /// Removes every buffer, with its event. Who has one open keeps it until he closes it.
@@ -72,13 +73,15 @@ private:
 
     static bool CreateObjects(Buffer const& buffer);
     static void DeleteObjects(std::string const& stem);
+    bool IsLeftover(std::string_view file) const;
     void DeleteLeftovers() const;
     static Refusal RefuseSize(std::uint64_t additional);
     Buffer* Find(std::string const& id);
     Buffer const* Find(std::string const& id) const;
     void PublishChange(std::string const& id, Buffer const& buffer) const;
 
-    std::string const m_prefix;
+    std::string const m_addressPart;
+    std::string const m_namePart;
     EventSink m_sink;
     Buffers m_buffers;
     std::uint64_t m_created = 0;

@@ -19,8 +19,10 @@ public:
     /// @param label            display name.
     /// @param dataType         display text of the data type, such as "Vec3".
     /// @param defaultProducer  name of the device that normally produces the channel.
+    /// @param isResizable      whether the buffer of a channel with shared memory can be resized.
+    /// @param isUserVisible    whether tools are to show the channel.
     ChannelDescriptor(std::string name, std::string label, std::string dataType, std::string defaultProducer,
-                      bool resizable, bool userVisible);
+                      bool isResizable, bool isUserVisible);
     /// From what the server tells about a channel.
     explicit ChannelDescriptor(vq::vds::ChannelInfo const& info);
     /// From what a device tells at its registration; the name serves as label too.
@@ -41,6 +43,7 @@ public:
     std::string label;
     std::string dataType;
     std::string defaultProducer;
+    // Nothing fills these two.
     std::string description;
     std::map<std::string, vq::cfg::ConfigurationSetting> settings;
     bool resizable;
