@@ -159,7 +159,8 @@ bool RemoveDirectoryPath(std::string const& path) {
 
 bool RemoveDirectoryTree(std::string const& path, std::ostream& errors) {
     std::string const directory = EnsureDirectoryPath(path);
-    if (!DirectoryExists(directory)) {
+    // No path at all is not the root.
+    if (path.empty() || !DirectoryExists(directory)) {
         return true;
     }
     bool removed = true;

@@ -49,7 +49,7 @@ bool RemoveFile(std::string const& path);
 bool RemoveDirectoryPath(std::string const& path);
 
 /// Removes a directory and all in it. Links inside are removed, never followed; a `path` that is a link to a
-/// directory is entered.
+/// directory is entered; an empty one names nothing.
 /// @param errors  gets a line for each entry that could not be removed.
 /// @return false when anything is left; true when there was no such directory.
 bool RemoveDirectoryTree(std::string const& path, std::ostream& errors);
