@@ -132,6 +132,14 @@ void FileLogHandler::Flush() {
     DoFlush();
 }
 
+void FileLogHandler::FlushWithin(std::chrono::seconds limit) {
+    FileLogBusy const busy;
+    if (m_mutex.try_lock_for(limit)) {
+        std::lock_guard const lock(m_mutex, std::adopt_lock);
+        DoFlush();
+    }
+}
+
 void FileLogHandler::Close() {
     Guard const guard(*this);
     DoFlush();

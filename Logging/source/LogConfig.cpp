@@ -146,7 +146,9 @@ void LogConfig::DeleteHandlers(std::vector<LogHandler*> const& removed) {
     if (removed.empty() || LogReaders::WaitForOthers(std::chrono::seconds(1))) {
         std::for_each(removed.begin(), removed.end(), std::default_delete<LogHandler>());
     } else {
-        std::for_each(removed.begin(), removed.end(), [](LogHandler* handler) { handler->Flush(); });
+        for (LogHandler* const handler : removed) {
+            handler->FlushWithin(std::chrono::seconds(15));  // a file's lock may be long in coming
+        }
     }
 }
 

@@ -79,7 +79,8 @@ public:
     void Log(LogRecord const& record) override;
 
     /// Writes what is buffered, and the pending repeat.
-    void Flush() override;
+    void Flush();
+    void FlushWithin(std::chrono::seconds limit) override;
     /// The same, then closes the file; the next record opens it again.
     void Close();
 

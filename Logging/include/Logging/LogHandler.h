@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -35,8 +36,10 @@ public:
     LogHandler(LogConfig& config, LogTarget target) : m_config(config), m_target(target) {}
     virtual ~LogHandler();
     virtual void Log(LogRecord const& record) = 0;
-    /// Writes out what the handler holds back. Any thread; may wait for others that are in the handler.
-    virtual void Flush() {}
+    /// Writes out what the handler holds back, for one that cannot be deleted because another thread is in
+    /// it.
+    /// @param limit  how long to wait for that thread; after it nothing is written.
+    virtual void FlushWithin(std::chrono::seconds /*limit*/) {}
 
     LogHandler(LogHandler const&) = delete;
     LogHandler& operator=(LogHandler const&) = delete;

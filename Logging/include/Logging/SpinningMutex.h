@@ -2,6 +2,9 @@
 
 #include <pthread.h>
 
+#include <chrono>
+#include <ctime>
+
 /// A mutex for sections of a few dozen instructions: a thread that finds it held first looks again for a
 /// moment, which is cheaper than to be put to sleep and woken.
 class SpinningMutex {
@@ -11,6 +14,13 @@ public:
     SpinningMutex& operator=(SpinningMutex const&) = delete;
 
     void lock() { ::pthread_mutex_lock(&m_mutex); }
+    /// @return false when the limit passes first.
+    bool try_lock_for(std::chrono::seconds limit) {
+        std::timespec end{};
+        ::clock_gettime(CLOCK_REALTIME, &end);
+        end.tv_sec += limit.count();
+        return ::pthread_mutex_timedlock(&m_mutex, &end) == 0;
+    }
     void unlock() { ::pthread_mutex_unlock(&m_mutex); }
 
 private:
