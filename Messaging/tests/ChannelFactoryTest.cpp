@@ -1,8 +1,5 @@
 #include "Messaging/AMessageManager.h"
 #include "Messaging/ChannelFactory.h"
-
-#include "Descriptors.pb.h"
-#include "Messaging/AMessageManager.h"
 #include "MessagingFixture.h"
 
 namespace {
@@ -43,8 +40,6 @@ TEST_F(ChannelFactoryTest, EveryDataTypeHasItsTextAndMakesBothEnds) {
               "Hand Tracking Keypoint Data,Hand Tracking Data,Input Controller,Lifecycle Event,Feature,"
               "Image Target Result,Raycast Results,Mesh,Mesh Info,Planes,Pcf,Controller System State,"
               "Keyboard Data,");
-    // Channels of shared buffers have opened pipes to the server.
-    AMessageManager::Instance().Cleanup();
 }
 
 // That each is deleted once is for the address sanitizer to see.
@@ -79,16 +74,6 @@ TEST_F(ChannelFactoryTest, AChannelThatCannotBeMadeIsNullWithItsLine) {
             "E Failed to create channel - good",
             "W Warning: ChannelFactory not configured for Producer production - no senderPipe available",
             "W Warning: ChannelFactory not configured for Observer production - no listenerPipe available"}));
-}
-
-TEST_F(ChannelFactoryTest, AChannelDescribesItselfForItsRegistration) {
-    m_factory.CreateChannelDescriptor("c", "Vec3", "maker")->resizable = true;
-    std::unique_ptr<Channel> const channel(m_factory.CreateChannel("c", kObserver));
-    vq::descriptors::data::ChannelDescription message;
-    channel->PopulateChannelDescriptionMessage(&message);
-    EXPECT_EQ(message.SerializeAsString(),
-              "\x0a\x01"
-              "c\x12\x04Vec3\x1a\x05maker\x20\x01\x28\x01\x30\x01");
 }
 
 TEST_F(ChannelFactoryTest, AMessageOfUnknownTypeBecomesASampleOfTheTypeThatTakesIt) {

@@ -191,9 +191,11 @@ TEST_F(SharedMemoryTest, ABufferIsMadeOnceJoinedByOthersAndResized) {
     EXPECT_EQ(first.Size(), 9000u);
     EXPECT_EQ(Read(second), "kept");
     SharedMemoryAccessor rigid(m_pipe, "rigid", false);
-    EXPECT_FALSE(first.Resize(0) || rigid.Resize(10) || rigid.GetConfiguration(found));
+    EXPECT_FALSE(first.Resize(0) || rigid.Resize(10) || rigid.Create(0, nullptr) ||
+                 rigid.GetConfiguration(found));
     for (char const* line :
-         {"Failed to resize shared memory for b to 0: ", "Shared memory buffer rigid is not resizable",
+         {"Failed to create shared memory: shared memory needs a name and a size",
+          "Failed to resize shared memory for b to 0: ", "Shared memory buffer rigid is not resizable",
           "Failed to fetch portable configuration for 'rigid'"}) {
         EXPECT_TRUE(log.Has(LogLevel::Error, line)) << line;
     }

@@ -116,6 +116,14 @@ TEST(SharedMemoryTest, OperationsOutOfTurnAreRefusedWithTheirLine) {
                          PathOf("turns") + "': File too large"}));
 }
 
+TEST(SharedMemoryTest, AnUnknownTypeGivesABlockThatRefusesAll) {
+    vq::test::LogCapture log;
+    auto const block = SharedMemoryFactory::Make("odd", 1, static_cast<SharedMemoryType>(7));
+    EXPECT_EQ(log.Lines(), (Lines{"E BUG: unhandled memory type: ??? (7)"}));
+    EXPECT_FALSE(block->Create() || block->Open() || block->Exists() || block->Resize(2) || block->Close() ||
+                 block->Detach() || block->Delete() || block->Attach(Access::Read) != nullptr);
+}
+
 TEST(SharedMemoryTest, AFullDiskIsAnErrorAndNotAFault) {
     std::string const directory = GetUserTempDirectory();
     if (::unshare(CLONE_NEWNS) != 0 || ::mount("tmpfs", directory.c_str(), "tmpfs", 0, "size=16k") != 0) {

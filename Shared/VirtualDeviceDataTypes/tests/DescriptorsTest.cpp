@@ -22,6 +22,19 @@ TEST(DeviceTypes, TranslateBothWaysAndFallBackToGeneric) {
     }
 }
 
+TEST(ChannelDescriptors, AreEqualByNameAndDataTypeWhereverTheyComeFrom) {
+    vq::descriptors::data::ChannelDescription description;
+    description.set_name("pose");
+    description.set_data_type("Vec3");
+    description.set_third_text("puck");
+    description.set_flag_4(true);
+    ChannelDescriptor const registered(description);
+    EXPECT_EQ(registered.label + "," + registered.defaultProducer, "pose,puck");
+    EXPECT_TRUE(registered.resizable && !registered.userVisible);
+    EXPECT_TRUE(registered == ChannelDescriptor("pose", "Pose", "Vec3", "other", false, true));
+    EXPECT_TRUE(registered != ChannelDescriptor("pose", "pose", "Quat", "puck", true, false));
+}
+
 /// Counts what is alive, and keeps items whose text is "fixed" against redefinition.
 struct Item {
     explicit Item(std::string itemText) : text(std::move(itemText)) { ++alive; }
