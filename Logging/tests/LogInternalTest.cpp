@@ -43,8 +43,8 @@ TEST(LogInternalTest, FormatsAsTheLibraryDoes) {
     EXPECT_SAME("%d %i %u %x %c%%%s", INT_MIN, 7, UINT_MAX, 0xbeefU, 'c', "text");
     EXPECT_SAME("%ld %lu %lx|%lld %llu %llx", LONG_MIN, ULONG_MAX, 255UL, LLONG_MAX, ULLONG_MAX, 10ULL);
     EXPECT_SAME("%zu %zd %zx", SIZE_MAX, static_cast<ssize_t>(-1), std::size_t{16});
-    EXPECT_SAME("%s then %5d|%-4s|%.2f|%hhd|%p|%lc", "quick", 3, "x", 2.5, 7, static_cast<void*>(&expected),
-                L'w');
+    EXPECT_SAME("%s then %5d|%-4s|%.2f|%hhd|%p|%lc", "quick", 3, "x", 2.5, static_cast<signed char>(7),
+                static_cast<void*>(&expected), L'w');
 #undef EXPECT_SAME
 }
 

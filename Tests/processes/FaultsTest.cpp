@@ -127,7 +127,7 @@ TEST_F(Faults, DescriptorsThatAreUsedUpFailTheCallsUntilThereAreSomeAgain) {
     StartAll();
     for (bool const isFirst : {true, false}) {
         std::list<Caller> callers;
-        for (rlim_t const count : {3, 6, 9, 12, 18, 30, 40, 50}) {
+        for (rlim_t const count : {3u, 6u, 9u, 12u, 18u, 30u, 40u, 50u}) {
             Caller& caller = callers.emplace_back();
             if (!isFirst) {
                 EXPECT_EQ(CallUntil(caller, "names", kOk, 30s).code, kOk);

@@ -1,7 +1,7 @@
 #include "VirtualDeviceServer/DeviceTable.h"
 
+#include <algorithm>
 #include <limits>
-#include <ranges>
 #include <utility>
 
 namespace vq::server {
@@ -29,12 +29,9 @@ Device const* DeviceTable::Find(std::int32_t id) const {
 }
 
 Device const* DeviceTable::FindByName(std::string const& name) const {
-    for (auto const& [id, device] : std::views::reverse(m_devices)) {
-        if (device.name == name) {
-            return &device;
-        }
-    }
-    return nullptr;
+    auto const found = std::find_if(m_devices.rbegin(), m_devices.rend(),
+                                    [&name](auto const& each) { return each.second.name == name; });
+    return found == m_devices.rend() ? nullptr : &found->second;
 }
 
 std::vector<std::int32_t> DeviceTable::FindNamesakes(std::string const& name) const {

@@ -52,7 +52,9 @@ private:
 /// Bit by bit, but for padding: a number that is none equals itself here.
 template <class Plain>
 bool SameBits(Plain left, Plain right) {
+#if __has_builtin(__builtin_clear_padding)  // else the compiler copies padding as it is, which was zero
     __builtin_clear_padding(&left);
     __builtin_clear_padding(&right);
+#endif
     return std::memcmp(&left, &right, sizeof left) == 0;
 }

@@ -145,7 +145,7 @@ TEST_F(ServerRegistryTest, DamagedTablesAreReadInsideTheirPageAndHeal) {
     for (char& c : noise) {
         c = static_cast<char>(byte(random));
     }
-    for (std::size_t const length : {0, 1, 1024, 4095, 4096, 3 * 4096}) {
+    for (std::size_t const length : {0u, 1u, 1024u, 4095u, 4096u, 3 * 4096u}) {
         ASSERT_EQ(::truncate(m_path.c_str(), 0), 0);
         SetTable(noise.substr(0, length), length);
         Read();

@@ -47,11 +47,12 @@ TEST(StatsCollectorTest, AMessageCarriesEveryFieldInTheOrderOfTheIds) {
     EXPECT_LT(message.counters(0).id(), message.counters(1).id());
 
     StatsCollector copy;
-    copy.SetCounter(StatsEntry{"gone"}, 1);
+    StatsEntry const gone{"gone"};
+    copy.SetCounter(gone, 1);
     copy.Deserialize(message);
     EXPECT_EQ(copy.GetCounterData(kEntry), stats.GetCounterData(kEntry));
     EXPECT_EQ(copy.GetTimerData(kEntry), stats.GetTimerData(kEntry));
-    EXPECT_EQ(copy.GetCounterData(StatsEntry{"gone"}).samples, 0);
+    EXPECT_EQ(copy.GetCounterData(gone).samples, 0);
 }
 
 }  // namespace
