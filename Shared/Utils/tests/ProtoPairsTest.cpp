@@ -66,6 +66,7 @@ using AllPairs = testing::Types<
 TYPED_TEST_SUITE(ProtoPairs, AllPairs);
 
 TYPED_TEST(ProtoPairs, RoundTripsOverTheWireAreExactAndFillEveryMember) {
+    VQ_SKIP_WHERE_PADDING_STAYS();
     using Message = typename TypeParam::Message;
     using Plain = typename TypeParam::Plain;
     RandomPlain random(7);

@@ -2,6 +2,9 @@
 
 #include "Logging/Log.h"
 
+#include <algorithm>
+#include <cmath>
+#include <limits>
 #include <locale>
 #include <sstream>
 
@@ -15,6 +18,19 @@ void AppendElements(List const& list, Json::Value& out) {
     out = Json::Value(Json::arrayValue);
     for (auto const& element : list.values()) {
         out.append(element);
+    }
+}
+
+/// JSON's text has no infinity, and a reader refuses null: a document with them could be written, never read.
+double JsonReal(float value) {
+    constexpr float most = std::numeric_limits<float>::max();
+    return std::isnan(value) ? 0.0 : static_cast<double>(std::clamp(value, -most, most));
+}
+
+void AppendReals(vq::cfg::FloatList const& list, Json::Value& out) {
+    out = Json::Value(Json::arrayValue);
+    for (float const element : list.values()) {
+        out.append(JsonReal(element));
     }
 }
 
@@ -117,7 +133,7 @@ bool ConvertVariantToJson(Variant const& value, Json::Value& out) {
             out = Json::Int64{value.integer_value()};
             return true;
         case Variant::kFloatValue:
-            out = static_cast<double>(value.float_value());
+            out = JsonReal(value.float_value());
             return true;
         case Variant::kBooleanValue:
             out = value.boolean_value();
@@ -129,7 +145,7 @@ bool ConvertVariantToJson(Variant const& value, Json::Value& out) {
             AppendIntegers(value.integer_list(), out);
             return true;
         case Variant::kFloatList:
-            AppendElements(value.float_list(), out);
+            AppendReals(value.float_list(), out);
             return true;
         case Variant::kBooleanList:
             AppendElements(value.boolean_list(), out);

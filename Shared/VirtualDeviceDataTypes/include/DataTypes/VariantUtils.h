@@ -20,7 +20,9 @@ class PropertyInfo;
 /// @return false for null, for arrays of mixed elements, and for arrays of arrays.
 bool ConvertJsonToVariant(std::string const& name, Json::Value const& value, vq::cfg::Variant& out);
 
-/// Converts a value to JSON. False, with an error line, for a value that isn't set, also inside a map.
+/// Converts a value to JSON. An infinite float becomes the greatest finite one of its sign, and one that is
+/// no number 0, for JSON's text has neither. False, with an error line, for a value that isn't set, also
+/// inside a map.
 bool ConvertVariantToJson(vq::cfg::Variant const& value, Json::Value& out);
 /// Makes `out` an object. Of entries with equal names the last one wins.
 bool ConvertNamedMapToJson(vq::cfg::NamedMap const& map, Json::Value& out);
