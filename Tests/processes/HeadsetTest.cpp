@@ -127,5 +127,20 @@ TEST_F(HeadsetTest, HoldsUpNobodyElseWhileItHangs) {
     EXPECT_EQ(Rigctl({"devices"}).status, 0);
 }
 
+TEST_F(HeadsetTest, AsAProgramFindsTheServerThatItIsToldOf) {
+    bridge.SetDevices({});
+    auto program = Start({"simulated_headset", "--serial", "B2"});
+    std::optional<std::string> const port = program->ReadLineWith("ready ", kStartLimit);
+    ASSERT_TRUE(port) << program->DrainOutput();
+    EXPECT_EQ(Rigctl({"remote", "connect", *port}).status, 0);
+    EXPECT_THAT(program->ReadLineWith("the server behind port ", kCallLimit).value_or(""),
+                HasSubstr(" answers vq.vds.Ping.Reply"));
+    EXPECT_EQ(Rigctl({"remote", "disconnect"}).status, 0);
+    program->Signal(SIGTERM);
+    EXPECT_EQ(Finish(*program).status, 0);
+    EXPECT_EQ(Rigctl({"remote", "list"}).output, "") << "it has left the bridge";
+    EXPECT_EQ(Finish(*Start({"simulated_headset", "--answer", "GET"})).output, "'GET' is no COMMAND=HOW\n");
+}
+
 }  // namespace
 }  // namespace vq::test

@@ -1,4 +1,5 @@
 #include <json/reader.h>
+#include <json/writer.h>
 
 #include <algorithm>
 #include <bit>
@@ -18,9 +19,10 @@ namespace {
 using Type = Field::Type;
 
 [[noreturn]] void Misfit(Field const& field, Json::Value const& value) {
-    std::string const text = value.isString() ? value.asString() : value.toStyledString();
-    throw Failure(Status::BadUsage, "'" + text.substr(0, text.find_last_not_of('\n') + 1) +
-                                        "' does not fit the field " + field.name + ".");
+    Json::StreamWriterBuilder oneLine;
+    oneLine["indentation"] = "";
+    std::string const text = value.isString() ? value.asString() : Json::writeString(oneLine, value);
+    throw Failure(Status::BadUsage, "'" + text + "' does not fit the field " + field.name + ".");
 }
 
 void AppendVarint(std::string& out, std::uint64_t value) {
