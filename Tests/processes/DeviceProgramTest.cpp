@@ -2,6 +2,8 @@
 
 #include <signal.h>
 
+#include <array>
+
 #include "Rig.h"
 #include "TestSupport/Test.h"
 
@@ -58,6 +60,20 @@ TEST_F(DeviceProgram, OfTheGuidePublishesTakesSettingsAndQuits) {
     }
     Rigctl({"quit", "Turntable", "--application"});
     EXPECT_EQ(program->WaitForExit(kStartLimit), 0) << program->DrainOutput();
+}
+
+TEST_F(DeviceProgram, SaysWhatIsWrongWithItsCommandLine) {
+    for (auto const& [option, argument, complaint] :
+         {std::array{"--set", "Nonsense=1", "'Nonsense=1' is not a setting of this device"},
+          {"--set", "Speed", "'Speed' is not a setting of this device, given as NAME=VALUE"},
+          {"--set", "Speed=fast", "'Speed=fast' does not fit the type "},
+          {"--manifest", "/nowhere", "Failed to open /nowhere"},
+          {"--nonsense", "x", "--nonsense"},
+          {"-V", "nonsense", "Unexpected option at nonsense"}}) {
+        ChildProcess program({Rig::Binary("turntable"), option, argument});
+        EXPECT_NE(program.WaitForExit(kStartLimit).value_or(0), 0) << argument;
+        EXPECT_THAT(program.DrainOutput(), HasSubstr(complaint));
+    }
 }
 
 TEST_F(DeviceProgram, EndsInOrderOnQuitOnASignalAndWithTheServer) {
