@@ -71,9 +71,10 @@ vq::RpcReply<typename M::Reply> Exchange(M const& request) {
     return reply;
 }
 
-/// Takes names and values from a reply that has a profile, and shows the caller the array behind them.
+/// Refreshes the profile from the reply; the caller's array stays.
+/// @param codeOnFailure  what to return when the provider could not be asked; not VQResult_Ok.
 template <class M>
-VQResult ExchangeNames(M const& request, VQIdentityProfile** out_profile, VQResult codeOnFailure) {
+VQResult ExchangeProfile(M const& request, VQResult codeOnFailure) {
     auto const reply = Exchange(request);
     if (!reply.success) {
         return codeOnFailure;
@@ -81,23 +82,16 @@ VQResult ExchangeNames(M const& request, VQIdentityProfile** out_profile, VQResu
     VQResult const result = static_cast<VQResult>(reply.reply.result());
     if (result == VQResult_Ok) {
         TheContext().PullOutProfile(reply.reply.profile());
-        if (!TheContext().FillVQProfileAttributeNames(out_profile)) {
-            return VQResult_UnspecifiedFailure;
-        }
     }
     return result;
 }
 
-/// Takes names and values from a reply that has a profile; the caller's array stays.
+/// The same, and shows the caller the array behind the new attributes.
 template <class M>
-VQResult ExchangeValues(M const& request, VQResult codeOnFailure) {
-    auto const reply = Exchange(request);
-    if (!reply.success) {
-        return codeOnFailure;
-    }
-    VQResult const result = static_cast<VQResult>(reply.reply.result());
-    if (result == VQResult_Ok) {
-        TheContext().PullOutProfile(reply.reply.profile());
+VQResult ExchangeNames(M const& request, VQIdentityProfile** out_profile, VQResult codeOnFailure) {
+    VQResult const result = ExchangeProfile(request, codeOnFailure);
+    if (result == VQResult_Ok && !TheContext().FillVQProfileAttributeNames(out_profile)) {
+        return VQResult_UnspecifiedFailure;
     }
     return result;
 }
@@ -177,7 +171,7 @@ VQResult VQIdentityRequestAttributeValues(VQIdentityProfile const*) noexcept {
     }
     vq::sd::VQIdentityRequestAttributeValues request;
     TheContext().FillMessage(*request.mutable_profile());
-    return ExchangeValues(request, VQResult_UnspecifiedFailure);
+    return ExchangeProfile(request, VQResult_UnspecifiedFailure);
 }
 
 VQResult VQIdentityReleaseUserProfile(VQIdentityProfile*) noexcept {
@@ -239,7 +233,7 @@ VQResult VQIdentityRequestAttributeValuesWait(uint64_t future, uint32_t timeout)
     if (!request) {
         return VQResult_UnspecifiedFailure;
     }
-    return ExchangeValues(*request, VQIdentityResult_FailedToConnectToCloudService);
+    return ExchangeProfile(*request, VQIdentityResult_FailedToConnectToCloudService);
 }
 
 char const* VQIdentityGetResultString(uint32_t code) noexcept {
