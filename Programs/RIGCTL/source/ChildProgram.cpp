@@ -96,11 +96,15 @@ ChildProgram::~ChildProgram() {
 }
 
 std::optional<int> ChildProgram::Status() {
+    Wait(WNOHANG);
+    return m_status;
+}
+
+void ChildProgram::Wait(int options) {
     int how = 0;
-    if (!m_status && ::waitpid(m_id, &how, WNOHANG) == m_id) {
+    if (!m_status && ::waitpid(m_id, &how, options) == m_id) {
         m_status = WIFSIGNALED(how) ? 128 + WTERMSIG(how) : WEXITSTATUS(how);
     }
-    return m_status;
 }
 
 void ChildProgram::Signal(int number) const {
@@ -110,16 +114,17 @@ void ChildProgram::Signal(int number) const {
 }
 
 void ChildProgram::End(Clock::time_point deadline) {
-    for (int const signal : {SIGTERM, SIGKILL}) {
-        if (Status()) {
-            return;
-        }
-        Signal(signal);
-        auto const rest = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-        pollfd waiting{.fd = m_descriptor.Get(), .events = POLLIN, .revents = 0};
-        ::poll(&waiting, 1, signal == SIGKILL ? -1 : static_cast<int>(std::max<std::int64_t>(rest, 0)));
+    if (Status()) {
+        return;
     }
-    Status();
+    Signal(SIGTERM);
+    auto const rest = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    pollfd waiting{.fd = m_descriptor.Get(), .events = POLLIN, .revents = 0};
+    ::poll(&waiting, 1, static_cast<int>(std::max<std::int64_t>(rest, 0)));
+    if (!Status()) {
+        Signal(SIGKILL);
+        Wait(0);
+    }
 }
 
 }  // namespace vq::rigctl

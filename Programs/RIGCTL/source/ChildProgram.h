@@ -34,7 +34,7 @@ public:
     ~ChildProgram();
 
     pid_t Id() const { return m_id; }
-    /// Readable once it has ended.
+    /// Readable once it has ended; negative where the system gives no such descriptor.
     int Descriptor() const { return m_descriptor.Get(); }
     /// Its exit status, or 128 and the number of the signal that ended it; nothing while it runs.
     std::optional<int> Status();
@@ -43,6 +43,9 @@ public:
     void End(Clock::time_point deadline);
 
 private:
+    /// @param options  of waitpid
+    void Wait(int options);
+
     Bond const m_bond;
     pid_t m_id = -1;
     FileDescriptor m_descriptor;

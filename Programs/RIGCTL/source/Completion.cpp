@@ -30,7 +30,7 @@ struct Place {
     CLI::App const* command = nullptr;
     std::size_t position = 0;             ///< among the command's positional arguments
     CLI::Option const* option = nullptr;  ///< whose value it is; null: none's
-    std::string device;
+    std::string device;                   ///< whose settings are meant
     CommonOptions common;
 };
 
@@ -57,9 +57,11 @@ CLI::Option const* FindOption(CLI::App const* command, std::string const& word) 
 void Take(Place& place, std::string const& word) {
     if (place.option != nullptr) {
         std::string const name = place.option->get_name();
-        (name == "--address" ? place.common.address
-         : name == "--name"  ? place.common.name
-                             : place.device) = word;
+        if (name == "--address") {
+            place.common.address = word;
+        } else if (name == "--name") {
+            place.common.name = word;
+        }
         place.option = nullptr;
     } else if (word.starts_with("-")) {
         CLI::Option const* const option = FindOption(place.command, word);

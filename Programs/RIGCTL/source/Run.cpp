@@ -117,7 +117,7 @@ int Follow(ChildProgram& program, Interrupts const& interrupts) {
     while (!program.Status()) {
         pollfd waiting[] = {{.fd = program.Descriptor(), .events = POLLIN, .revents = 0},
                             {.fd = interrupts.Descriptor(), .events = POLLIN, .revents = 0}};
-        ::poll(waiting, 2, -1);
+        ::poll(waiting, 2, program.Descriptor() < 0 ? static_cast<int>(kLook.count()) : -1);
         interrupts.PassOn(program);
     }
     return *program.Status();

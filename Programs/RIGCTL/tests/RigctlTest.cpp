@@ -175,6 +175,8 @@ TEST_F(Rigctl, SteersADevice) {
     EXPECT_THAT(Do({"rate", kDevice}), HasSubstr("33"));
     EXPECT_THAT(Do({"top", "--count", "1", "--interval", "0.3", "--json"}), HasSubstr("\"state\":\"ready\""));
     EXPECT_THAT(Do({"identity"}), HasSubstr("Lindqvist"));
+    Do({"config", kDevice, "set", "LoggedIn=false"});
+    EXPECT_THAT(Run({"identity", "--timeout", "60000"}).output, HasSubstr("(0x7D4D0004)"));
     // A watcher that comes late sees the next change; one that comes early may be told of the young device.
     std::string seen;
     do {
@@ -256,7 +258,7 @@ TEST_F(Rigctl, CompletesWithLiveNames) {
     // A machine that is too slow gives no names: then the next attempt may.
     for (auto const& [words, name] :
          {std::pair{Words{"--complete", "quit", ""}, kDevice},
-          {Words{"--complete", "--json", "config", kDevice, "set", "De"}, "DelayMs"},
+          {Words{"--complete", "config", kDevice, "--timeout", "5", "set", "De"}, "DelayMs"},
           {Words{"--complete", "registry", "remove", ""}, "vdserver@vds"}}) {
         std::string output;
         for (int attempt = 0; attempt < 100 && output.find(name) == std::string::npos; ++attempt) {

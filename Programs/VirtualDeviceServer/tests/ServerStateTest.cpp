@@ -1,4 +1,3 @@
-
 #include "StateFixture.h"
 #include "TestSupport/Test.h"
 

@@ -69,9 +69,6 @@ TEST_P(ServerWireTest, TellsClientsWhatTheyNeed) {
     request.set_device("odd \xff\n name");
     request.set_flag(false);
     EXPECT_EQ(m_client->Get(request).address(), Registration("odd \xff\n name").address());
-    auto const infos = m_client->Get(vq::vds::GetDeviceInfos());
-    ASSERT_EQ(infos.infos_size(), 1);
-    EXPECT_THAT(infos.infos(0).producer_channels(), ElementsAre("x"));
     auto const mappings = m_client->Get(vq::vds::GetChannelMappings());
     ASSERT_EQ(mappings.mappings_size(), 1);
     EXPECT_EQ(mappings.mappings(0).device(), "odd \xff\n name");
