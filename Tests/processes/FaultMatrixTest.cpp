@@ -131,7 +131,7 @@ protected:
         }
         if (m_hurried) {
             ::setenv("LD_PRELOAD", kHurry.data(), 1);
-            ::setenv("FAKETIME", "+0 x10", 1);
+            ::setenv("FAKETIME", "+0 x5", 1);
         }
         m_rig.StartServer();
         m_rig.StartProvider();
@@ -196,7 +196,7 @@ protected:
     void ComeBack() {
         if (GetParam().fault == Fault::Stopped) {
             // The exchange began after the call, and has the same limit.
-            ::usleep(m_hurried ? 200000 : 2000000);
+            ::usleep(m_hurried ? 400000 : 2000000);
             Victim().Signal(SIGCONT);
             VictimsTap().Set(RequestTap::Mode::Pass);
             return;

@@ -163,7 +163,10 @@ void Run(std::string const& command, Words& words) {
     VQResult const code = found->second.call();
     auto const spent =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
-    std::cout << "= " << code << " " << spent.count() << " " << found->second.after() << std::endl;
+    std::ostringstream line;
+    line << "= " << code << " " << spent.count() << " " << found->second.after() << "\n";
+    // At once: the log of the library's threads goes to the same place.
+    std::cout << line.str() << std::flush;
 }
 
 }  // namespace
