@@ -36,4 +36,10 @@ set(CPACK_COMPONENT_TOOLS_DEPENDS library)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "server and sample devices for libvq_identity
 The server vdserver, the sample devices mock_identity_device, sample_producer and sample_observer, and RIGCTL,
 which shows and steers them.")
+
+foreach(component LIBRARY DEVELOPMENT TOOLS)
+    string(TOLOWER ${component} lower)
+    install(FILES cmake/copyright DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${component}_PACKAGE_NAME}"
+            COMPONENT ${lower})
+endforeach()
 include(CPack)

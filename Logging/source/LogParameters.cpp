@@ -8,6 +8,7 @@
 #include "Logging/LogConfig.h"
 #include "Logging/LogParameterCLIProcessor.h"
 #include "Logging/LoggingOptions.h"
+#include "Utils/TextUtils.h"
 
 namespace {
 
@@ -39,12 +40,7 @@ bool ApplyLogParameters(std::vector<std::string> const& parameters, std::string&
     std::lock_guard const requests(g_requests);
     std::vector<std::string> texts = {"dummy_executable_name"};
     texts.insert(texts.end(), parameters.begin(), parameters.end());
-    std::vector<char*> argv;
-    argv.reserve(texts.size() + 1);
-    for (std::string& text : texts) {
-        argv.push_back(text.data());
-    }
-    argv.push_back(nullptr);
+    std::vector<char*> argv = ArgumentPointers(texts);
 
     // Shared: another thread may still be in the callback when it has been taken out.
     auto const collected = std::make_shared<CollectedErrors>();

@@ -10,22 +10,13 @@
 #include "TestSupport/LogCapture.h"
 #include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
+#include "Utils/TextUtils.h"
 
 namespace vq::test {
 
 namespace {
 
 using Arguments = std::vector<std::string>;
-
-/// Pointers to the texts of a command line, for as long as those live.
-std::vector<char*> Pointers(Arguments& arguments) {
-    std::vector<char*> argv;
-    for (std::string& argument : arguments) {
-        argv.push_back(argument.data());
-    }
-    argv.push_back(nullptr);
-    return argv;
-}
 
 Arguments SplitAtTabs(std::string const& text) {
     Arguments arguments;
@@ -39,7 +30,7 @@ Arguments SplitAtTabs(std::string const& text) {
 /// Applies arguments, with tabs between them, to the process-wide log.
 bool Apply(std::string const& given) {
     Arguments arguments = SplitAtTabs("program\t" + given);
-    std::vector<char*> argv = Pointers(arguments);
+    std::vector<char*> argv = ArgumentPointers(arguments);
     return LogParameterCLIProcessor::ProcessParams(static_cast<int>(arguments.size()), argv.data());
 }
 
@@ -133,7 +124,7 @@ TEST_F(LoggingOptionsTest, AProgramTakesThemOutOfItsCommandLine) {
     for (auto const& [given, left, state] : Rows<3>("LoggingOptions", "taken")) {
         LogConfig::Instance().Reset(true);
         Arguments arguments = SplitAtTabs("program\t" + given);
-        std::vector<char*> argv = Pointers(arguments);
+        std::vector<char*> argv = ArgumentPointers(arguments);
         int argc = static_cast<int>(arguments.size());
         bool helpShown = false;
         testing::internal::CaptureStderr();

@@ -1,5 +1,7 @@
 #include "Messaging/ZMQMessageManager.h"
 
+#include <cstddef>
+#include <new>
 #include <utility>
 
 #include "Logging/Log.h"
@@ -22,8 +24,9 @@ AMessageManager& AMessageManager::Instance() {
 ZMQMessageManager::~ZMQMessageManager() {
     // Without Cleanup they outlive the process's statics. Kept in sight of tools that look for leaks.
     if (!m_contexts.empty()) {
-        [[maybe_unused]] static void const* volatile s_kept = nullptr;
-        s_kept = new auto(std::move(m_contexts));
+        using Contexts = decltype(m_contexts);
+        alignas(Contexts) static std::byte s_kept[sizeof(Contexts)];
+        new (s_kept) Contexts(std::move(m_contexts));
     }
 }
 

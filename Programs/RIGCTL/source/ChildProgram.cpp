@@ -13,6 +13,7 @@
 
 #include "Failure.h"
 #include "Utils/OSUtils.h"
+#include "Utils/TextUtils.h"
 
 namespace vq::rigctl {
 
@@ -60,12 +61,7 @@ constexpr std::chrono::seconds kPatience{3};
 ChildProgram::ChildProgram(std::vector<std::string> const& arguments, Options const& options)
     : m_bond(options.bond) {
     std::vector<std::string> texts = arguments;
-    std::vector<char*> argv;
-    argv.reserve(texts.size() + 1);
-    for (std::string& text : texts) {
-        argv.push_back(text.data());
-    }
-    argv.push_back(nullptr);
+    std::vector<char*> const argv = ArgumentPointers(texts);
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0) {
         throw Failure(Status::Refused, "Cannot make a pipe: " + GetOSErrorText(errno) + ".");

@@ -15,6 +15,7 @@
 
 #include "Logging/Log.h"
 #include "Utils/OSUtils.h"
+#include "Utils/TextUtils.h"
 
 namespace vq::server {
 
@@ -57,22 +58,12 @@ public:
 
     /// 0, or the error.
     int Spawn(pid_t& pid, std::vector<std::string> arguments, std::vector<std::string> environment) const {
-        std::vector<char*> argv = Pointers(arguments);
-        std::vector<char*> envp = Pointers(environment);
+        std::vector<char*> argv = ArgumentPointers(arguments);
+        std::vector<char*> envp = ArgumentPointers(environment);
         return ::posix_spawn(&pid, argv[0], &m_actions, &m_attributes, argv.data(), envp.data());
     }
 
 private:
-    static std::vector<char*> Pointers(std::vector<std::string>& texts) {
-        std::vector<char*> pointers;
-        pointers.reserve(texts.size() + 1);
-        for (std::string& text : texts) {
-            pointers.push_back(text.data());
-        }
-        pointers.push_back(nullptr);
-        return pointers;
-    }
-
     posix_spawn_file_actions_t m_actions;
     posix_spawnattr_t m_attributes;
 };

@@ -17,6 +17,7 @@
 #include "ProcessRunState.h"
 #include "Utils/FileDescriptor.h"
 #include "Utils/OSUtils.h"
+#include "Utils/TextUtils.h"
 #include "Utils/ThreadUtils.h"
 
 namespace {
@@ -133,8 +134,8 @@ public:
     pid_t Spawn(std::string const& executable, std::vector<std::string> arguments,
                 std::vector<std::string> environment) const {
         pid_t pid = -1;
-        std::vector<char*> const argv = Pointers(arguments);
-        std::vector<char*> const extended = Pointers(environment);
+        std::vector<char*> const argv = ArgumentPointers(arguments);
+        std::vector<char*> const extended = ArgumentPointers(environment);
         char* const* const envp = environment.empty() ? environ : extended.data();
         int const error =
             ::posix_spawn(&pid, executable.c_str(), &m_actions, &m_attributes, argv.data(), envp);
@@ -149,16 +150,6 @@ public:
     }
 
 private:
-    static std::vector<char*> Pointers(std::vector<std::string>& texts) {
-        std::vector<char*> pointers;
-        pointers.reserve(texts.size() + 1);
-        for (std::string& text : texts) {
-            pointers.push_back(text.data());
-        }
-        pointers.push_back(nullptr);
-        return pointers;
-    }
-
     posix_spawn_file_actions_t m_actions;
     posix_spawnattr_t m_attributes;
 };

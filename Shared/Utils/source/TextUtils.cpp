@@ -156,6 +156,16 @@ std::vector<std::string> Parameterize(std::string_view commandLine) {
     return arguments;
 }
 
+std::vector<char*> ArgumentPointers(std::vector<std::string>& arguments) {
+    std::vector<char*> pointers;
+    pointers.reserve(arguments.size() + 1);
+    for (std::string& argument : arguments) {
+        pointers.push_back(argument.data());
+    }
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
 std::string HexDump(void const* data, std::size_t size) {
     static constexpr char digits[] = "0123456789abcdef";
     std::string_view const bytes(static_cast<char const*>(data), size);

@@ -40,5 +40,9 @@ bool MoveSubstring(std::string& text, std::string_view piece, std::size_t positi
 /// in double quotes is one argument, and a backslash before a quote in it keeps the quote.
 std::vector<std::string> Parameterize(std::string_view commandLine);
 
+/// Arguments as exec and getopt take them: a pointer to each of the texts, which must outlive the result, and
+/// a null.
+std::vector<char*> ArgumentPointers(std::vector<std::string>& arguments);
+
 /// Two lines: " xx" for each byte, and "\n\t" followed by each byte as a character ('.' when unprintable).
 std::string HexDump(void const* data, std::size_t size);
