@@ -7,10 +7,37 @@
 #include <json/reader.h>
 #include <json/writer.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <ostream>
 #include <sstream>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+/// The files that a thread is reading, each included by the one before it, for as long as it reads them.
+class FileUnderWay {
+public:
+    explicit FileUnderWay(std::string_view path)
+        : m_includesItself(std::find(t_files.begin(), t_files.end(), path) != t_files.end()) {
+        t_files.push_back(path);
+    }
+    FileUnderWay(FileUnderWay const&) = delete;
+    FileUnderWay& operator=(FileUnderWay const&) = delete;
+    ~FileUnderWay() { t_files.pop_back(); }
+
+    bool IncludesItself() const { return m_includesItself; }
+
+private:
+    static thread_local std::vector<std::string_view> t_files;
+    bool const m_includesItself;
+};
+
+thread_local std::vector<std::string_view> FileUnderWay::t_files;
+
+}  // namespace
 
 bool ParseJson(std::string_view text, Json::Value& root, std::string& errors) {
     bool const collectComments = false;
@@ -65,6 +92,11 @@ bool GetJsonRootOfString(std::string const& text, Json::Value& root, std::ostrea
 }
 
 bool GetJsonRootOfFile(std::string const& path, Json::Value& root, std::ostream& errors) {
+    FileUnderWay const file(path);
+    if (file.IncludesItself()) {
+        errors << "'" << path << "' includes itself\n";
+        return false;
+    }
     std::string const text = JsonFileToString(path);
     if (text.empty() || !GetJsonRootOfString(text, root, errors) ||
         !ExpandJsonIncludes(path, GetDirectoryOf(path), root, errors)) {

@@ -72,6 +72,20 @@ TEST_F(JsonIncludes, EveryProblemIsReportedAndNoneStopsTheWalk) {
     EXPECT_THAT(log.Lines()[0], HasSubstr("Failed to parse JSON file '" + m_directory + "broken.json'\n"));
 }
 
+TEST_F(JsonIncludes, AFileThatIncludesItselfIsAnErrorAndMayBeIncludedTwice) {
+    std::string const back = m_directory + "back.json";
+    Write(back, R"({ "Includes": [ "main.json", "main.json" ], "Back": true })");
+    Write(m_main, R"({ "A": { "Includes": [ "back.json" ] }, "B": { "Includes": [ "back.json" ] } })");
+    LogCapture const log;
+    EXPECT_FALSE(GetJsonRootOfFile(m_main, m_root, m_errors));
+    EXPECT_EQ(m_errors.str(), "Failed to load '" + back + "'\nFailed to load '" + back + "'\n");
+    EXPECT_TRUE(log.Has(LogLevel::Error,
+                        "Failed to parse JSON file '" + m_main + "'\n'" + m_main + "' includes itself\n"));
+    Write(back, R"({ "Back": true })");
+    EXPECT_TRUE(GetJsonRootOfFile(m_main, m_root, m_errors));
+    EXPECT_EQ(m_root, Parse(R"({ "A": { "Back": true }, "B": { "Back": true } })"));
+}
+
 TEST(JsonMerge, FollowsTheKindsOfBothSides) {
     for (auto const& [existing, included, result] : Rows<3>("JsonIncludes", "merge")) {
         bool const merged = result != kNone;

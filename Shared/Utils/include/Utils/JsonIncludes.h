@@ -11,8 +11,8 @@
 /// Expands every "Includes" key in the tree of `value`, in place, and removes the keys. Files are sought in
 /// the directory of the including document, then in the data root, then in the data root by file name alone.
 ///
-/// A failure doesn't stop the walk, so that all problems are reported at once. Files already seen are not
-/// remembered: a document that includes itself recurses without end, which its author has to avoid.
+/// A failure doesn't stop the walk, so that all problems are reported at once. One of them is a file that
+/// includes itself, directly or through others.
 /// @param path       where `value` stands, for messages.
 /// @param directory  of the document that `value` belongs to, with a slash at the end.
 /// @param errors     receives a line for each problem.
