@@ -104,12 +104,14 @@ public:
             ::posix_spawn_file_actions_addopen(&m_actions, STDIN_FILENO, "/dev/null", O_RDONLY | O_NONBLOCK,
                                                0);
         }
-        // Our own threads block all signals. A tool must not inherit that, or a service that it leaves behind
-        // could not be ended any more.
-        sigset_t none;
-        ::sigemptyset(&none);
-        ::posix_spawnattr_setsigmask(&m_attributes, &none);
-        int flags = POSIX_SPAWN_SETSIGMASK;
+        // Our own threads block all signals, and our log ignores SIGPIPE. A tool must not inherit that: a
+        // service that it leaves behind could not be ended any more, and pipes in a script would complain.
+        sigset_t signals;
+        ::sigemptyset(&signals);
+        ::posix_spawnattr_setsigmask(&m_attributes, &signals);
+        ::sigaddset(&signals, SIGPIPE);
+        ::posix_spawnattr_setsigdefault(&m_attributes, &signals);
+        int flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
         if (detached) {
             ::posix_spawnattr_setpgroup(&m_attributes, 0);
             flags |= POSIX_SPAWN_SETPGROUP;
@@ -131,8 +133,8 @@ public:
 
     /// @param environment  empty: ours
     /// @return the child's id; -1 when the file turns out to be no program.
-    pid_t Spawn(std::string const& executable, std::vector<std::string> arguments,
-                std::vector<std::string> environment) const {
+    pid_t SpawnChild(std::string const& executable, std::vector<std::string> arguments,
+                     std::vector<std::string> environment) const {
         pid_t pid = -1;
         std::vector<char*> const argv = ArgumentPointers(arguments);
         std::vector<char*> const extended = ArgumentPointers(environment);
@@ -265,7 +267,7 @@ Process ProcessFactory::Spawn() const {
     pid_t pid = -1;
     {
         WorkingDirectory const directory(m_workingDirectory);
-        pid = SpawnSettings(pipes, m_detached).Spawn(m_executable, m_arguments, Environment());
+        pid = SpawnSettings(pipes, m_detached).SpawnChild(m_executable, m_arguments, Environment());
     }
     pipes.input.readEnd.Reset();
     pipes.output.writeEnd.Reset();

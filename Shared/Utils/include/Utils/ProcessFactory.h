@@ -18,8 +18,8 @@ private:
     std::string m_text;
 };
 
-/// Describes a child process and starts it, any number of times. No shell reads any of it. No signals are
-/// blocked in the child.
+/// Describes a child process and starts it, any number of times. No shell reads any of it. In the child no
+/// signals are blocked, and SIGPIPE has its usual effect.
 ///
 /// Threads: an object is used by one at a time. Starting with a working directory changes that of the whole
 /// process for a moment: nothing that depends on it may run meanwhile.
