@@ -146,8 +146,8 @@ void FileLogHandler::Close() {
     CloseFiles();
 }
 
-void FileLogHandler::Format(LogLine& line, LogRecord const& record, std::string_view tag,
-                            LogPlace const& place) const {
+void FileLogHandler::FormatHeader(LogLine& line, LogRecord const& record, std::string_view tag,
+                                  LogPlace const& place) const {
     line.Add(ColorText(LogColor::Header));
     AddTime(line, record.time);
     line.Add(std::string_view(" <"));
@@ -160,9 +160,6 @@ void FileLogHandler::Format(LogLine& line, LogRecord const& record, std::string_
     line.Add(*ShortLevelName(record.level));
     line.Add(' ');
     line.Add(place, record);
-    line.Add(ColorText(GetLevelColor(record.level)));
-    line.Add(record.message);
-    line.Add(ColorText(LogColor::Reset));
 }
 
 void FileLogHandler::Log(LogRecord const& record) {
@@ -177,7 +174,10 @@ void FileLogHandler::Log(LogRecord const& record) {
     std::string_view const tag = record.tag != nullptr ? record.tag : "";
     // Beside these texts: colours, the time, the thread's name, the line's number.
     LogLine line(m_programName.size() + tag.size() + place.name.size() + record.message.size() + 128);
-    Format(line, record, tag, place);
+    FormatHeader(line, record, tag, place);
+    line.Add(ColorText(GetLevelColor(record.level)));
+    line.Add(record.message);
+    line.Add(ColorText(LogColor::Reset));
     std::size_t const length = line.View().size();
     line.Add('\n');
     std::chrono::nanoseconds const now = CoarseNow();

@@ -98,22 +98,22 @@ void FileLogHandler::SetMaxFileSize(unsigned long size) {
 
 std::vector<DatedLog> FileLogHandler::GetLogsAtLocation() {
     Guard const guard(*this);
-    return ListLogs();
+    return DoGetLogsAtLocation();
 }
 
 std::vector<DatedLog> FileLogHandler::GetOldLogsAtLocation() {
     Guard const guard(*this);
-    return ListOldLogs();
+    return DoGetOldLogsAtLocation();
 }
 
-std::vector<DatedLog> FileLogHandler::ListLogs() {
+std::vector<DatedLog> FileLogHandler::DoGetLogsAtLocation() {
     std::vector<DatedLog> logs;
     RunUnderLogRotateLockFile([&] { logs = m_names.List(); });
     return logs;
 }
 
-std::vector<DatedLog> FileLogHandler::ListOldLogs() {
-    std::vector<DatedLog> logs = ListLogs();
+std::vector<DatedLog> FileLogHandler::DoGetOldLogsAtLocation() {
+    std::vector<DatedLog> logs = DoGetLogsAtLocation();
     std::time_t midnight = 0;
     if (!GetMidnightTime(midnight)) {
         return {};
@@ -165,7 +165,7 @@ void FileLogHandler::CheckLogFileDate() {
     if (!m_lockFile) {
         return;
     }
-    std::vector<DatedLog> const logs = ListOldLogs();
+    std::vector<DatedLog> const logs = DoGetOldLogsAtLocation();
     bool const isOld =
         std::any_of(logs.begin(), logs.end(), [this](DatedLog const& log) { return log.path == m_fullPath; });
     if (isOld) {
@@ -219,7 +219,7 @@ void FileLogHandler::RotateOpenLog() {
     // Another process may have seen the same old log and moved it while we waited for the lock.
     std::string target;
     if (LengthOf(log) == 0 || !FinishRotation() ||
-        !m_names.MakeUniqueDated(m_fullPath, m_maxDatedFiles, target)) {
+        !m_names.MakeUniqueDatedLogFile(m_fullPath, m_maxDatedFiles, target)) {
         return;
     }
     LOG_PLAIN_V("Rotating log into %s...", target.c_str());
@@ -248,7 +248,7 @@ bool FileLogHandler::FinishRotation() {
         return true;
     }
     std::string target;
-    if (!m_names.MakeUniqueDated(copy, m_maxDatedFiles, target)) {
+    if (!m_names.MakeUniqueDatedLogFile(copy, m_maxDatedFiles, target)) {
         return false;
     }
     if (!RenameFile(copy, target)) {

@@ -57,7 +57,7 @@ std::vector<DatedLog> LogFileNames::List() const {
     return logs;
 }
 
-bool LogFileNames::MakeUniqueDated(std::string const& log, int count, std::string& out) const {
+bool LogFileNames::MakeUniqueDatedLogFile(std::string const& log, int count, std::string& out) const {
     struct stat entry {};
     std::time_t const written = ::stat(log.c_str(), &entry) == 0 ? entry.st_mtime : std::time(nullptr);
     std::tm local{};

@@ -45,7 +45,7 @@ struct LogFileNames {
     /// @param count  numbers to try.
     /// @param out    the name.
     /// @return false, with a warning logged, when all are taken.
-    bool MakeUniqueDated(std::string const& log, int count, std::string& out) const;
+    bool MakeUniqueDatedLogFile(std::string const& log, int count, std::string& out) const;
 };
 
 /// A sink that writes to a text file which several processes share: buffers in the process, folds repeated
@@ -95,7 +95,8 @@ private:
     };
     class Guard;
 
-    void Format(LogLine& line, LogRecord const& record, std::string_view tag, LogPlace const& place) const;
+    void FormatHeader(LogLine& line, LogRecord const& record, std::string_view tag,
+                      LogPlace const& place) const;
 
     // Buffering. From here on all hold the mutex, and the thread is marked as busy.
     void Append(std::string_view line, std::chrono::nanoseconds now);
@@ -124,8 +125,8 @@ private:
     void RotateOpenLog();
     bool CopyLog(std::string const& unfinished, std::string const& target);
     bool FinishRotation();
-    std::vector<DatedLog> ListLogs();
-    std::vector<DatedLog> ListOldLogs();
+    std::vector<DatedLog> DoGetLogsAtLocation();
+    std::vector<DatedLog> DoGetOldLogsAtLocation();
 
     std::string const m_programName;
     mutable SpinningMutex m_mutex;  // guards everything below; m_stream is only read without it

@@ -13,8 +13,8 @@
 /// several threads at once, with no lock held.
 using LogCallback = std::function<bool(LogRecord const&)>;
 
-/// Level, callback and handlers of the log. Statements use the process-wide one. Any thread, but a handler
-/// may only be removed or the configuration reset while no other thread can be logging to it.
+/// Level, callback and handlers of the log. Statements use the process-wide one. Any thread; a handler goes
+/// when no other thread is inside it, or stays in memory, written out, where one is not done in a second.
 class LogConfig {
 public:
     /// The process-wide configuration: made at first use with both console handlers. At process exit its
@@ -51,9 +51,9 @@ public:
 
     /// Appends a handler and takes ownership of it. False, without taking it, for null or one already there.
     bool AddLogHandler(LogHandler* handler);
-    /// Takes a handler out; the caller owns it then. False for null or one not there.
+    /// Takes a handler out; the caller owns it, and others may still be in it. False for null or none such.
     bool RemoveLogHandler(LogHandler* handler);
-    /// Takes a handler out and deletes it, once no other thread is inside it. False as above.
+    /// Takes a handler out and deletes it. False as above.
     bool DeleteLogHandler(LogHandler* handler);
 
     /// The first handler of that target, or null.

@@ -28,6 +28,7 @@ enum LoggingOption : int {
 /// optind, and moves it past the path of a log file. One thread at a time in the process.
 /// @param option     value of the option; one that is not known is told in an error record, and handled.
 /// @param argument   its argument; null for none. The path behind --logfile is taken from argv instead.
+/// @param argv       the `argc` elements that getopt_long scans, for that path and for what errors quote.
 /// @param helpShown  null, or set when the option asked for the help text.
 /// @return false for a bad argument; an error record says why.
 bool HandleLoggingOption(int option, char const* argument, int argc, char const* const* argv, bool* helpShown,

@@ -17,9 +17,9 @@ public:
     /// @return false when the limit passes first.
     bool try_lock_for(std::chrono::seconds limit) {
         std::timespec end{};
-        ::clock_gettime(CLOCK_REALTIME, &end);
+        ::clock_gettime(CLOCK_MONOTONIC, &end);
         end.tv_sec += limit.count();
-        return ::pthread_mutex_timedlock(&m_mutex, &end) == 0;
+        return ::pthread_mutex_clocklock(&m_mutex, CLOCK_MONOTONIC, &end) == 0;
     }
     void unlock() { ::pthread_mutex_unlock(&m_mutex); }
 
