@@ -67,30 +67,14 @@ TEST(ConsoleTest, PrintsTagAndProcessWhenTheGlobalLevelIsVerbose) {
 }
 
 TEST(ConsoleTest, TakesColourFromTheEnvironment) {
-    for (auto const& [value, color] : std::map<std::string, bool>{{"0", false},
-                                                                  {"off", false},
-                                                                  {"no", false},
-                                                                  {"false", false},
-                                                                  {kNone, false},
-                                                                  {"", true},
-                                                                  {"OFF", true},
-                                                                  {"1", true}}) {
+    std::set<std::string> const on = {"", "OFF", "1"};
+    for (std::string const value : {"0", "off", "no", "false", kNone, "", "OFF", "1"}) {
         value != kNone ? ::setenv("VQLOG_COLOR", value.c_str(), 1) : ::unsetenv("VQLOG_COLOR");
         testing::internal::CaptureStdout();  // not a terminal
         LogConfig const config(true);
         testing::internal::GetCapturedStdout();
-        EXPECT_EQ(config.FindLogHandler(LogTarget::Stdout)->UsesColor(), color);
+        EXPECT_EQ(config.FindLogHandler(LogTarget::Stdout)->UsesColor(), on.count(value) == 1) << value;
     }
-}
-
-TEST(ConsoleTest, FormatsLocalTimeWithMilliseconds) {
-    ::setenv("TZ", "UTC", 1);
-    ::tzset();
-    LogTimePoint const time{std::chrono::microseconds(1'600'000'000'007'999)};
-    std::ostringstream text;
-    LogHandler::FormatTime(text, time, false);
-    LogHandler::FormatTime(text << " ", time, true);
-    EXPECT_EQ(text.str(), "122640.007 Sun Sep 13 12:26:40 2020");
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 #include <utime.h>
 
 #include "Logging/FileLogHandler.h"
-#include "Logging/LogConfig.h"
+#include "MakeRecord.h"
 #include "TestSupport/LogCapture.h"
 #include "TestSupport/Test.h"
 #include "Utils/TextUtils.h"
@@ -24,13 +24,8 @@ public:
     }
 
     static LogRecord MakeRecord(std::string text) {
-        LogRecord record;
+        LogRecord record = ::MakeRecord(LogLevel::Info, std::move(text), "Send");
         record.time = LogTimePoint{std::chrono::microseconds(1'600'000'000'007'999)};
-        record.file = "/src/Channel.cpp";
-        record.line = 120;
-        record.function = "Send";
-        record.level = LogLevel::Info;
-        record.message = std::move(text);
         return record;
     }
     void Log(std::string text) { handler->Log(MakeRecord(std::move(text))); }

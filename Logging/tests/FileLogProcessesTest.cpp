@@ -1,7 +1,6 @@
 // Several processes on one file, and peers that stop or die.
 
 #include <signal.h>
-#include <sys/wait.h>
 
 #include "FileLogFixture.h"
 #include "TestSupport/ChildProcess.h"
@@ -13,27 +12,19 @@ namespace {
 
 constexpr std::chrono::minutes kLong{10};
 
-std::string Writer() {
-    return GetExecutableDirectory() + "file_log_writer";
-}
-
 class FileLogProcessesTest : public FileLogTest {
 public:
     std::unique_ptr<ChildProcess> StartWriter(std::string const& name, int lines, int maxSize) const {
-        return std::make_unique<ChildProcess>(
-            Lines{Writer(), "write", path, name, std::to_string(lines), std::to_string(maxSize)});
+        return std::make_unique<ChildProcess>(Lines{GetExecutableDirectory() + "file_log_writer", path, name,
+                                                    std::to_string(lines), std::to_string(maxSize)});
     }
 
-    /// A process that has taken the locks of some files and does not run any more.
-    static std::unique_ptr<ChildProcess> StartStoppedHolder(std::vector<std::string> const& files) {
-        std::vector<std::string> arguments = {Writer(), "hold"};
-        arguments.insert(arguments.end(), files.begin(), files.end());
-        auto holder = std::make_unique<ChildProcess>(arguments);
-        EXPECT_TRUE(holder->ReadLineWith("held", kLong));
-        holder->Signal(SIGSTOP);
-        siginfo_t stopped;
-        EXPECT_EQ(::waitid(P_PID, static_cast<id_t>(holder->Pid()), &stopped, WSTOPPED | WNOWAIT), 0);
-        return holder;
+    /// Holds the lock of a file: an open of its own excludes the handler as another process does.
+    using Peer = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+    static Peer HoldLock(std::string const& file) {
+        Peer peer(OpenSharedFile(file, "a+"), std::fclose);
+        EXPECT_TRUE(LockFile(peer.get(), kLong));
+        return peer;
     }
 };
 
@@ -77,11 +68,12 @@ TEST_F(FileLogProcessesTest, WritersThatDieWhileTheyHoldTheLocksCostTheOthersNot
     EXPECT_TRUE(numbers["survivor"] == AllBelow(kLines));
 }
 
-TEST_F(FileLogProcessesTest, AStoppedPeerThatHoldsTheLocksCostsNoLine) {
+TEST_F(FileLogProcessesTest, APeerThatKeepsTheLocksCostsNoLine) {
     LogCapture capture;
     Log("before");
     handler->Flush();
-    auto const peer = StartStoppedHolder({path, directory + ".app.lock"});
+    Peer log = HoldLock(path);
+    Peer rotation = HoldLock(directory + ".app.lock");
     capture.Clear();
     auto const start = std::chrono::steady_clock::now();
     Log("during");
@@ -91,9 +83,7 @@ TEST_F(FileLogProcessesTest, AStoppedPeerThatHoldsTheLocksCostsNoLine) {
                                              "E log stream " + path + " is stuck, writing anyway"));
 
     // Who opens a log that is held does not wait for long: it falls back to another beside it.
-    peer->Signal(SIGKILL);
-    ASSERT_TRUE(peer->WaitForExit(kLong));
-    auto const next = StartStoppedHolder({path});
+    rotation.reset();
     capture.Clear();
     FileLogHandler other(config);
     other.SetLocation(path);
@@ -102,8 +92,7 @@ TEST_F(FileLogProcessesTest, AStoppedPeerThatHoldsTheLocksCostsNoLine) {
     EXPECT_TRUE(capture.Has(
         LogLevel::Error, "*** failed to open log stream: " + path + " (Resource temporarily unavailable)"));
     EXPECT_THAT(Messages(directory + "logfile.log"), ElementsAre("***", "elsewhere"));
-    next->Signal(SIGKILL);
-    ASSERT_TRUE(next->WaitForExit(kLong));
+    log.reset();
     capture.Clear();
     Log("after");
     EXPECT_THAT(Messages(), ElementsAre("***", "before", "during", "after"));

@@ -123,26 +123,22 @@ TEST_F(FileLogTest, GivesUpRotatingWhenAllNamesOfADayAreTaken) {
 }
 
 TEST_F(FileLogTest, NamesTheLogOfAPathWithoutDotOrDirectory) {
-    struct Case {
-        char const* location;
-        char const* full;
-        std::string rotated;  // none: not seen as old
-    };
     std::time_t const before = NoonDaysAgo(2);
-    Case const cases[] = {{"./x.log", "x.log", "x" + Dated(before) + ".log"},
-                          {"y.tar.log", "y.tar.log", "y.tar" + Dated(before) + ".log"},
-                          {"plain", "plain", ""}};
+    // The last one is not seen as old.
+    std::vector<std::array<std::string, 3>> const cases = {
+        {"./x.log", "x.log", "x" + Dated(before) + ".log"},
+        {"y.tar.log", "y.tar.log", "y.tar" + Dated(before) + ".log"},
+        {"plain", "plain", ""}};
     std::filesystem::path const working = std::filesystem::current_path();
     std::filesystem::current_path(directory);
-    for (Case const& c : cases) {
-        std::ofstream(c.full) << "x <y~z> I [a] old\n";
-        SetModified(c.full, before);
-        handler->SetLocation(c.location);
-        EXPECT_EQ(handler->GetLocation(), c.full);
+    for (auto const& [location, full, rotated] : cases) {
+        std::ofstream(full) << "x <y~z> I [a] old\n";
+        SetModified(full, before);
+        handler->SetLocation(location);
+        EXPECT_EQ(handler->GetLocation(), full);
         Log("new");
-        handler->Flush();
-        EXPECT_EQ(std::filesystem::exists(c.rotated), !c.rotated.empty()) << c.location;
-        EXPECT_EQ(Messages(c.full).size(), c.rotated.empty() ? 3U : 2U);
+        EXPECT_EQ(Messages(full).size(), rotated.empty() ? 3U : 2U);
+        EXPECT_EQ(std::filesystem::exists(rotated), !rotated.empty()) << location;
     }
     handler->SetMaxFileSize(1);
     EXPECT_TRUE(std::filesystem::exists("plain" + Dated(std::time(nullptr))));

@@ -15,6 +15,10 @@ TEST_F(FileLogTest, WritesABannerAndLinesByteByByte) {
     ::setenv("TZ", "UTC", 1);
     ::tzset();
     LogRecord record = MakeRecord("channel opened");
+    std::ostringstream time;
+    LogHandler::FormatTime(time, record.time, false);
+    LogHandler::FormatTime(time << " ", record.time, true);
+    EXPECT_EQ(time.str(), "122640.007 Sun Sep 13 12:26:40 2020");
     record.tag = "tag ";
     std::string const start = "122640.007 <" + GetExecutableName() + "~worker> ";
     SetThreadName("worker");
