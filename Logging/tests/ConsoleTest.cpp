@@ -28,7 +28,7 @@ TEST(ConsoleTest, NamesTheCallByWhatTellsMost) {
         std::string text;
         LogHandler::FormatMediumLocation(text, record);
         LogHandler::FormatLongLocation(text, record);
-        EXPECT_EQ(text, "[" + medium + "] [" + full + "] ");
+        EXPECT_EQ(text, std::string("[").append(medium).append("] [").append(full).append("] "));
     }
 }
 

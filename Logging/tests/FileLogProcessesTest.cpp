@@ -34,6 +34,7 @@ TEST_F(FileLogProcessesTest, SixProcessesLoseTearAndDoubleNoLineWhileTheLogRotat
     char const* const wanted = std::getenv("VQ_FILE_LOG_LINES");
     int const lines = wanted != nullptr ? std::atoi(wanted) : 20000;
     std::vector<std::unique_ptr<ChildProcess>> writers;
+    writers.reserve(kWriters);
     for (int i = 0; i < kWriters; ++i) {
         writers.push_back(StartWriter(std::to_string(i), lines, lines * kWriters * 70 / 40));
     }

@@ -80,7 +80,7 @@ TEST(LogInternalDeathTest, AFailedCheckSaysItsConditionAndAborts) {
 
 TEST(LogInternalDeathTest, ANullFormatAndANegativeLevelSilenceAFatalStatement) {
     auto const survive = [] {
-        LogInternal(false, nullptr, __FILE__, __LINE__, __func__, LogLevel::Fatal, nullptr);
+        LogInternal(false, nullptr, __FILE__, __LINE__, "f", LogLevel::Fatal, nullptr);
         LogConfig::Instance().SetLevel(static_cast<LogLevel>(-1));
         LOG_F("unheard");
         std::_Exit(7);
