@@ -101,7 +101,8 @@ char* PutFixed(char* out, std::uint32_t number, int exponent) {
     std::uint64_t const fraction = digits >> layout.wholeBits;
     std::uint64_t const whole = digits ^ fraction << layout.wholeBits;
     std::uint64_t const pointed = (fraction << 8 | '.') << layout.wholeBits | whole;
-    std::memcpy(out, "0.000000", 8);
+    constexpr char kPattern[] = {'0', '.', '0', '0', '0', '0', '0', '0'};
+    std::memcpy(out, kPattern, sizeof kPattern);
     std::memcpy(out + layout.zeros, &pointed, sizeof pointed);
     return out + layout.length[used];
 }

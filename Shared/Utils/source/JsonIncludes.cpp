@@ -30,19 +30,19 @@ private:
 
 /// The path of the file that an include names; empty when there is none.
 std::string FindJsonDataFile(std::string const& directory, std::string const& name) {
-    std::string const local = directory + name;
+    std::string local = directory + name;
     LOG_V("Trying %s", local.c_str());
     if (FileExists(local)) {
         return local;
     }
     std::string const dataRoot = GetDataRootPath();
-    std::string const inRoot = dataRoot + name;
+    std::string inRoot = dataRoot + name;
     LOG_V("Trying %s", inRoot.c_str());
     if (FileExists(inRoot)) {
         return inRoot;
     }
     LOG_V("Trying %s", inRoot.c_str());
-    std::string const byFileName = dataRoot + GetFileNameOf(name);
+    std::string byFileName = dataRoot + GetFileNameOf(name);
     if (FileExists(byFileName)) {
         return byFileName;
     }

@@ -140,7 +140,8 @@ bool ResolveOnPath(std::vector<std::string> const& directories, std::string cons
         return true;
     }
     for (std::string const& directory : directories) {
-        std::string const candidate = directory + "/" + name;
+        std::string candidate = directory;
+        candidate.append("/").append(name);
         if (IsFileWithMode(candidate, bit)) {
             out = GetFullPath(candidate);
             return true;
@@ -170,7 +171,7 @@ std::string GetUserTempDirectory() {
     if (!cached->empty()) {
         return *cached;
     }
-    std::string const home = GetUserHomeDirectory();
+    std::string home = GetUserHomeDirectory();
     std::string const parent = home + ".config";
     if (!MakeOrComplain(parent)) {
         return home;

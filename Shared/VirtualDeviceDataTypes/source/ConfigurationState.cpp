@@ -177,7 +177,8 @@ void ConfigurationState::SetValue(std::string const& name, std::initializer_list
     SetList(name, &Variant::mutable_string_list, value);
 }
 
-void ConfigurationState::RegisterPropertyChangedHandler(std::string const& name, PropertyHandler handler) {
+void ConfigurationState::RegisterPropertyChangedHandler(std::string const& name,
+                                                        PropertyHandler const& handler) {
     propertyHandlers[name].push_back(handler);
     handler();
 }

@@ -50,6 +50,8 @@ bool SparseDeviceApplication::ProcessParams(int /*argc*/, char const* const* /*a
     return true;
 }
 
+// Those who override it may keep the device.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 void SparseDeviceApplication::OnStarted(std::shared_ptr<SparseDevice> /*device*/) {}
 
 void SparseDeviceApplication::AddDeviceMule(SparseDeviceMuleBase* mule) {
@@ -125,7 +127,7 @@ float SparseDeviceApplication::GetUpdateHz() {
     return hertz;
 }
 
-bool SparseDeviceApplication::HandleCommonSparseDeviceCLIOptions(SparseDeviceCLIOptions options,
+bool SparseDeviceApplication::HandleCommonSparseDeviceCLIOptions(SparseDeviceCLIOptions const& options,
                                                                  std::string const& defaultManifest) {
     if (options.exitNow) {
         std::exit(0);

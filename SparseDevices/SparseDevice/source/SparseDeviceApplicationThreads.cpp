@@ -101,7 +101,7 @@ void SparseDeviceApplication::HookSignals() {
     }
 }
 
-void SparseDeviceApplication::Terminator(std::shared_ptr<ExitFlags> flags, std::string name) {
+void SparseDeviceApplication::Terminator(std::shared_ptr<ExitFlags> const& flags, std::string const& name) {
     using std::chrono::steady_clock;
     while (!flags->requested) {
         std::this_thread::sleep_for(kTerminatorNap);
@@ -130,8 +130,8 @@ bool SparseDeviceApplication::OnInputThreadStart() {
     return true;
 }
 
-void SparseDeviceApplication::ProcessInputThread(std::shared_ptr<InputGate> gate,
-                                                 std::shared_ptr<ExitFlags> flags) {
+void SparseDeviceApplication::ProcessInputThread(std::shared_ptr<InputGate> const& gate,
+                                                 std::shared_ptr<ExitFlags> const& flags) {
     auto const withApplication = [&gate](auto const& operation) {
         std::lock_guard const lock(gate->mutex);
         return gate->application == nullptr || operation(*gate->application);

@@ -49,7 +49,7 @@ public:
 
     /// Adds a handler for one setting and runs it once at once, so that it starts from the present value.
     /// An empty handler throws std::bad_function_call, here and at each change.
-    void RegisterPropertyChangedHandler(std::string const& name, PropertyHandler handler);
+    void RegisterPropertyChangedHandler(std::string const& name, PropertyHandler const& handler);
 
     /// Adds a handler that hears of every setting, by name. It doesn't run yet.
     void RegisterAnyPropertyChangedHandler(AnyPropertyHandler handler);

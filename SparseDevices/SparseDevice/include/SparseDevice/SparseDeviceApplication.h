@@ -130,7 +130,7 @@ public:
     /// options say so.
     /// @param defaultManifest  path to use when the options have none.
     /// @return false when the manifest cannot be read (logged).
-    bool HandleCommonSparseDeviceCLIOptions(SparseDeviceCLIOptions options,
+    bool HandleCommonSparseDeviceCLIOptions(SparseDeviceCLIOptions const& options,
                                             std::string const& defaultManifest);
 
     /// The pipe to the server, made when there is none or it has been disposed; null when it cannot be made.
@@ -162,8 +162,9 @@ private:
     void SleepUntilNextUpdate(float hertz);
     bool DrainHeartbeats();
     bool ForEachDevice(std::function<bool(SparseDevice&)> const& operation);
-    static void ProcessInputThread(std::shared_ptr<InputGate> gate, std::shared_ptr<ExitFlags> flags);
-    static void Terminator(std::shared_ptr<ExitFlags> flags, std::string name);
+    static void ProcessInputThread(std::shared_ptr<InputGate> const& gate,
+                                   std::shared_ptr<ExitFlags> const& flags);
+    static void Terminator(std::shared_ptr<ExitFlags> const& flags, std::string const& name);
     static void OnSignal(int number);
     static void AnnounceSignal();
 
