@@ -2,7 +2,7 @@ if(NOT VQ_BUILD_TESTS)
     return()
 endif()
 
-add_library(vq_identity_header_c99 OBJECT tests/header_c99.c)
+add_library(vq_identity_header_c99 OBJECT tests/consumer/main.c)
 target_link_libraries(vq_identity_header_c99 PRIVATE vq::identity_headers)
 target_compile_options(vq_identity_header_c99 PRIVATE ${VQ_WARNINGS})
 set_target_properties(vq_identity_header_c99 PROPERTIES C_STANDARD 99 C_EXTENSIONS OFF)

@@ -9,7 +9,8 @@
  * it anew.
  *
  * Threads: the functions may be called from any thread, but never two at once; the caller serialises its
- * calls. VQIdentityGetResultString alone is free of this rule.
+ * calls. VQIdentityGetResultString alone is free of this rule. A thread that is cancelled (pthread_cancel) in
+ * the middle of a call ends the process.
  *
  * Processes: a child that is forked off a process that is connected has neither threads nor sockets of the
  * library. It executes another program or ends by _exit; in it every call but VQIdentityGetResultString

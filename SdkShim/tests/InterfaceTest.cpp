@@ -1,5 +1,6 @@
 // The shared library seen from outside, without a server.
 
+#include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 #include "vq_identity.h"
 #include "vq_token_agent.h"
@@ -10,56 +11,16 @@ auto ThreadCount() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
 }
 
-struct Family {
-    uint32_t first;
-    char const* prefix;
-    char const* names;
-    bool identity, tokenAgent;  // who knows it
-};
-
-constexpr Family kFamilies[] = {
-    {0, "VQResult_",
-     "Ok Pending Timeout Locked UnspecifiedFailure InvalidParam AllocFailed PrivilegeDenied NotImplemented",
-     true, true},
-    {0x7D4D0000, "VQIdentityResult_",
-     "FailedToConnectToLocalService FailedToConnectToCloudService CloudAuthentication "
-     "InvalidInformationFromCloud "
-     "NotLoggedIn ExpiredCredentials FailedToGetUserProfile Unauthorized CertificateError RejectedByCloud "
-     "AlreadyLoggedIn ModifyIsNotSupported NetworkError",
-     true, false},
-    {0x37EE0000, "VQTokenAgentResult_",
-     "FailedToConnectToLocalService ServiceNotStarted FailedToConnectToCloud CloudAuthentication "
-     "FailedToLogin "
-     "LoginNotBegun NotLoggedIn AlreadyLoggedIn LoginInProgress FailedToStartIdentityService "
-     "DeviceNotRegistered "
-     "DeviceNotConnected NetworkError UserIsNotRegistered ExpiredCredentials Unauthorized CertificateError "
-     "RejectedByCloud UserMustAcceptTerms AccountLocked",
-     false, true},
-};
-
-// The header's numbers: first and last of each family.
-static_assert(VQResult_NotImplemented == 8 && VQResult_UnspecifiedFailure == 4);
-static_assert(VQIdentityResult_FailedToConnectToLocalService == 0x7D4D0000);
-static_assert(VQIdentityResult_NetworkError == 0x7D4D000C && VQIdentityResult_NotLoggedIn == 0x7D4D0004);
-static_assert(VQTokenAgentResult_FailedToConnectToLocalService == 0x37EE0000);
-static_assert(VQTokenAgentResult_AccountLocked == 0x37EE0013);
+// The texts of these go by their order.
+static_assert(VQResult_Ok == 0 && VQResult_UnspecifiedFailure == 4 && VQResult_NotImplemented == 8);
 
 }  // namespace
 
 TEST(InterfaceTest, EveryCodeHasItsOwnNameAsText) {
-    auto const expect = [](uint32_t code, std::string const& identity, std::string const& tokenAgent) {
-        EXPECT_EQ(VQIdentityGetResultString(code), identity);
-        EXPECT_EQ(VQTokenAgentGetResultString(code), tokenAgent);
-    };
-    for (Family const& family : kFamilies) {
-        uint32_t code = family.first;
-        expect(code - 1, "Unknown", "Unknown");
-        std::istringstream names(family.names);
-        for (std::string name; names >> name; ++code) {
-            name.insert(0, family.prefix);
-            expect(code, family.identity ? name : "Unknown", family.tokenAgent ? name : "Unknown");
-        }
-        expect(code, "Unknown", "Unknown");
+    for (auto const& [code, identity, tokenAgent] : Rows<3>("Results", "Texts")) {
+        auto const number = static_cast<uint32_t>(std::stoul(code, nullptr, 0));
+        EXPECT_EQ(VQIdentityGetResultString(number), identity) << code;
+        EXPECT_EQ(VQTokenAgentGetResultString(number), tokenAgent) << code;
     }
 }
 
