@@ -2,6 +2,13 @@
 
 #include "Logging/Log.h"
 
+namespace {
+
+/// More than the sockets of a link hold. Who sends faster than we take is not to keep the caller for ever.
+constexpr int kMostAtOnce = 10000;
+
+}  // namespace
+
 bool EventMonitor::ConsumeEvents(std::chrono::milliseconds timeout) {
     if (m_listener->IsDisposed()) {
         return false;
@@ -14,9 +21,10 @@ bool EventMonitor::ConsumeEvents(std::chrono::milliseconds timeout) {
         }
         return timedOut;
     }
-    while (message != nullptr) {
+    for (int taken = 1; message != nullptr; ++taken) {
         m_queue.QueueEvent(message);
-        message = m_listener->ReceiveNext(std::chrono::milliseconds(0), nullptr);
+        message =
+            taken < kMostAtOnce ? m_listener->ReceiveNext(std::chrono::milliseconds(0), nullptr) : nullptr;
     }
     return true;
 }

@@ -81,6 +81,19 @@ TEST_F(EventMonitorTest, WaitsForOneTypeAndYieldsWhatIsQueuedAfterTheEnd) {
     EXPECT_EQ(log.Lines(), Lines{});
 }
 
+/// Has one more event whenever it is asked.
+class EndlessListener : public AMessagePipeEventListener {
+public:
+    EndlessListener() : AMessagePipeEventListener(nullptr, MessageAddress()) {}
+    AMessage* ReceiveNext(std::chrono::milliseconds, bool*) override { return NewEvent("a"); }
+    void ListenTo(std::string const&) override {}
+};
+
+TEST(EndlessEventsTest, DoNotKeepTheMonitor) {
+    EndlessListener listener;
+    EXPECT_TRUE(EventMonitor(&listener).ConsumeEvents(0ms));
+}
+
 TEST_F(EventMonitorTest, ABrokenEventIsAFailureAndNotATimeout) {
     RawSocket peer = Raw(ZMQ_XPUB, "broken");
     EventMonitor monitor(Listener("broken"));

@@ -15,7 +15,7 @@ public:
     /// @param listener  not owned, outlives the monitor
     explicit EventMonitor(AMessagePipeEventListener* listener) : m_listener(listener) {}
 
-    /// Waits for an event and then queues everything that has arrived.
+    /// Waits for an event and then queues everything that has arrived; of an endless stream, some thousands.
     /// @return false when the listener is disposed or broken (logged); a quiet listener is no failure
     bool ConsumeEvents(std::chrono::milliseconds timeout);
 
