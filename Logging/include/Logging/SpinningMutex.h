@@ -3,7 +3,7 @@
 #include <pthread.h>
 
 #include <chrono>
-#include <ctime>
+#include <thread>
 
 /// A mutex for sections of a few dozen instructions: a thread that finds it held first looks again for a
 /// moment, which is cheaper than to be put to sleep and woken.
@@ -14,12 +14,17 @@ public:
     SpinningMutex& operator=(SpinningMutex const&) = delete;
 
     void lock() { ::pthread_mutex_lock(&m_mutex); }
+    /// Polls: a timed wait would follow a wall clock that is set meanwhile.
     /// @return false when the limit passes first.
     bool try_lock_for(std::chrono::seconds limit) {
-        std::timespec end{};
-        ::clock_gettime(CLOCK_MONOTONIC, &end);
-        end.tv_sec += limit.count();
-        return ::pthread_mutex_clocklock(&m_mutex, CLOCK_MONOTONIC, &end) == 0;
+        auto const end = std::chrono::steady_clock::now() + limit;
+        while (::pthread_mutex_trylock(&m_mutex) != 0) {
+            if (std::chrono::steady_clock::now() > end) {
+                return false;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return true;
     }
     void unlock() { ::pthread_mutex_unlock(&m_mutex); }
 
