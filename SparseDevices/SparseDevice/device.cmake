@@ -27,5 +27,5 @@ if(VQ_BUILD_TESTS)
     vq_add_test(sparse_device_test
         SOURCES tests/ApplicationTest.cpp tests/DeviceCommandTest.cpp tests/DeviceLifecycleTest.cpp
                 tests/DeviceServerTest.cpp
-        LIBS vq::sparse_device vq::fake_server vq::log_capture vq::registry vq::raw_wire Threads::Threads)
+        LIBS vq::sparse_device vq::fake_server vq::log_capture vq::raw_wire Threads::Threads)
 endif()

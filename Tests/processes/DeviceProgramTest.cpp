@@ -4,8 +4,13 @@
 
 #include <array>
 
+#include "DeviceRequests.pb.h"
 #include "Rig.h"
+#include "TestSupport/FakeServer.h"
+#include "TestSupport/RawWire.h"
 #include "TestSupport/Test.h"
+#include "TestSupport/WireText.h"
+#include "Utils/ServerRegistry.h"
 
 namespace vq::test {
 namespace {
@@ -25,18 +30,22 @@ protected:
     static std::unique_ptr<ChildProcess> Start(ChildProcess::Environment const& environment = {}) {
         auto program = std::make_unique<ChildProcess>(Lines{Rig::Binary("turntable")}, environment);
         EXPECT_TRUE(program->ReadLineWith("ready", kStartLimit)) << program->DrainOutput();
-        // In its loop, and not on the way there any more.
-        std::string const row = "\"process\":" + std::to_string(program->Pid()) + ",\"ready\":true";
-        while (Rigctl({"apps", "--json"}).find(row) == std::string::npos) {
-            if (program->WaitForExit(std::chrono::milliseconds(0))) {
-                ADD_FAILURE() << program->DrainOutput();
-                break;
-            }
-        }
         return program;
     }
 
     Rig m_rig;
+};
+
+/// A server inside the test, in the registry too.
+class RegisteredServer : public FakeServer {
+public:
+    RegisteredServer() {
+        EXPECT_TRUE(ServerRegistry::Instance().RegisterServer(m_line, kStartLimit, nullptr));
+    }
+    ~RegisteredServer() { ServerRegistry::Instance().RemoveServer(m_line, kStartLimit, nullptr); }
+
+private:
+    ServerDescriptor const m_line{"fake", Address(), 12, 11, ::getpid(), Address(), Address()};
 };
 
 TEST_F(DeviceProgram, OfTheGuideIsTheOneThatIsBuilt) {
@@ -76,14 +85,91 @@ TEST_F(DeviceProgram, SaysWhatIsWrongWithItsCommandLine) {
     }
 }
 
+TEST(DeviceProgramOfAServer, RegistersItselfAndItsDeviceAndEndsWithTheDevice) {
+    RegisteredServer server;
+    ChildProcess program({Rig::Binary("turntable")});
+    ASSERT_TRUE(program.ReadLineWith("ready", kStartLimit)) << program.DrainOutput();
+    RawSocket tool(ZMQ_REQ, server.DeviceAddress("Turntable"));
+    EXPECT_EQ(tool.Ask(vq::sd::QuitDevice()), "vq.sd.QuitDevice.Reply");
+    EXPECT_EQ(program.WaitForExit(kStartLimit), 0) << program.DrainOutput();
+    EXPECT_THAT(server.RequestTypes(),
+                ElementsAre("RegisterDeviceApplication", "GetServerEventAddress",
+                            "GetServerDataEventBroadcastAddress", "RegisterSparseDevice",
+                            "CreateServerDataEventListenerAddress", "GetChannelInfos",
+                            "RegisterSparseDeviceChannels", "ReportSparseDeviceInitialized",
+                            "GetServerHeartbeatEventAddress", "ReportDeviceApplicationInitialized",
+                            "UnregisterSparseDevice", "UnregisterDeviceApplication"));
+    auto const registration = server.Received<vq::vds::RegisterDeviceApplication>().at(0);
+    EXPECT_EQ(registration.name() + "/" + registration.second_name(), "turntable/Turntable");
+    EXPECT_EQ(registration.process_id(), program.Pid());
+    auto const device = server.Received<vq::vds::RegisterSparseDevice>().at(0);
+    EXPECT_EQ(device.description().process_id(), 7u) << "the id that the server gave the application";
+    EXPECT_EQ(server.Received<vq::vds::UnregisterDeviceApplication>().at(0).application_id(), 7u);
+}
+
+TEST(DeviceProgramOfAServer, SaysWhatKeepsItFromStartingAndLeavesNoDeviceBehind) {
+    using namespace vq::vds;
+    auto const refuse = [](auto const&) { return FakeServer::Refuse("no"); };
+    struct Case {
+        std::function<void(FakeServer&)> prepare;
+        char const *sentence, *lastRequest;
+    };
+    Case const cases[] = {
+        {[](FakeServer&) { setenv("VQ_VDS_ADDRESS", "SOCKET:here:nowhere", 1); },
+         "Failed to GetRequestReplyClient for VDS connection", ""},
+        {[&](FakeServer& server) { server.On<RegisterDeviceApplication>(refuse); },
+         "got protocol error from vq.vds.RegisterDeviceApplication: no", "RegisterDeviceApplication"},
+        {[](FakeServer& server) {
+             server.Answer<RegisterDeviceApplication, RegisterDeviceApplication::Error>(
+                 wire::Bytes("1:'full'"));
+         },
+         "Failed to register: full", "RegisterDeviceApplication"},
+        {[](FakeServer& server) { server.Answer<RegisterDeviceApplication>(wire::Bytes("1:0")); },
+         "Failed to register: the server gave no id", "RegisterDeviceApplication"},
+        {[&](FakeServer& server) { server.On<RegisterSparseDevice>(refuse); },
+         "Failed to initialize sparse device", "RegisterSparseDevice"},
+        {[&](FakeServer& server) { server.On<RegisterSparseDeviceChannels>(refuse); },
+         "Failed to finish initialization of sparse device", "UnregisterSparseDevice"},
+        {[&](FakeServer& server) { server.On<GetServerHeartbeatEventAddress>(refuse); },
+         "Failed to GetServerHeartbeatEventAddress", "UnregisterSparseDevice"},
+        {[](FakeServer& server) {
+             server.Answer<GetServerHeartbeatEventAddress>(wire::Bytes("1:'nowhere'"));
+         },
+         "Failed to GetEventListener for serverHeartbeatEventListener @ nowhere", "UnregisterSparseDevice"},
+        {[](FakeServer& server) {
+             using Report = ReportDeviceApplicationInitialized;
+             server.Answer<Report, Report::Error>(wire::Bytes("1:'late'"));
+         },
+         "Failed to report initialization: late", "UnregisterSparseDevice"},
+    };
+    for (auto const& [prepare, sentence, lastRequest] : cases) {
+        RegisteredServer server;
+        prepare(server);
+        ChildProcess program({Rig::Binary("turntable")});
+        EXPECT_EQ(program.WaitForExit(kStartLimit), 1) << sentence;
+        EXPECT_THAT(program.DrainOutput(), AllOf(HasSubstr(sentence), Not(HasSubstr("ready"))));
+        Lines const requests = server.RequestTypes();
+        EXPECT_EQ(requests.empty() ? "" : requests.back(), lastRequest) << sentence;
+    }
+}
+
 TEST_F(DeviceProgram, EndsInOrderOnQuitOnASignalAndWithTheServer) {
     auto const quitter = Start();
-    EXPECT_TRUE(quitter->WriteLine("quit"));
+    for (char const* const line : {"", "nonsense", "help", "quit"}) {
+        EXPECT_TRUE(quitter->WriteLine(line));
+    }
     EXPECT_EQ(quitter->WaitForExit(kStartLimit), 0) << quitter->DrainOutput();
-    for (int const number : {SIGINT, SIGTERM}) {
+    for (char const* const text :
+         {"Enter Command (type help for command list): ", "invalid sparse device input command",
+          "\nSparse Device Input Commands:\nh | help - this screen\nq | quit - shuts the device down and "
+          "unregisters it from the VDS\n"}) {
+        EXPECT_THAT(quitter->Output(), HasSubstr(text));
+    }
+    for (int const number : {SIGINT, SIGTERM, SIGABRT}) {
         auto const signalled = Start();
         signalled->Signal(number);
         EXPECT_EQ(signalled->WaitForExit(kStartLimit), 0) << signalled->DrainOutput();
+        EXPECT_THAT(signalled->Output(), HasSubstr("exiting from signal " + std::to_string(number)));
     }
     auto const follower = Start();
     m_rig.StopServer();
@@ -124,7 +210,7 @@ TEST_F(DeviceProgram, LeavesAServerThatHasFallenSilentUnlessItIsBeingDebugged) {
     auto const debugged = Start({{"VQ_DEBUG_VDS", "1"}});
     auto const watching = Start({{"VQ_DEBUG_VDS", "2"}});
     m_rig.Server().Signal(SIGSTOP);
-    EXPECT_TRUE(watching->WaitForExit(kStartLimit)) << watching->DrainOutput();
+    EXPECT_EQ(watching->WaitForExit(kStartLimit), 1) << "no farewell is answered";
     EXPECT_THAT(watching->DrainOutput(),
                 HasSubstr("Failed to observe heartbeat from Virtual Device Server, exiting"));
     EXPECT_FALSE(debugged->WaitForExit(std::chrono::seconds(3))) << debugged->DrainOutput();

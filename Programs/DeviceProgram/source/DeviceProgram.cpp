@@ -58,17 +58,17 @@ int DeviceProgram::Main(int argc, char** argv) {
             return 1;
         }
     }
-    return Run() ? 0 : 1;
+    return Run() && m_ready ? 0 : 1;
 }
 
-bool DeviceProgram::OnInitialization() {
-    if (!SparseDeviceApplication::OnInitialization()) {
-        return false;
+bool DeviceProgram::ReportInitialization() {
+    m_ready = SparseDeviceApplication::ReportInitialization();
+    if (m_ready) {
+        // Whoever started us may wait for this line: the device serves from here on.
+        std::puts("ready");
+        std::fflush(stdout);
     }
-    // Whoever started us may wait for this line: the device serves from here on.
-    std::puts("ready");
-    std::fflush(stdout);
-    return true;
+    return m_ready;
 }
 
 bool DeviceProgram::ApplySetting(std::string const& text) {

@@ -207,6 +207,9 @@ bool SparseDeviceApplication::RegisterApplication() {
         return false;
     }
     m_applicationId = static_cast<std::int32_t>(reply.application_id());
+    if (m_applicationId == 0) {
+        LOG_PLAIN_E("Failed to register: the server gave no id");
+    }
     return m_applicationId != 0;
 }
 

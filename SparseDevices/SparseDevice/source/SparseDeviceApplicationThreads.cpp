@@ -3,10 +3,13 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <future>
 #include <iostream>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "ApplicationThreads.h"
@@ -49,6 +52,19 @@ constexpr std::chrono::milliseconds kTerminatorNap{100};
 constexpr std::chrono::milliseconds kCleanExitNap{10};
 constexpr std::chrono::seconds kCleanExitTime{1};
 constexpr std::chrono::seconds kLastGrace{1};
+constexpr std::chrono::seconds kLastWords{1};
+
+/// Logs from a thread of its own and waits for it a moment only: what hangs may be the log itself, behind a
+/// reader of our output who does not read.
+void SayLast(std::string name) {
+    auto said = std::make_shared<std::promise<void>>();
+    std::future<void> const done = said->get_future();
+    std::thread([said, name = std::move(name)] {
+        LOG_W("%s: device application did not shut down cleanly!", name.c_str());
+        said->set_value();
+    }).detach();
+    done.wait_for(kLastWords);
+}
 
 }  // namespace
 
@@ -113,7 +129,7 @@ void SparseDeviceApplication::Terminator(std::shared_ptr<ExitFlags> const& flags
         std::this_thread::sleep_for(kCleanExitNap);
     }
     std::this_thread::sleep_for(kLastGrace);
-    LOG_W("%s: device application did not shut down cleanly!", name.c_str());
+    SayLast(std::move(name));
     std::_Exit(1);
 }
 

@@ -1,132 +1,100 @@
-#include "Messaging/AMessageManager.h"
-#include "SparseDevice/SparseDevice.h"
-#include "SparseDevice/SparseDeviceApplication.h"
-#include "SparseDeviceHelpers/SparseDeviceMuleBase.h"
-#include "TestSupport/FakeServer.h"
-#include "TestSupport/LogCapture.h"
-#include "TestSupport/Test.h"
-#include "Utils/ServerRegistry.h"
+#include <fcntl.h>
 
-// The main loop of a stand-alone program, and all that ends it.
+#include "DeviceFixture.h"
+#include "ServerRequests.pb.h"
+#include "SparseDeviceHelpers/SparseDeviceMuleBase.h"
+
+// What an application does for its devices. Programs as a whole are tested from the outside.
 
 namespace vq::test {
 
 namespace {
 
-/// A device's thread as the application sees it, without thread and device.
+/// A device's thread as the application sees it, without a thread.
 class FakeMule : public SparseDeviceMuleBase {
 public:
+    explicit FakeMule(std::shared_ptr<SparseDevice> device) : m_device(std::move(device)) {}
     void StopDevice() override { running = false; }
     bool IsRunning() override { return running; }
     SparseDeviceDescriptor const* GetDeviceDescriptor() const override { return nullptr; }
-    bool IsRequestingExit() const override { return requestsExit; }
-    std::shared_ptr<SparseDevice> GetBaseDevice() const override { return nullptr; }
+    bool IsRequestingExit() const override { return m_device && m_device->IsRequestingExit(); }
+    std::shared_ptr<SparseDevice> GetBaseDevice() const override { return m_device; }
 
     bool running = true;
-    bool requestsExit = false;
-};
-
-class LoopApplication : public SparseDeviceApplication {
-public:
-    ~LoopApplication() override { CleanupThreads(); }
-    bool RunDevices() override {
-        AddDeviceMule(mule);
-        return runDevices;
-    }
-    float GetUpdateHz() override { return 200; }
-    bool OnUpdate() override {
-        bool const result = SparseDeviceApplication::OnUpdate();
-        if (++passes == 3 && onThirdPass) {
-            onThirdPass();
-        }
-        return result;
-    }
-
-    FakeMule ownMule;
-    FakeMule* mule = &ownMule;
-    bool runDevices = true;
-    int passes = 0;
-    std::function<void()> onThirdPass;
-};
-
-/// A fake server that is in the registry too.
-class RegisteredServer : public FakeServer {
-public:
-    RegisteredServer() {
-        EXPECT_TRUE(ServerRegistry::Instance().RegisterServer(m_line, std::chrono::seconds(30), nullptr));
-    }
-    ~RegisteredServer() {
-        ServerRegistry::Instance().RemoveServer(m_line, std::chrono::seconds(30), nullptr);
-        AMessageManager::Instance().Cleanup();
-    }
 
 private:
-    ServerDescriptor const m_line{"fake", Address(), 12, 11, ::getpid(), Address(), Address()};
+    std::shared_ptr<SparseDevice> const m_device;
 };
+
+class Unwilling : public TestDevice {
+public:
+    bool OnResume() override { return TestDevice::OnResume() && false; }
+};
+
+/// A program that hangs, as does who reads its output.
+void HangAtExitBehindAFullPipe() {
+    TestApplication application;
+    application.HookSignals();
+    int ends[2];
+    EXPECT_EQ(pipe2(ends, O_NONBLOCK), 0);
+    while (write(ends[1], "x", 1) == 1) {
+    }
+    fcntl(ends[1], F_SETFL, 0);
+    dup2(ends[1], STDOUT_FILENO);
+    dup2(ends[1], STDERR_FILENO);
+    application.RequestExit();
+    std::this_thread::sleep_for(60s);
+    _exit(2);
+}
 
 }  // namespace
 
-TEST(ApplicationTest, RunsUntilItsLastDeviceHasEnded) {
-    RegisteredServer server;
-    LoopApplication application;
-    application.GetManifestProcessor().GetMutableAppData().applicationName = "hockey";
-    application.GetManifestProcessor().GetMutableAppData().applicationLabel = "Table Hockey";
-    EXPECT_EQ(application.GetApplicationId(), getpid());
-    application.onThirdPass = [&] {
-        EXPECT_EQ(application.GetApplicationId(), 7);
-        EXPECT_TRUE(application.IsRunning());
-        application.mule->requestsExit = true;
-    };
-    ASSERT_TRUE(application.Run());
-    EXPECT_FALSE(application.mule->running);
-    EXPECT_FALSE(application.IsRunning());
-    EXPECT_THAT(server.RequestTypes(),
-                ElementsAre("RegisterDeviceApplication", "GetServerHeartbeatEventAddress",
-                            "ReportDeviceApplicationInitialized", "UnregisterDeviceApplication"));
-    auto const registration = server.Received<vq::vds::RegisterDeviceApplication>().at(0);
-    EXPECT_EQ(registration.name(), "hockey");
-    EXPECT_EQ(registration.second_name(), "Table Hockey");
-    EXPECT_EQ(registration.process_id(), getpid());
-    EXPECT_EQ(server.Received<vq::vds::UnregisterDeviceApplication>().at(0).application_id(), 7u);
+TEST(ApplicationTest, SpeaksToAllItsDevicesAndEndsWithTheLast) {
+    auto const willing = std::make_shared<TestDevice>();
+    auto const unwilling = std::make_shared<Unwilling>();
+    FakeMule mules[] = {FakeMule(unwilling), FakeMule(nullptr), FakeMule(willing)};
+    TestApplication application;
+    EXPECT_TRUE(application.CheckDevicesForShutdown()) << "there are none";
+    for (FakeMule& mule : mules) {
+        application.AddDeviceMule(&mule);
+    }
+    willing->SetUpdateHertzMaximum(50);
+    EXPECT_EQ(application.GetUpdateHz(), 50);
+
+    LogCapture const log;
+    application.HandleSuspend();
+    EXPECT_TRUE(willing->IsSuspended() && unwilling->IsSuspended());
+    EXPECT_THAT(log.Lines(), IsEmpty());
+    application.HandleResume();
+    EXPECT_FALSE(willing->IsSuspended() || unwilling->IsSuspended());
+    EXPECT_THAT(log.Lines(), ElementsAre("E Failed to handle application resume"));
+
+    mules[1].running = false;
+    willing->RequestExit(false);
+    EXPECT_FALSE(application.CheckDevicesForShutdown());
+    EXPECT_TRUE(mules[0].running && !mules[2].running);
+    unwilling->RequestExit(false);
+    EXPECT_TRUE(application.CheckDevicesForShutdown());
+    EXPECT_FALSE(application.IsExitRequested());
 }
 
-TEST(ApplicationTest, CommandsOnStandardInputEndIt) {
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    ASSERT_EQ(dup2(ends[0], STDIN_FILENO), STDIN_FILENO);
-    RegisteredServer server;
+TEST_F(DeviceTest, AnApplicationFindsADeviceAndSaysForWhichNode) {
+    TestApplication owner;
+    server->SetDeviceAddress("stick", "IPC:somewhere");
+    AMessagePipeRequestReply* const pipe = owner.GetDeviceRequestReplyPipe("stick", "left");
+    ASSERT_NE(pipe, nullptr);
+    EXPECT_THAT(pipe->GetRemote().location, EndsWith("somewhere"));
+    EXPECT_EQ(server->Received<vq::vds::GetDeviceRequestReplyAddress>().at(0).node(), "left");
     LogCapture const log;
-    LoopApplication application;
-    application.onThirdPass = [&] { EXPECT_EQ(write(ends[1], "\nnonsense\nhelp\nquit\n", 20), 20); };
-    testing::internal::CaptureStdout();
-    ASSERT_TRUE(application.Run());
-    std::string const output = testing::internal::GetCapturedStdout();
-    EXPECT_THAT(output, HasSubstr("Enter Command (type help for command list): "));
-    EXPECT_THAT(output, HasSubstr("\nSparse Device Input Commands:\nh | help - this screen\nq | quit - "
-                                  "shuts the device down and unregisters it from the VDS\n"));
-    EXPECT_EQ(log.Count(LogLevel::Error, "invalid sparse device input command"), 1u);
-}
-
-TEST(ApplicationTest, DoesNotStartWithoutDevicesOrConsent) {
-    LogCapture const log;
-    LoopApplication application;
-    RegisteredServer server;
-    application.runDevices = false;
-    EXPECT_FALSE(application.Run());
-    EXPECT_EQ(application.passes, 0);
-
-    server.On<vq::vds::RegisterDeviceApplication>([](vq::vds::RegisterDeviceApplication const&) {
-        return FakeServer::RefuseBy<vq::vds::RegisterDeviceApplication>("full");
-    });
-    EXPECT_FALSE(application.Run());
-    EXPECT_TRUE(log.Has(LogLevel::Error, "Failed to register: full"));
+    EXPECT_EQ(owner.GetDeviceRequestReplyPipe("nobody", ""), nullptr);
+    EXPECT_TRUE(log.Has(LogLevel::Error, "Failed to get the address of nobody from the VDS"));
 }
 
 TEST(ApplicationTest, OptionsOverrideTheManifest) {
     std::string const path = HomeDirectory() + "manifest.json";
     std::ofstream(path) << R"({"ApplicationName": "app", "ApplicationLabel": "App",
         "ManifestType": "SparseDevice", "DeviceName": "puck", "DeviceType": "Generic"})";
-    LoopApplication application;
+    TestApplication application;
     SparseDeviceCLIOptions options;
     options.disableAutomap = true;
     ASSERT_TRUE(application.HandleCommonSparseDeviceCLIOptions(options, path));
@@ -139,8 +107,15 @@ TEST(ApplicationTest, OptionsOverrideTheManifest) {
     EXPECT_EQ(data.applicationLabel, "Label");
     EXPECT_TRUE(data.disableAutomap);
     EXPECT_EQ(application.GetManifestProcessor().GetData().deviceName, "stick");
+    options.exitNow = true;
+    EXPECT_EXIT(application.HandleCommonSparseDeviceCLIOptions(options, path), testing::ExitedWithCode(0),
+                "");
     LogCapture const log;
     EXPECT_FALSE(application.HandleCommonSparseDeviceCLIOptions({}, "no such file"));
+}
+
+TEST(ApplicationTest, EndsInTimeAlsoWhenItCannotSaySo) {
+    EXPECT_EXIT(HangAtExitBehindAFullPipe(), testing::ExitedWithCode(1), "");
 }
 
 }  // namespace vq::test

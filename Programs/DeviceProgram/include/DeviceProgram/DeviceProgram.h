@@ -27,7 +27,8 @@ public:
     int Main(int argc, char** argv);
 
     std::string GetVersion() const override;
-    bool OnInitialization() override;
+    /// Also says "ready".
+    bool ReportInitialization() override;
 
 private:
     /// Changes one setting of the manifest, given as NAME=VALUE; the value is text for the property's type.
@@ -38,6 +39,7 @@ private:
     SparseDeviceCLIOptions m_options;
     std::vector<std::string> m_settings;
     bool m_verbose = false;
+    bool m_ready = false;
 };
 
 /// @tparam D  the device.
