@@ -18,10 +18,13 @@ bool ExchangeWithServer(AMessagePipeRequestReply* pipe, Request const& request, 
 }
 
 /// The same for a request with an error type of its own: that one counts as an answer.
+/// @param timedOut  may be null. Set when the server was silent: the pipe then waits for that answer, and no
+///                  later exchange on it succeeds.
 template <class Request, class Reply, class Error>
 bool ExchangeWithServer(AMessagePipeRequestReply* pipe, Request const& request, Reply& reply, Error& error,
-                        std::chrono::milliseconds timeout = kServerTimeout) {
+                        std::chrono::milliseconds timeout = kServerTimeout, bool* timedOut = nullptr) {
     VQ_CHECK(pipe != nullptr && !pipe->IsDisposed());
-    bool timedOut = false;
-    return MessageUtils::SendReceive(pipe, request, reply, error, timeout, &timedOut);
+    bool silent = false;
+    return MessageUtils::SendReceive(pipe, request, reply, error, timeout,
+                                     timedOut != nullptr ? timedOut : &silent);
 }

@@ -3,10 +3,7 @@
 #include "Messaging/ChannelFactory.h"
 #include "Messaging/ChannelObserver.h"
 #include "Messaging/ChannelProducer.h"
-#include "Messaging/EventDispatcher.h"
-#include "SparseDevice/ASparseDeviceCommandHandler.h"
 #include "SparseDevice/SparseDevice.h"
-#include "SparseDevice/StatsCollector.h"
 
 // The device's channels: making, registering and ending them.
 

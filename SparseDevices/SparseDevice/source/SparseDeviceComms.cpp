@@ -2,8 +2,6 @@
 #include "Messaging/AMessageManager.h"
 #include "Messaging/AMessagePipeProvider.h"
 #include "Messaging/ChannelFactory.h"
-#include "Messaging/ChannelObserver.h"
-#include "Messaging/ChannelProducer.h"
 #include "Messaging/EventDispatcher.h"
 #include "Messaging/MessageTypeName.h"
 #include "ServerEvents.pb.h"
@@ -41,9 +39,6 @@ bool SparseDevice::SetupComms() {
 }
 
 void SparseDevice::MakeChannelFactory() {
-    // The first factory of a process fills a table that all share; devices start on threads of their own.
-    static std::mutex mutex;
-    std::lock_guard const lock(mutex);
     m_channelFactory =
         std::make_unique<ChannelFactory>(m_messageContext, m_dataEventSender, m_dataEventListener);
 }

@@ -3,9 +3,6 @@
 #include <optional>
 
 #include "Logging/Log.h"
-#include "Messaging/ChannelFactory.h"
-#include "Messaging/ChannelObserver.h"
-#include "Messaging/ChannelProducer.h"
 #include "Messaging/EventDispatcher.h"
 #include "Messaging/MessageUtils.h"
 #include "ServerEvents.pb.h"

@@ -45,6 +45,7 @@ void SparseDevice::QueueSparseDeviceEvent(google::protobuf::MessageLite const& e
 bool SparseDevice::SendSparseDeviceEvents() {
     std::lock_guard const lock(m_pendingEventsMutex);
     bool result = true;
+    bool silent = false;
     for (auto& [type, bytes] : m_pendingEvents) {
         vq::vds::SendSparseDeviceEvent request;
         request.set_device_id(m_deviceId);
@@ -52,7 +53,9 @@ bool SparseDevice::SendSparseDeviceEvents() {
         request.set_event_data(std::move(bytes));
         vq::vds::SendSparseDeviceEvent::Reply reply;
         vq::vds::SendSparseDeviceEvent::Error error;
-        if (!ExchangeWithServer(m_serverPipe, request, reply, error) || error.IsInitialized()) {
+        // Behind a server that has not answered in time, the others could only wait as long and fail too.
+        if (silent || !ExchangeWithServer(m_serverPipe, request, reply, error, kServerTimeout, &silent) ||
+            error.IsInitialized()) {
             LOG_E("Failed to issue sparse device event %s : %s", type.c_str(), error.message().c_str());
             result = false;
         }

@@ -6,12 +6,9 @@
 #include "Logging/Log.h"
 #include "Messaging/AMessage.h"
 #include "Messaging/AMessageContext.h"
-#include "Messaging/ChannelFactory.h"
 #include "Messaging/ChannelObserver.h"
 #include "Messaging/ChannelProducer.h"
-#include "Messaging/EventDispatcher.h"
 #include "Messaging/MessageUtils.h"
-#include "SparseDevice/ASparseDeviceCommandHandler.h"
 #include "SparseDevice/SparseDevice.h"
 #include "SparseDevice/StatsCollector.h"
 
@@ -25,6 +22,11 @@ namespace {
 constexpr std::chrono::milliseconds kHelloInterval{250};
 constexpr std::chrono::seconds kStatsInterval{5};
 constexpr std::chrono::milliseconds kDataEventWait{1};
+
+/// Of the message types that nobody consumed, these are remembered: peers choose how many there are and how
+/// long their names.
+constexpr std::size_t kMostUnconsumedTypes = 1000;
+constexpr std::size_t kLongestUnconsumedType = 256;
 
 // Exchange only when there is something to take: most steps find nothing.
 bool TakeFlag(std::atomic<bool>& flag) {
@@ -201,7 +203,9 @@ void SparseDevice::DropUnconsumed() {
     bool announced = false;
     for (AvailableReaderMessage& entry : m_available) {
         std::unique_ptr<AMessage> const message(std::exchange(entry.message, nullptr));
-        if (!m_unconsumedTypes.insert(message->Type()).second) {
+        std::string const& type = message->Type();
+        if (type.size() > kLongestUnconsumedType || m_unconsumedTypes.size() >= kMostUnconsumedTypes ||
+            !m_unconsumedTypes.insert(type).second) {
             continue;
         }
         if (!announced) {

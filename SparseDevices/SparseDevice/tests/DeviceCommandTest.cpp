@@ -193,6 +193,13 @@ TEST_F(DeviceTest, QuitsAfterItHasAnswered) {
     Ask(QuitDevice());
     EXPECT_TRUE(device->IsRequestingExit());
     EXPECT_FALSE(owner.IsExitRequested());
+    LogCapture const log;
+    RawSocket late(ZMQ_REQ, server->DeviceAddress("puck"));
+    for (late.Send(FramesOf(RefreshDevice())); !late.Poll(1ms);) {
+        device->ProcessMessages();
+    }
+    EXPECT_THAT(late.Receive().at(2), EndsWith("unhandled request: sparse device 'Puck'is shutting down, "
+                                               "command type: vq.sd.RefreshDevice"));
     ASSERT_TRUE(StepUntil([&] { return device->GetState() == SparseDevice::State::Uninitialized; }));
     EXPECT_EQ(server->RequestTypes().back(), "UnregisterSparseDevice");
 

@@ -33,6 +33,7 @@ public:
     /// @return true; the device does not look at it.
     virtual bool SetupCommandMap(std::unordered_map<std::string, int>& commandMap) = 0;
 
+    /// For shims whose connection ends; nothing here calls it.
     virtual void OnShimShutdown();
 
     /// Runs the handler function of the message's type; an unknown type is answered with an error.
