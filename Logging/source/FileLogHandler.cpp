@@ -1,7 +1,9 @@
 #include "Logging/FileLogHandler.h"
 
+#include <pthread.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -80,6 +82,15 @@ bool EndsInsideALine(int descriptor) {
     return end > 0 && ::pread(descriptor, &last, 1, end - 1) == 1 && last != '\n';
 }
 
+/// Forks between the process that made the first handler and this one.
+constinit std::atomic<std::uint32_t> g_forks{0};
+
+std::uint32_t CountForks() {
+    static int const registered = ::pthread_atfork(nullptr, nullptr, [] { ++g_forks; });
+    static_cast<void>(registered);
+    return g_forks;
+}
+
 }  // namespace
 
 FileLogHandler::FileLogHandler(LogConfig& config)
@@ -87,10 +98,24 @@ FileLogHandler::FileLogHandler(LogConfig& config)
       m_programName(GetExecutableName()),
       m_names(LogFileNames::FromPath(GetDefaultLocation())),
       m_fullPath(m_names.FullPath()),
-      m_lastFlush(CoarseNow()) {}
+      m_lastFlush(CoarseNow()),
+      m_forks(CountForks()) {}
 
 FileLogHandler::~FileLogHandler() {
     Close();
+}
+
+/// In a forked child: its parent writes what is buffered, and the open files have their locks in common with
+/// the parent's.
+void FileLogHandler::ForgetParent() {
+    std::uint32_t const forks = g_forks.load(std::memory_order_relaxed);
+    if (forks != m_forks) {
+        m_forks = forks;
+        m_buffer.clear();
+        m_repeatCount = 0;
+        m_lastRecord = LogRecord();
+        CloseFiles();
+    }
 }
 
 std::string FileLogHandler::GetDefaultLocation() {
@@ -136,6 +161,7 @@ void FileLogHandler::FlushWithin(std::chrono::seconds limit) {
     FileLogBusy const busy;
     if (m_mutex.try_lock_for(limit)) {
         std::lock_guard const lock(m_mutex, std::adopt_lock);
+        ForgetParent();
         DoFlush();
     }
 }
@@ -183,8 +209,9 @@ void FileLogHandler::Log(LogRecord const& record) {
     std::chrono::nanoseconds const now = CoarseNow();
 
     std::lock_guard const lock(m_mutex);
+    ForgetParent();
     if (m_stream == nullptr && !OpenOrFallBack()) {
-        return;  // closed by another thread since we looked
+        return;  // closed since we looked
     }
     if (m_buffered && record.IsRepeatOf(m_lastRecord)) {
         KeepRepeat(line.View().substr(0, length));

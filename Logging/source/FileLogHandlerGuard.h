@@ -10,6 +10,7 @@
 class FileLogHandler::Guard {
 public:
     explicit Guard(FileLogHandler const& handler) : m_lock(handler.m_mutex) {}
+    explicit Guard(FileLogHandler& handler) : m_lock(handler.m_mutex) { handler.ForgetParent(); }
 
 private:
     FileLogBusy m_busy;

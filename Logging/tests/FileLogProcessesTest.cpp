@@ -1,6 +1,7 @@
 // Several processes on one file, and peers that stop or die.
 
 #include <signal.h>
+#include <sys/wait.h>
 
 #include "FileLogFixture.h"
 #include "TestSupport/ChildProcess.h"
@@ -67,6 +68,20 @@ TEST_F(FileLogProcessesTest, WritersThatDieWhileTheyHoldTheLocksCostTheOthersNot
     handler->Log(LogRecord());  // to open the log is to finish what the last one may have left half done
     auto numbers = Count();
     EXPECT_TRUE(numbers["survivor"] == AllBelow(kLines));
+}
+
+TEST_F(FileLogProcessesTest, AForkedChildLeavesToItsParentWhatThatHasLogged) {
+    Log("parent");
+    Log("parent");
+    pid_t const child = ::fork();
+    if (child == 0) {
+        Log("child");
+        handler->Close();
+        ::_exit(0);
+    }
+    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+    EXPECT_THAT(Messages(),
+                testing::UnorderedElementsAre("***", "parent", "parent (repeated 1 time)", "***", "child"));
 }
 
 TEST_F(FileLogProcessesTest, APeerThatKeepsTheLocksCostsNoLine) {

@@ -51,7 +51,8 @@ struct LogFileNames {
 /// A sink that writes to a text file which several processes share: buffers in the process, folds repeated
 /// records into one line with a count, and rotates the file by size, and by date when it opens it. Nothing is
 /// open until the first record. Trouble is told to the other sinks by plain records. Any thread, but none of
-/// this from inside a log callback.
+/// this from inside a log callback. In a forked child the handler leaves what its parent has logged to the
+/// parent, and opens the file again for what the child logs.
 class FileLogHandler : public BaseStdioLogHandler {
 public:
     /// For GetDefaultLocation, buffered, without colour, at most 128 MiB.
@@ -98,7 +99,10 @@ private:
     void FormatHeader(LogLine& line, LogRecord const& record, std::string_view tag,
                       LogPlace const& place) const;
 
-    // Buffering. From here on all hold the mutex, and the thread is marked as busy.
+    // From here on all hold the mutex, and the thread is marked as busy.
+    void ForgetParent();
+
+    // Buffering.
     void Append(std::string_view line, std::chrono::nanoseconds now);
     void KeepRepeat(std::string_view line);
     void DoFlush();
@@ -147,6 +151,7 @@ private:
     int m_maxDatedFiles = 100;
     bool m_rotating = false;     // the lock file is locked by this handler
     bool m_writeFailed = false;  // and said so
+    std::uint32_t m_forks;       // counted in the process that buffer and files belong to
 };
 
 /// Makes sure that the process-wide file log exists and is open, for a process that logs to a file by
