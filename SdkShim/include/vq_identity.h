@@ -13,8 +13,8 @@
  * the middle of a call ends the process.
  *
  * Processes: a child that is forked off a process that is connected has neither threads nor sockets of the
- * library. It executes another program or ends by _exit; in it every call but VQIdentityGetResultString
- * fails.
+ * library: in it every call but VQIdentityGetResultString fails. It executes another program or ends, best by
+ * _exit.
  *
  * Time: a call waits up to 15 s for the connection and then up to 5 s to send and 5 s more for the answer.
  * The first one on a connection also asks the local server who the provider is, and a release takes leave of

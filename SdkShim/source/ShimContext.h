@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "Logging/Log.h"
 #include "Messaging/AMessageContext.h"
@@ -46,7 +47,7 @@ public:
     static Context s_ShimContext;
 
     ShimContext() = default;
-    virtual ~ShimContext() = default;
+    virtual ~ShimContext();
     ShimContext(ShimContext const&) = delete;
     ShimContext& operator=(ShimContext const&) = delete;
 
@@ -55,15 +56,19 @@ public:
 
     bool IsInitialized() const { return m_initialized; }
 
-    /// True in a child that was forked off since DoInitialize: the threads and sockets are its parent's.
-    bool IsInForkedChild() const { return m_initialized && m_process != ::getpid(); }
+    /// True in a child that was forked off between DoInitialize and TearDown: the threads and sockets are its
+    /// parent's, and so may the locks be.
+    bool IsInForkedChild() const {
+        pid_t const owner = m_process;
+        return owner != 0 && owner != ::getpid();
+    }
 
     /// Starts the thread that keeps the connection; does not wait for it.
     /// @return false when that has been done already (logged), and once the process is exiting.
     bool DoInitialize();
 
     /// Ends the connection and the device, and joins their threads; DoInitialize may follow. Waits for a
-    /// connect under way. Does nothing when not initialised.
+    /// connect under way. Does nothing when not initialised, nor in a forked child.
     void TearDown();
 
     /// Waits for the connection manager, if there is one.
@@ -78,7 +83,7 @@ public:
     /// Lets the derived class end the device, and forgets the server's pipes. Always true.
     bool Disconnect();
 
-    SparseDeviceMule<Device>& DeviceMule() { return m_deviceMule; }
+    SparseDeviceMule<Device>& DeviceMule() { return *m_deviceMule; }
 
 protected:
     ManifestProcessor& Manifest() { return m_manifestProcessor; }
@@ -93,9 +98,9 @@ private:
     /// Set by Connect; stale after Disconnect, and read by nobody.
     AMessagePipeEventListener* m_eventListener = nullptr;
     std::atomic<bool> m_initialized{false};
-    /// The process that has the threads; written before m_initialized is set.
+    /// The process that has the threads, from before they are started until they have ended; else 0.
     std::atomic<pid_t> m_process{0};
-    SparseDeviceMule<Device> m_deviceMule;
+    std::unique_ptr<SparseDeviceMule<Device>> m_deviceMule = std::make_unique<SparseDeviceMule<Device>>();
     /// Held for the whole of Connect and of Disconnect. Locked inside the connection manager's own lock.
     std::mutex m_connectionMutex;
     /// Guards m_connectionManager and the changes of m_initialized, so that two first calls start one
@@ -107,6 +112,15 @@ private:
     std::map<std::uint64_t, std::shared_ptr<IFeatureClient>> m_featureClients;
     ManifestProcessor m_manifestProcessor;
 };
+
+template <class Context, class Device>
+ShimContext<Context, Device>::~ShimContext() {
+    if (IsInForkedChild()) {
+        // Left as they are: whoever destroys them waits for threads that stayed behind in the parent.
+        static_cast<void>(m_deviceMule.release());
+        static_cast<void>(new auto(std::move(m_connectionManager)));
+    }
+}
 
 template <class Context, class Device>
 bool ShimContext<Context, Device>::DoInitialize() {
@@ -122,17 +136,20 @@ bool ShimContext<Context, Device>::DoInitialize() {
     // Built behind the singletons that the threads use, this one is destroyed before them.
     static TearDownAtExit<Context> const guard(s_ShimContext);
 
+    m_process = ::getpid();
     m_connectionManager = std::make_shared<VDSConnectionManager>();
     m_connectionManager->Start(
         ShimName(), [] { s_ShimContext.Connect(); }, [] { s_ShimContext.Disconnect(); });
     m_workingDirectory = GetCurrentWorkingDirectory();
-    m_process = ::getpid();
     m_initialized.exchange(true);
     return true;
 }
 
 template <class Context, class Device>
 void ShimContext<Context, Device>::TearDown() {
+    if (IsInForkedChild()) {
+        return;
+    }
     std::lock_guard lock(m_initializeMutex);
     if (!m_initialized) {
         return;
@@ -140,6 +157,7 @@ void ShimContext<Context, Device>::TearDown() {
     m_connectionManager->Stop();
     m_connectionManager.reset();
     m_initialized.exchange(false);
+    m_process = 0;
 }
 
 template <class Context, class Device>

@@ -31,15 +31,15 @@ Context& TheContext() {
 /// @return why the call cannot go on, or nothing.
 std::optional<VQResult> EnsureConnected() {
     Context& context = TheContext();
+    if (context.IsInForkedChild()) {
+        // Nobody would answer, ever. Not logged: a lock of the log may have been held at the fork.
+        return VQResult_UnspecifiedFailure;
+    }
     if (!context.IsInitialized()) {
         context.DoInitialize();
         if (!context.IsInitialized()) {
             return VQResult_UnspecifiedFailure;
         }
-    }
-    if (context.IsInForkedChild()) {
-        // Nobody would answer, ever. Not logged: a lock of the log may have been held at the fork.
-        return VQResult_UnspecifiedFailure;
     }
     if (!context.WaitForConnection(kConnectionTimeout)) {
         return VQIdentityResult_FailedToConnectToLocalService;
