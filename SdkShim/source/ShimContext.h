@@ -5,10 +5,12 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -118,7 +120,9 @@ ShimContext<Context, Device>::~ShimContext() {
     if (IsInForkedChild()) {
         // Left as they are: whoever destroys them waits for threads that stayed behind in the parent.
         static_cast<void>(m_deviceMule.release());
-        static_cast<void>(new auto(std::move(m_connectionManager)));
+        using Manager = decltype(m_connectionManager);
+        alignas(Manager) static std::byte s_kept[sizeof(Manager)];
+        new (s_kept) Manager(std::move(m_connectionManager));
     }
 }
 
