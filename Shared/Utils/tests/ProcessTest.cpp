@@ -219,14 +219,11 @@ TEST(ProcessTest, LeavesNothingBehindAfterAThousandRuns) {
     ProcessFactory({"true"}).ReadingStdoutStderr().WritingStdin().Run();
     std::size_t const descriptors = EntriesOf("/proc/self/fd");
     std::size_t const threads = EntriesOf("/proc/self/task");
-    std::vector<ProcessFactory> const kinds = {ProcessFactory({"true"}), Shell("kill -9 $$"),
-                                               Shell("sleep 0.3 & exit 1"),
-                                               ProcessFactory({"no-such-program"})};
+    std::array kinds = {ProcessFactory({"true"}), Shell("kill -9 $$"), Shell("sleep 0.3 & exit 1"),
+                        ProcessFactory({"no-such-program"})};
     for (std::size_t i = 0; i < 1000; ++i) {
-        ProcessFactory factory = kinds[i % kinds.size()];
-        factory.ReadingStdoutStderr().WritingStdin();
         try {
-            factory.Run();
+            kinds.at(i % kinds.size()).ReadingStdoutStderr().WritingStdin().Run();
         } catch (ProcessException const&) {
         }
         if (i % 100 == 0) {  // hangs
