@@ -129,7 +129,7 @@ void SparseDeviceApplication::Terminator(std::shared_ptr<ExitFlags> const& flags
         std::this_thread::sleep_for(kCleanExitNap);
     }
     std::this_thread::sleep_for(kLastGrace);
-    SayLast(std::move(name));
+    SayLast(name);
     std::_Exit(1);
 }
 
