@@ -8,7 +8,7 @@ namespace {
 using std::chrono::seconds;
 
 class FileUtilsTest : public testing::Test {
-protected:
+public:
     FileUtilsTest() : m_root(GetFullPath(vq::test::HomeDirectory()) + "files/") {
         std::filesystem::create_directory(m_root);
         std::filesystem::current_path(m_root);

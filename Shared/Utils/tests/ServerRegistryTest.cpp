@@ -22,7 +22,7 @@ ServerDescriptor Server(std::string const& name, std::string const& location) {
 }
 
 class ServerRegistryTest : public testing::Test {
-protected:
+public:
     ServerRegistryTest() : m_path(GetUserTempDirectory() + Name() + ".memory") {}
     ~ServerRegistryTest() override {
         SharedMutex(Name() + ".mutex").Delete();

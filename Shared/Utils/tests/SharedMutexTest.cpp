@@ -6,7 +6,7 @@
 namespace {
 
 class SharedMutexTest : public testing::Test {
-protected:
+public:
     ~SharedMutexTest() override { m_mutex.Delete(); }
     std::string const m_name = "vqMutexTest." + std::to_string(::getpid());
     SharedMutex m_mutex{m_name};
