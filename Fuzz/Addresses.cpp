@@ -1,11 +1,6 @@
 // Where things are: addresses, the table of servers, and headers of events. The first byte says which.
 
-#include <cstddef>
-#include <cstdint>
-#include <string_view>
-#include <vector>
-
-#include "FuzzCheck.h"
+#include "FuzzTarget.h"
 #include "Messaging/EventHeader.h"
 #include "Messaging/MessageAddress.h"
 #include "QuietLog.h"
@@ -44,11 +39,10 @@ void ReadPath(std::string_view path) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+void TryInput(std::string_view input) {
     KeepLogQuiet();
-    if (size > 0) {
+    if (!input.empty()) {
         constexpr void (*kReaders[])(std::string_view) = {ReadAddress, ReadTable, ReadHeader, ReadPath};
-        kReaders[data[0] % 4]({reinterpret_cast<char const*>(data) + 1, size - 1});
+        kReaders[static_cast<unsigned char>(input[0]) % 4](input.substr(1));
     }
-    return 0;
 }

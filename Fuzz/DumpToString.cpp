@@ -3,13 +3,10 @@
 // The first byte of an input chooses one of the known types, for which the rest is the payload; beyond their
 // number the rest is a type name up to a NUL, and the payload.
 
-#include <cstddef>
-#include <cstdint>
+#include <algorithm>
 #include <iterator>
-#include <string>
-#include <string_view>
 
-#include "FuzzCheck.h"
+#include "FuzzTarget.h"
 #include "Utils/ProtoDump.h"
 
 namespace {
@@ -34,22 +31,16 @@ constexpr std::string_view kTypes[] = {
 };
 
 bool IsKnown(std::string_view name) {
-    for (std::string_view const type : kTypes) {
-        if (type == name) {
-            return true;
-        }
-    }
-    return false;
+    return std::ranges::find(kTypes, name) != std::end(kTypes);
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-    std::string_view input(reinterpret_cast<char const*>(data), size);
+void TryInput(std::string_view input) {
     if (input.empty()) {
-        return 0;
+        return;
     }
-    std::size_t const choice = data[0];
+    std::size_t const choice = static_cast<unsigned char>(input[0]);
     input.remove_prefix(1);
     std::string_view type;
     if (choice < std::size(kTypes)) {
@@ -66,5 +57,4 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     std::string again;
     ProtoUtils::DumpToString(type, input, again);
     FUZZ_CHECK(again == text);
-    return 0;
 }

@@ -1,10 +1,6 @@
 // What a headset answers, and what the device bridge prints. The first byte says which.
 
-#include <cstddef>
-#include <cstdint>
-#include <string_view>
-
-#include "FuzzCheck.h"
+#include "FuzzTarget.h"
 #include "Messaging/SocketServerReply.h"
 #include "Messaging/VqdbOutput.h"
 #include "QuietLog.h"
@@ -43,21 +39,10 @@ void ReadProcesses(std::string_view output) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+void TryInput(std::string_view input) {
     KeepLogQuiet();
-    if (size == 0) {
-        return 0;
+    if (!input.empty()) {
+        constexpr void (*kReaders[])(std::string_view) = {ReadReply, ReadDevices, ReadProcesses};
+        kReaders[static_cast<unsigned char>(input[0]) % 3](input.substr(1));
     }
-    std::string_view const text(reinterpret_cast<char const*>(data) + 1, size - 1);
-    switch (data[0] % 3) {
-        case 0:
-            ReadReply(text);
-            break;
-        case 1:
-            ReadDevices(text);
-            break;
-        default:
-            ReadProcesses(text);
-    }
-    return 0;
 }

@@ -2,26 +2,22 @@
 
 #include <google/protobuf/stubs/common.h>
 
-#include <cstddef>
-#include <cstdint>
-#include <string_view>
-
-#include "FuzzCheck.h"
+#include "FuzzTarget.h"
 #include "Identity.pb.h"
 #include "QuietLog.h"
 #include "identity/ProfileCache.h"
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+void TryInput(std::string_view input) {
     KeepLogQuiet();
     google::protobuf::SetLogHandler(nullptr);
     vq::sd::VQIdentityGetAttributeNames::Reply reply;
-    if (!reply.ParseFromArray(data, static_cast<int>(size))) {
-        return 0;
+    if (!reply.ParseFromArray(input.data(), static_cast<int>(input.size()))) {
+        return;
     }
     vq::sd::VQIdentityProfile const& profile = reply.profile();
     if (profile.attribute_count() == 0 ||
         profile.attribute_count() > static_cast<std::uint32_t>(profile.attributes_size())) {
-        return 0;  // an application ends at such a reply
+        return;  // an application ends at such a reply
     }
     vq::IdentityShim::ProfileCache cache;
     VQIdentityProfile* records = cache.Profile();
@@ -35,5 +31,4 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
         // A record's text ends at the first NUL.
         FUZZ_CHECK(again.attributes(i).name() == profile.attributes(i).name().c_str());
     }
-    return 0;
 }

@@ -7,15 +7,9 @@
 
 #include <getopt.h>
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <memory>
-#include <string>
-#include <string_view>
-#include <vector>
 
-#include "FuzzCheck.h"
+#include "FuzzTarget.h"
 #include "Logging/FileLogHandler.h"
 #include "Logging/LogConfig.h"
 
@@ -74,7 +68,7 @@ std::string State(LogConfig const& config) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+void TryInput(std::string_view input) {
     static bool const silent = [] {
         ::setenv("VQLOG_COLOR", "0", 1);  // a "-C" in an export would not come back alone
         LogConfig::Instance().Reset(false);
@@ -82,21 +76,20 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     }();
     static_cast<void>(silent);
     Arguments arguments(1);
-    for (std::size_t i = 0; i < size; ++i) {
-        if (data[i] == 0) {
+    for (char const c : input) {
+        if (c == '\0') {
             arguments.emplace_back();
-        } else if (data[i] != 'h') {  // prints the help text
-            arguments.back() += static_cast<char>(data[i]);
+        } else if (c != 'h') {  // prints the help text
+            arguments.back() += c;
         }
     }
     LogConfig config(true);
     if (!Apply(arguments, config)) {
-        return 0;
+        return;
     }
     Arguments const exported = ExportLoggingOptions(config);
     LogConfig again(true);
     FUZZ_CHECK(Apply(exported, again));
     FUZZ_CHECK(State(again) == State(config));
     FUZZ_CHECK(ExportLoggingOptions(again) == exported);
-    return 0;
 }

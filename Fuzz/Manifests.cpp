@@ -1,21 +1,16 @@
 // Manifests with all that they hold: devices, channels, types, properties and settings.
 
-#include <cstddef>
-#include <cstdint>
-#include <string>
-#include <string_view>
-
-#include "FuzzCheck.h"
+#include "FuzzTarget.h"
 #include "QuietLog.h"
 #include "SparseDevice/ManifestProcessor.h"
 #include "Utils/JsonUtils.h"
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+void TryInput(std::string_view input) {
     KeepLogQuiet();
     ManifestProcessor processor;
-    if (!processor.ProcessManifestString({reinterpret_cast<char const*>(data), size})) {
+    if (!processor.ProcessManifestString(std::string(input))) {
         FUZZ_CHECK(processor.GetDatas().empty());
-        return 0;
+        return;
     }
     // What a device saves, it can load.
     for (ManifestProcessor::ManifestData const& device : processor.GetDatas()) {
@@ -23,5 +18,4 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
         std::string errors;
         FUZZ_CHECK(ParseJson(ManifestProcessor::BuildConfigurationJsonString(device), root, errors));
     }
-    return 0;
 }

@@ -1,15 +1,11 @@
-// Sends every file of the folders and files named on the command line through a fuzz target's entry point.
+// Sends every file of the folders and files named on the command line through a fuzz target.
 // Fails when there is none.
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <vector>
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size);
+#include "FuzzTarget.h"
 
 namespace {
 
@@ -29,7 +25,7 @@ int Replay(std::filesystem::path const& path) {
     }
     std::printf("%s\n", path.c_str());
     std::fflush(stdout);  // before a crash, whose input it names
-    LLVMFuzzerTestOneInput(reinterpret_cast<std::uint8_t const*>(bytes.data()), bytes.size());
+    TryInput({bytes.data(), bytes.size()});
     return 1;
 }
 

@@ -2,14 +2,9 @@
 //
 // The input is the name of a type up to a line feed, and the value: JSON, or else a text as typed.
 
-#include <cstddef>
-#include <cstdint>
-#include <string>
-#include <string_view>
-
 #include "DataTypes/PropertyUtils.h"
 #include "DataTypes/VariantUtils.h"
-#include "FuzzCheck.h"
+#include "FuzzTarget.h"
 #include "QuietLog.h"
 #include "Utils/JsonUtils.h"
 
@@ -34,12 +29,11 @@ PropertyInfo const& Types() {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+void TryInput(std::string_view input) {
     KeepLogQuiet();
-    std::string_view const input(reinterpret_cast<char const*>(data), size);
     std::size_t const end = input.find('\n');
     if (end == std::string_view::npos) {
-        return 0;
+        return;
     }
     std::string const type(input.substr(0, end));
     std::string const text(input.substr(end + 1));
@@ -52,12 +46,11 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     }
     bool const isText = value.value_case() == vq::cfg::Variant::kStringValue;
     if (!TryCoerceVariantToType(value, type, Types())) {
-        return 0;
+        return;
     }
     // A value that fits needs no more; what a text turns into is looked at by nobody.
     std::string const once = value.SerializeAsString();
     FUZZ_CHECK(isText || (TryCoerceVariantToType(value, type, Types()) && value.SerializeAsString() == once));
     ConvertVariantToString(value, true);
     ConvertVariantToJson(value, json);
-    return 0;
 }
