@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <utility>
 
@@ -22,8 +23,11 @@ void RaiseFormatAlarm() {
 
 }  // namespace
 
-VqdbAccessor::VqdbAccessor(std::string serial, std::stop_token stop)
-    : m_serial(std::move(serial)), m_toolPath(ResolveOnPath("vqdb")), m_stop(std::move(stop)) {
+VqdbAccessor::VqdbAccessor(std::string serial, std::stop_token stop, Limit limit)
+    : m_serial(std::move(serial)),
+      m_toolPath(ResolveOnPath("vqdb")),
+      m_stop(std::move(stop)),
+      m_limit(limit) {
     LOG_V("vqdb located at %s", m_toolPath.c_str());
 }
 
@@ -51,17 +55,19 @@ std::vector<std::string> VqdbAccessor::CompleteArguments(std::vector<std::string
 
 ProcessResult VqdbAccessor::Run(std::vector<std::string> const& commandLine) const {
     constexpr std::chrono::milliseconds kLook{100};
-    constexpr std::chrono::seconds kLastWord{1};
-    constexpr std::chrono::seconds kLongest{30};
+    constexpr std::chrono::milliseconds kLastWord{1000};
+    constexpr std::chrono::milliseconds kLongest{30000};
     ProcessFactory factory(commandLine);
     factory.ReadingStdoutStderr();
-    if (!m_stop.stop_possible()) {
+    if (!m_stop.stop_possible() && !m_limit) {
         return factory.Run();
     }
+    auto const longest = m_limit.value_or(kLongest);
     auto const start = std::chrono::steady_clock::now();
     // Also at the very end a tool has the time to disconnect a port.
     auto const mayRun = [&] {
-        return std::chrono::steady_clock::now() - start < (m_stop.stop_requested() ? kLastWord : kLongest);
+        auto const spent = std::chrono::steady_clock::now() - start;
+        return spent < (m_stop.stop_requested() ? std::min(kLastWord, longest) : longest);
     };
     Process process = factory.Spawn();
     ProcessResult result = process.WaitForExit(kLook);
@@ -98,11 +104,11 @@ bool VqdbAccessor::GetConnectedDevices(std::vector<std::string>& serials) const 
     }
 }
 
-bool VqdbAccessor::GetDefaultDevice(std::string& serial, std::string& error) {
+bool VqdbAccessor::GetDefaultDevice(std::string& serial, std::string& error, Limit limit) {
     serial.clear();
     error.clear();
     std::vector<std::string> devices;
-    if (!VqdbAccessor("").GetConnectedDevices(devices)) {
+    if (!VqdbAccessor("", {}, limit).GetConnectedDevices(devices)) {
         error = "Failed to talk to vqdb.";
         return false;
     }

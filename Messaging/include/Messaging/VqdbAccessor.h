@@ -1,8 +1,9 @@
 #pragma once
 
-#include <cstdint>
+#include <chrono>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <stop_token>
 #include <string>
 #include <unordered_map>
@@ -18,10 +19,15 @@
 /// Threads: any; commands of several threads run side by side.
 class VqdbAccessor {
 public:
+    /// For how long a tool may run; it is killed then. None: 30 s where there is a stop token, and for good
+    /// where there is none, so that a tool that hangs holds its caller.
+    using Limit = std::optional<std::chrono::milliseconds>;
+
     /// @param serial  the device to talk to; empty for the bridge's default
-    /// @param stop    for callers that must not be held up: a tool is killed that runs for more than 30 s, or
-    ///                1 s once this is requested. Without it a tool that hangs holds its caller for good.
-    explicit VqdbAccessor(std::string serial, std::stop_token stop = {});
+    /// @param stop    for callers that must not be held up: a tool is killed that runs for 1 s once this is
+    ///                requested
+    /// @param limit   of each command
+    explicit VqdbAccessor(std::string serial, std::stop_token stop = {}, Limit limit = {});
     VqdbAccessor(VqdbAccessor const&) = delete;
     VqdbAccessor& operator=(VqdbAccessor const&) = delete;
     /// Disconnects the ports.
@@ -36,7 +42,8 @@ public:
     /// The device to use when the user names none: that of VQ_SERIAL, or the only one.
     /// @param serial  the value of VQ_SERIAL also when there is no such device
     /// @param error   for the user, on failure
-    static bool GetDefaultDevice(std::string& serial, std::string& error);
+    /// @param limit   of the tool's run
+    static bool GetDefaultDevice(std::string& serial, std::string& error, Limit limit = {});
 
     /// Does this device answer?
     bool IsConnected() const;
@@ -72,6 +79,7 @@ private:
     std::string const m_serial;
     std::string const m_toolPath;
     std::stop_token const m_stop;
+    Limit const m_limit;
     std::recursive_mutex m_mutex;  // guards the maps
     Ports m_forwardedPorts;        ///< local to remote
     Ports m_reversedPorts;         ///< remote to local

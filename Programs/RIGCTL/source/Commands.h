@@ -41,7 +41,6 @@ Status LaunchApplication(Session& session, std::string const& name, std::string 
 Status KillApplication(Session& session, unsigned id);
 /// @param devices  none: all of them
 Status ListStats(Session& session, Texts const& devices);
-Status SwitchAutomaticStats(Session& session, bool on);
 
 // ---- one device ----
 

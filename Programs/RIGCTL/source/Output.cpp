@@ -28,15 +28,26 @@ bool WantsColor(std::string const& choice) {
     return (terminal == nullptr || std::strcmp(terminal, "dumb") != 0) && ::isatty(STDOUT_FILENO) == 1;
 }
 
+/// True for a byte of UTF-8 that goes on with a character.
+bool IsInsideCharacter(char byte) {
+    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
+}
+
+/// Characters of UTF-8, each of which is taken to fill one place of the terminal.
+std::size_t WidthOf(std::string const& text) {
+    return text.size() - static_cast<std::size_t>(std::ranges::count_if(text, IsInsideCharacter));
+}
+
 /// A cell of any but the last column: a wider one would push all others off the screen. JSON shows the whole.
 std::string Fitted(std::string text) {
     constexpr std::size_t kWidest = 60;
-    if (text.size() > kWidest) {
-        std::size_t end = kWidest - 3;
-        while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U) {
-            --end;  // not within a character
+    constexpr std::size_t kKept = kWidest - 3;
+    if (WidthOf(text) > kWidest) {
+        std::size_t end = 0;
+        for (std::size_t width = 0; width <= kKept; ++end) {
+            width += !IsInsideCharacter(text[end]);
         }
-        text.replace(end, std::string::npos, "...");
+        text.replace(end - 1, std::string::npos, "...");
     }
     return text;
 }
@@ -126,7 +137,7 @@ std::vector<std::string> Output::Table(std::vector<Column> const& columns,
     std::vector<std::size_t> widths(columns.size());
     for (auto const& line : cells) {
         for (std::size_t i = 0; i < line.size(); ++i) {
-            widths[i] = std::max(widths[i], line[i].size());
+            widths[i] = std::max(widths[i], WidthOf(line[i]));
         }
     }
     std::vector<std::string> lines;
@@ -135,7 +146,7 @@ std::vector<std::string> Output::Table(std::vector<Column> const& columns,
         for (std::size_t i = 0; i < line.size(); ++i) {
             text += line[i];
             if (i + 1 < line.size()) {
-                text.append(widths[i] - line[i].size() + 2, ' ');
+                text.append(widths[i] - WidthOf(line[i]) + 2, ' ');
             }
         }
         text.erase(text.find_last_not_of(' ') + 1);

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <thread>
 
 #include "Commands.h"
@@ -12,11 +13,29 @@ namespace {
 /// The server's words while it is still busy with what it was asked for.
 constexpr std::string_view kAskAgain = " is under way: ask again";
 
+/// What commands have that must wait for the bridge, unless the user has chosen a limit.
+constexpr std::chrono::seconds kLinkTime{30};
+
+/// What the tool of the bridge has left of the time limit.
+std::chrono::milliseconds TimeLeft(Session const& session) {
+    auto const left = std::chrono::ceil<std::chrono::milliseconds>(session.Deadline() - Clock::now());
+    return std::max(left, std::chrono::milliseconds(0));
+}
+
+/// Behind a run of the tool that has failed: it may have been ended by the time limit.
+void ThrowIfLate(Session const& session) {
+    if (Clock::now() >= session.Deadline()) {
+        throw Failure(Status::NoAnswer, "No answer from the device bridge (vqdb) within the time limit.");
+    }
+}
+
 /// The headset that the user means.
-std::string ChooseHeadset(std::string const& serial) {
+std::string ChooseHeadset(Session& session, std::string const& serial) {
+    session.ExtendTimeLimit(kLinkTime);
     std::string chosen = serial;
     std::string error;
-    if (chosen.empty() && !VqdbAccessor::GetDefaultDevice(chosen, error)) {
+    if (chosen.empty() && !VqdbAccessor::GetDefaultDevice(chosen, error, TimeLeft(session))) {
+        ThrowIfLate(session);
         throw Failure(Status::Refused, error);
     }
     return chosen;
@@ -24,7 +43,6 @@ std::string ChooseHeadset(std::string const& serial) {
 
 /// Asks until the server has done it.
 Json::Value AskUntilDone(Session& session, std::string const& request, Json::Value const& fields) {
-    constexpr std::chrono::seconds kLinkTime{30};
     constexpr std::chrono::milliseconds kPause{50};
     session.ExtendTimeLimit(kLinkTime);
     while (true) {
@@ -44,15 +62,21 @@ Json::Value AskUntilDone(Session& session, std::string const& request, Json::Val
 }  // namespace
 
 Status ListHeadsets(Session& session) {
+    session.ExtendTimeLimit(kLinkTime);
     std::vector<std::string> serials;
-    if (!VqdbAccessor("").GetConnectedDevices(serials)) {
+    if (!VqdbAccessor("", {}, TimeLeft(session)).GetConnectedDevices(serials)) {
+        ThrowIfLate(session);
         throw Failure(Status::Refused, "Failed to talk to vqdb.");
     }
     std::vector<Json::Value> rows;
     for (std::string const& serial : serials) {
         Json::Value row;
+        bool const answers = VqdbAccessor(serial, {}, TimeLeft(session)).IsConnected();
+        if (!answers) {
+            ThrowIfLate(session);
+        }
         row["serial"] = serial;
-        row["answers"] = VqdbAccessor(serial).IsConnected();
+        row["answers"] = answers;
         rows.push_back(row);
     }
     session.Out().List({{"SERIAL", "serial"}, {"ANSWERS", "answers"}}, rows);
@@ -61,7 +85,7 @@ Status ListHeadsets(Session& session) {
 
 Status ConnectHeadset(Session& session, std::string const& serial, unsigned port) {
     Json::Value fields;
-    fields["device"] = ChooseHeadset(serial);
+    fields["device"] = ChooseHeadset(session, serial);
     fields["port"] = port;
     AskUntilDone(session, "vq.vds.ConnectRemoteDevice", fields);
     return Status::Done;
@@ -69,7 +93,7 @@ Status ConnectHeadset(Session& session, std::string const& serial, unsigned port
 
 Status DisconnectHeadset(Session& session, std::string const& serial) {
     Json::Value fields;
-    fields["device"] = ChooseHeadset(serial);
+    fields["device"] = ChooseHeadset(session, serial);
     AskUntilDone(session, "vq.vds.DisconnectRemoteDevice", fields);
     return Status::Done;
 }

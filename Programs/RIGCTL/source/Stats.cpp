@@ -61,11 +61,4 @@ Status ListStats(Session& session, Texts const& devices) {
     return status;
 }
 
-Status SwitchAutomaticStats(Session& session, bool on) {
-    Json::Value fields;
-    fields["enabled"] = on;
-    session.Ask("vq.vds.EnableAutomaticStatsCollection", fields);
-    return Status::Done;
-}
-
 }  // namespace vq::rigctl
