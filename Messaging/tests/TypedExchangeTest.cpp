@@ -2,7 +2,9 @@
 
 #include "MessagingFixture.h"
 #include "ServerRequests.pb.h"
+#include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
+#include "TestSupport/WireText.h"
 
 namespace {
 
@@ -44,27 +46,11 @@ protected:
 };
 
 TEST_F(TypedExchangeTest, TheLevelsOfAnAnswerAreToldApartAndTheUnexpectedIsNamedAndLost) {
-    std::string const unexpected =
-        "E Unexpected message received, wanted vq.vds.GetDeviceInfo.Reply or "
-        "vq.vds.GetDeviceInfo.Error or vq.vds.Error got ";
-    struct Case {
-        char const* type;
-        std::string payload;
-        bool result;
-        std::string error;
-        Lines lines;
-    };
-    for (Case const& c :
-         {Case{"vq.vds.GetDeviceInfo.Reply", "", true, "", {}},
-          {"vq.vds.GetDeviceInfo.Error", kText, true, "text", {}},
-          {"vq.vds.Error", kText, false, "", {"E got protocol error from vq.vds.GetDeviceInfo: text"}},
-          {"vq.vds.Ping.Reply", "", false, "", {unexpected + "vq.vds.Ping.Reply"}},
-          {"vq.vds.GetDeviceInfo.Error", "", false, "", {unexpected + "vq.vds.GetDeviceInfo.Error"}},
-          {"vq.vds.Error", "\xFF\xFF", false, "", {unexpected + "vq.vds.Error"}}}) {
+    for (auto const& [type, payload, result, error, line] : Rows<5>("TypedExchange", "levels")) {
         vq::test::LogCapture log;
-        EXPECT_EQ(Exchange(c.type, c.payload), c.result);
-        EXPECT_EQ(m_error.message(), c.error);
-        EXPECT_EQ(log.Lines(), c.lines);
+        EXPECT_EQ(Exchange(type, wire::Bytes(payload)), result == "true") << type;
+        EXPECT_EQ(m_error.message(), error);
+        EXPECT_EQ(log.Lines(), line.empty() ? Lines() : Lines{line});
     }
     EXPECT_TRUE(Exchange("vq.vds.GetDeviceInfo.Reply", ""));
 }

@@ -4,6 +4,8 @@
 #include <signal.h>
 #include <sys/wait.h>
 
+#include <list>
+
 #include "Messaging/SharedMemoryAccessor.h"
 #include "Rig.h"
 #include "ServerRequests.pb.h"
@@ -14,20 +16,7 @@
 namespace vq::test {
 namespace {
 
-using Process = std::unique_ptr<ChildProcess>;
-
-Process Start(std::string const& program, std::vector<std::string> const& arguments) {
-    std::vector<std::string> command = {Rig::Binary(program.c_str())};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    auto process = std::make_unique<ChildProcess>(command);
-    EXPECT_TRUE(process->ReadLineWith("ready", kStartLimit)) << process->DrainOutput();
-    return process;
-}
-
-void Stop(ChildProcess& process) {
-    process.Signal(SIGTERM);
-    EXPECT_EQ(process.WaitForExit(kStartLimit), 0) << process.DrainOutput();
-}
+using Arguments = std::vector<std::string>;
 
 /// What an observer counted of one stream.
 struct Total {
@@ -57,7 +46,7 @@ Total TotalOf(ChildProcess& observer, std::string const& stream) {
 
 /// The number of the last sample of a stream that the observer reports next.
 long Reported(ChildProcess& observer, std::string const& stream) {
-    auto const line = observer.ReadLineWith(stream + " ", kStartLimit);
+    auto const line = observer.ReadLineWith(stream + " ");
     EXPECT_TRUE(line) << observer.DrainOutput();
     std::string const mark = "number ";
     std::size_t const at = line ? line->find(mark) : std::string::npos;
@@ -77,35 +66,36 @@ TEST(ChannelSoak, EveryObserverThatKeepsUpSeesEverySampleOfEveryProducer) {
     for (int i = 0; i < count; ++i) {
         prefixes += (i == 0 ? "p" : ",p") + std::to_string(i) + ".";
     }
-    std::vector<Process> observers;
-    auto const observe = [&](std::string const& name, char const* reportMs, std::string const& until) {
-        return Start("sample_observer", {"--prefixes", prefixes, "--queue", "100000", "--until", until,
-                                         "--report-ms", reportMs, "--device-name", name});
+    auto const observing = [&](std::string const& name, char const* reportMs, std::string const& until) {
+        return Arguments{"sample_observer", "--prefixes",    prefixes, "--queue",
+                         "100000",          "--until",       until,    "--report-ms",
+                         reportMs,          "--device-name", name};
     };
+    std::list<Program> observers;
     for (int i = 0; i < count; ++i) {
-        observers.push_back(observe("observer" + std::to_string(i), "3600000", last));
+        observers.emplace_back(observing("observer" + std::to_string(i), "3600000", last));
     }
     // Ends when it is told, and not as soon as it finds all that it missed at once.
-    Process const still = observe("still", "50", "0");
-    EXPECT_EQ(Reported(*still, "p0.pose"), 0);
-    still->Signal(SIGSTOP);
-    std::vector<Process> producers;
+    Program still(observing("still", "50", "0"));
+    EXPECT_EQ(Reported(still, "p0.pose"), 0);
+    still.Signal(SIGSTOP);
+    std::list<Program> producers;
     for (int i = 0; i < count; ++i) {
         std::string const name = "p" + std::to_string(i);
-        producers.push_back(Start("sample_producer", {"--prefix", name + ".", "--device-name", name, "--rate",
-                                                      std::to_string(kRate), "--image-rate", "10", "--width",
-                                                      "128", "--height", "128", "--samples", last}));
+        producers.emplace_back(Arguments{"sample_producer", "--prefix", name + ".", "--device-name", name,
+                                         "--rate", std::to_string(kRate), "--image-rate", "10", "--width",
+                                         "128", "--height", "128", "--samples", last});
     }
 
-    auto const limit = kStartLimit + std::chrono::seconds(2 * seconds);
+    auto const limit = kPatience + std::chrono::seconds(2 * seconds);
     long received = 0;
-    for (Process const& observer : observers) {
-        ASSERT_EQ(observer->WaitForExit(limit), 0) << observer->DrainOutput();
+    for (Program& observer : observers) {
+        ASSERT_EQ(observer.WaitForExit(limit), 0) << observer.DrainOutput();
         for (int i = 0; i < count; ++i) {
             for (char const* const stream : {"pose", "counter", "image"}) {
                 std::string const name = "p" + std::to_string(i) + "." + stream;
-                Total const total = TotalOf(*observer, name);
-                EXPECT_EQ(total.faults, 0) << observer->Output();
+                Total const total = TotalOf(observer, name);
+                EXPECT_EQ(total.faults, 0) << observer.Output();
                 EXPECT_EQ(total.received, total.last - total.first + 1) << name;
                 if (std::string(stream) != "image") {
                     EXPECT_EQ(total.last, seconds * kRate) << name;
@@ -116,16 +106,16 @@ TEST(ChannelSoak, EveryObserverThatKeepsUpSeesEverySampleOfEveryProducer) {
     }
     std::printf("%d observers counted %ld samples of %d producers; the server holds %.0f MiB\n", count,
                 received, count, ResidentMiB(rig.Server().Pid()));
-    for (Process const& producer : producers) {
-        Stop(*producer);
-        EXPECT_THAT(producer->DrainOutput(), HasSubstr("counter sent " + last));
+    for (Program& producer : producers) {
+        producer.Stop();
+        EXPECT_THAT(producer.Output(), HasSubstr("counter sent " + last));
     }
     // It has missed much, and the server may have given it up; it goes on.
-    still->Signal(SIGCONT);
-    while (Reported(*still, "p0.pose") == 0) {
+    still.Signal(SIGCONT);
+    while (Reported(still, "p0.pose") == 0) {
     }
-    Stop(*still);
-    rig.StopServer();
+    still.Stop();
+    rig.Server().Stop();
 }
 
 /// A process that dies while it holds the mutex.
@@ -144,39 +134,38 @@ void DieInsideTheLock(std::string const& name) {
 TEST(ChannelSoak, AWriterThatDiesInsideTheLockStopsTheImageAloneUntilItsMutexIsReplaced) {
     Rig rig;
     rig.StartServer();
-    Process const producer = Start("sample_producer", {"--width", "128", "--height", "128"});
-    Process const observer = Start("sample_observer", {"--report-ms", "100", "--queue", "999999999999"});
-    while (Reported(*observer, "sample.image") == 0) {
+    Program producer({"sample_producer", "--width", "128", "--height", "128"});
+    Program observer({"sample_observer", "--report-ms", "100", "--queue", "999999999999"});
+    while (Reported(observer, "sample.image") == 0) {
     }
-    vq::vds::FindServerSharedMemory find;
-    find.set_memory_id("sample.image");
-    auto const names = RawSocket(ZMQ_REQ, rig.Address()).Get(find);
+    auto const names =
+        RawSocket(ZMQ_REQ, rig.Address()).Get<vq::vds::FindServerSharedMemory>("1:'sample.image'");
     DieInsideTheLock(names.mutex_name());
     long before = 0;
-    long now = Reported(*observer, "sample.image");
+    long now = Reported(observer, "sample.image");
     while (now != before) {
         before = now;
         for (int i = 0; i < 5; ++i) {
-            now = Reported(*observer, "sample.image");
+            now = Reported(observer, "sample.image");
         }
     }
-    long const count = Reported(*observer, "sample.counter");
-    while (Reported(*observer, "sample.counter") == count) {
+    long const count = Reported(observer, "sample.counter");
+    while (Reported(observer, "sample.counter") == count) {
     }
-    EXPECT_EQ(Reported(*observer, "sample.image"), before) << "the counts go on, the image does not";
+    EXPECT_EQ(Reported(observer, "sample.image"), before) << "the counts go on, the image does not";
 
     SharedMemoryAccessor healer("sample.image", names.memory_name(), names.size(), names.generation_name(),
                                 names.mutex_name(), names.resizable());
     ASSERT_TRUE(healer.Recover());
-    auto const end = std::chrono::steady_clock::now() + kStartLimit;
+    auto const end = std::chrono::steady_clock::now() + kPatience;
     while (now == before && std::chrono::steady_clock::now() < end) {
-        now = Reported(*observer, "sample.image");
+        now = Reported(observer, "sample.image");
     }
-    EXPECT_GT(now, before) << producer->DrainOutput();
-    Stop(*observer);
-    EXPECT_EQ(TotalOf(*observer, "sample.image").faults, 0) << observer->Output();
-    Stop(*producer);
-    rig.StopServer();
+    EXPECT_GT(now, before) << producer.DrainOutput();
+    observer.Stop();
+    EXPECT_EQ(TotalOf(observer, "sample.image").faults, 0) << observer.Output();
+    producer.Stop();
+    rig.Server().Stop();
 }
 
 }  // namespace

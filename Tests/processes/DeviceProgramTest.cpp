@@ -2,12 +2,11 @@
 
 #include <signal.h>
 
-#include <array>
-
 #include "DeviceRequests.pb.h"
 #include "Rig.h"
 #include "TestSupport/FakeServer.h"
 #include "TestSupport/RawWire.h"
+#include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 #include "TestSupport/WireText.h"
 #include "Utils/ServerRegistry.h"
@@ -20,17 +19,14 @@ protected:
     DeviceProgram() { m_rig.StartServer(); }
 
     static std::string Rigctl(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), {Rig::Binary("RIGCTL"), "--timeout", "60000"});
-        ChildProcess child(arguments);
-        EXPECT_EQ(child.WaitForExit(kStartLimit), 0)
-            << testing::PrintToString(arguments) << child.DrainOutput();
-        return child.DrainOutput();
+        arguments.insert(arguments.begin(), {"RIGCTL", "--timeout", "60000"});
+        Outcome const outcome = ChildProcess(arguments).Finish();
+        EXPECT_EQ(outcome.status, 0) << testing::PrintToString(arguments) << outcome.output;
+        return outcome.output;
     }
 
-    static std::unique_ptr<ChildProcess> Start(ChildProcess::Environment const& environment = {}) {
-        auto program = std::make_unique<ChildProcess>(Lines{Rig::Binary("turntable")}, environment);
-        EXPECT_TRUE(program->ReadLineWith("ready", kStartLimit)) << program->DrainOutput();
-        return program;
+    static std::unique_ptr<Program> Start(ChildProcess::Environment const& environment = {}) {
+        return std::make_unique<Program>(Lines{"turntable"}, environment);
     }
 
     Rig m_rig;
@@ -39,10 +35,8 @@ protected:
 /// A server inside the test, in the registry too.
 class RegisteredServer : public FakeServer {
 public:
-    RegisteredServer() {
-        EXPECT_TRUE(ServerRegistry::Instance().RegisterServer(m_line, kStartLimit, nullptr));
-    }
-    ~RegisteredServer() { ServerRegistry::Instance().RemoveServer(m_line, kStartLimit, nullptr); }
+    RegisteredServer() { EXPECT_TRUE(ServerRegistry::Instance().RegisterServer(m_line, kPatience, nullptr)); }
+    ~RegisteredServer() { ServerRegistry::Instance().RemoveServer(m_line, kPatience, nullptr); }
 
 private:
     ServerDescriptor const m_line{"fake", Address(), 12, 11, ::getpid(), Address(), Address()};
@@ -68,30 +62,23 @@ TEST_F(DeviceProgram, OfTheGuidePublishesTakesSettingsAndQuits) {
         EXPECT_THAT(Rigctl({"log", target}), HasSubstr(file));
     }
     Rigctl({"quit", "Turntable", "--application"});
-    EXPECT_EQ(program->WaitForExit(kStartLimit), 0) << program->DrainOutput();
+    EXPECT_EQ(program->WaitForExit(), 0) << program->DrainOutput();
 }
 
 TEST_F(DeviceProgram, SaysWhatIsWrongWithItsCommandLine) {
-    for (auto const& [option, argument, complaint] :
-         {std::array{"--set", "Nonsense=1", "'Nonsense=1' is not a setting of this device"},
-          {"--set", "Speed", "'Speed' is not a setting of this device, given as NAME=VALUE"},
-          {"--set", "Speed=fast", "'Speed=fast' does not fit the type "},
-          {"--manifest", "/nowhere", "Failed to open /nowhere"},
-          {"--nonsense", "x", "--nonsense"},
-          {"-V", "nonsense", "Unexpected option at nonsense"}}) {
-        ChildProcess program({Rig::Binary("turntable"), option, argument});
-        EXPECT_NE(program.WaitForExit(kStartLimit).value_or(0), 0) << argument;
-        EXPECT_THAT(program.DrainOutput(), HasSubstr(complaint));
+    for (auto const& [option, argument, complaint] : Rows<3>("DeviceProgram", "refused")) {
+        Outcome const outcome = ChildProcess({"turntable", option, argument}).Finish();
+        EXPECT_GT(outcome.status, 0) << argument;
+        EXPECT_THAT(outcome.output, HasSubstr(complaint));
     }
 }
 
 TEST(DeviceProgramOfAServer, RegistersItselfAndItsDeviceAndEndsWithTheDevice) {
     RegisteredServer server;
-    ChildProcess program({Rig::Binary("turntable")});
-    ASSERT_TRUE(program.ReadLineWith("ready", kStartLimit)) << program.DrainOutput();
+    Program program({"turntable"});
     RawSocket tool(ZMQ_REQ, server.DeviceAddress("Turntable"));
     EXPECT_EQ(tool.Ask(vq::sd::QuitDevice()), "vq.sd.QuitDevice.Reply");
-    EXPECT_EQ(program.WaitForExit(kStartLimit), 0) << program.DrainOutput();
+    EXPECT_EQ(program.WaitForExit(), 0) << program.DrainOutput();
     EXPECT_THAT(server.RequestTypes(),
                 ElementsAre("RegisterDeviceApplication", "GetServerEventAddress",
                             "GetServerDataEventBroadcastAddress", "RegisterSparseDevice",
@@ -145,9 +132,9 @@ TEST(DeviceProgramOfAServer, SaysWhatKeepsItFromStartingAndLeavesNoDeviceBehind)
     for (auto const& [prepare, sentence, lastRequest] : cases) {
         RegisteredServer server;
         prepare(server);
-        ChildProcess program({Rig::Binary("turntable")});
-        EXPECT_EQ(program.WaitForExit(kStartLimit), 1) << sentence;
-        EXPECT_THAT(program.DrainOutput(), AllOf(HasSubstr(sentence), Not(HasSubstr("ready"))));
+        Outcome const outcome = ChildProcess({"turntable"}).Finish();
+        EXPECT_EQ(outcome.status, 1) << sentence;
+        EXPECT_THAT(outcome.output, AllOf(HasSubstr(sentence), Not(HasSubstr("ready"))));
         Lines const requests = server.RequestTypes();
         EXPECT_EQ(requests.empty() ? "" : requests.back(), lastRequest) << sentence;
     }
@@ -158,7 +145,7 @@ TEST_F(DeviceProgram, EndsInOrderOnQuitOnASignalAndWithTheServer) {
     for (char const* const line : {"", "nonsense", "help", "quit"}) {
         EXPECT_TRUE(quitter->WriteLine(line));
     }
-    EXPECT_EQ(quitter->WaitForExit(kStartLimit), 0) << quitter->DrainOutput();
+    EXPECT_EQ(quitter->WaitForExit(), 0) << quitter->DrainOutput();
     for (char const* const text :
          {"Enter Command (type help for command list): ", "invalid sparse device input command",
           "\nSparse Device Input Commands:\nh | help - this screen\nq | quit - shuts the device down and "
@@ -167,16 +154,15 @@ TEST_F(DeviceProgram, EndsInOrderOnQuitOnASignalAndWithTheServer) {
     }
     for (int const number : {SIGINT, SIGTERM, SIGABRT}) {
         auto const signalled = Start();
-        signalled->Signal(number);
-        EXPECT_EQ(signalled->WaitForExit(kStartLimit), 0) << signalled->DrainOutput();
+        EXPECT_EQ(signalled->End(number), 0) << signalled->DrainOutput();
         EXPECT_THAT(signalled->Output(), HasSubstr("exiting from signal " + std::to_string(number)));
     }
     auto const follower = Start();
-    m_rig.StopServer();
-    EXPECT_EQ(follower->WaitForExit(kStartLimit), 0) << follower->DrainOutput();
-    ChildProcess alone({Rig::Binary("turntable")});
-    EXPECT_EQ(alone.WaitForExit(kStartLimit), 1);
-    EXPECT_THAT(alone.DrainOutput(),
+    m_rig.Server().Stop();
+    EXPECT_EQ(follower->WaitForExit(), 0) << follower->DrainOutput();
+    Outcome const alone = ChildProcess({"turntable"}).Finish();
+    EXPECT_EQ(alone.status, 1);
+    EXPECT_THAT(alone.output,
                 HasSubstr("Did not detect a running Virtual Device Server.\nPlease (re-)start it first"));
 }
 
@@ -184,13 +170,12 @@ TEST_F(DeviceProgram, IsEndedWhenItHangsAtExit) {
     auto const program = Start();
     // Taking leave of a server that does not answer takes longer than the program is given.
     m_rig.Server().Signal(SIGSTOP);
-    program->Signal(SIGTERM);
-    EXPECT_EQ(program->WaitForExit(kStartLimit), 1) << program->DrainOutput();
+    EXPECT_EQ(program->End(), 1) << program->DrainOutput();
     EXPECT_THAT(program->DrainOutput(), HasSubstr("device application did not shut down cleanly!"));
 }
 
 TEST_F(DeviceProgram, IsEndedAtOnceByASecondSignal) {
-    std::optional<int> status;
+    int status = -1;
     // Two seconds later it would be gone anyhow: a slow machine gets another chance.
     for (int attempt = 0; attempt < 5 && status != 128 + SIGINT; ++attempt) {
         auto const program = Start();
@@ -199,8 +184,7 @@ TEST_F(DeviceProgram, IsEndedAtOnceByASecondSignal) {
         while (program->DrainOutput().find("exiting from signal") == std::string::npos) {
             ASSERT_FALSE(program->WaitForExit(std::chrono::milliseconds(5))) << program->DrainOutput();
         }
-        program->Signal(SIGINT);
-        status = program->WaitForExit(kStartLimit);
+        status = program->End(SIGINT);
         m_rig.Server().Signal(SIGCONT);
     }
     EXPECT_EQ(status, 128 + SIGINT);
@@ -210,7 +194,7 @@ TEST_F(DeviceProgram, LeavesAServerThatHasFallenSilentUnlessItIsBeingDebugged) {
     auto const debugged = Start({{"VQ_DEBUG_VDS", "1"}});
     auto const watching = Start({{"VQ_DEBUG_VDS", "2"}});
     m_rig.Server().Signal(SIGSTOP);
-    EXPECT_EQ(watching->WaitForExit(kStartLimit), 1) << "no farewell is answered";
+    EXPECT_EQ(watching->WaitForExit(), 1) << "no farewell is answered";
     EXPECT_THAT(watching->DrainOutput(),
                 HasSubstr("Failed to observe heartbeat from Virtual Device Server, exiting"));
     EXPECT_FALSE(debugged->WaitForExit(std::chrono::seconds(3))) << debugged->DrainOutput();

@@ -5,72 +5,42 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <string_view>
 
 #include "RequestTap.h"
 #include "Rig.h"
 #include "ServerRequests.pb.h"
-#include "TestSupport/TestHome.h"
+#include "TestSupport/Table.h"
+#include "TestSupport/Test.h"
 #include "Utils/ServerRegistry.h"
 
 namespace vq::test {
 namespace {
 
-using namespace std::chrono_literals;
-
 /// What an application sees when one of the two fails it.
-struct Outcome {
+struct Effect {
     std::uint32_t code;  ///< of the call that is under way
     std::chrono::seconds time;
     bool works;  ///< by itself within 5 s of the return; else every call fails inside its limits
 };
 
+Effect EffectOf(std::string const& cell) {
+    std::istringstream words(cell);
+    std::string code;
+    int seconds = 0;
+    std::string fate;
+    words >> code >> seconds >> fate;
+    return {static_cast<std::uint32_t>(std::stoul(code, nullptr, 0)), std::chrono::seconds(seconds),
+            fate == "heals"};
+}
+
 struct Step {
-    char const* name;
-    char const* call;     ///< null: none is under way
-    char const* message;  ///< whose arrival at the server or the provider is the moment
-    Outcome server;
-    Outcome provider;
-    Outcome killedProvider;  ///< the server sees the process end, and takes the provider off its map
-};
-
-constexpr Outcome kNoAnswer{kFailure, 5s, false};
-constexpr Outcome kNoProvider{kFailure, 0s, true};  // nothing is lost
-constexpr Outcome kNoConnection{kNoLocalService, 15s, false};
-constexpr Outcome kUnharmed{kOk, 0s, true};
-
-constexpr char const* kNames = "names";
-constexpr Step kSteps[] = {
-    {"ProtocolVersion", kNames, "vq.vds.GetProtocolVersion", kNoAnswer, kNoAnswer, kNoProvider},
-    {"DataPath", kNames, "vq.vds.GetDataPath", kNoAnswer, kNoAnswer, kNoProvider},
-    {"EventAddress", kNames, "vq.vds.GetServerEventAddress", kNoConnection, kNoAnswer, kNoProvider},
-    {"BroadcastAddress", kNames, "vq.vds.GetServerDataEventBroadcastAddress", kNoConnection, kNoAnswer,
-     kNoProvider},
-    {"Registration", kNames, "vq.vds.RegisterSparseDevice", kNoConnection, kNoAnswer, kNoProvider},
-    {"ListenerAddress", kNames, "vq.vds.CreateServerDataEventListenerAddress", kNoConnection, kNoAnswer,
-     kNoProvider},
-    {"ChannelInfos", kNames, "vq.vds.GetChannelInfos", kNoConnection, kNoAnswer, kNoProvider},
-    {"Channels", kNames, "vq.vds.RegisterSparseDeviceChannels", kNoConnection, kNoAnswer, kNoProvider},
-    {"Report", kNames, "vq.vds.ReportSparseDeviceInitialized", kNoConnection, kNoAnswer, kNoProvider},
-    {"Mappings", kNames, "vq.vds.GetChannelMappings", {kFailure, 8s, false}, kNoAnswer, kNoProvider},
-    {"Address",
-     kNames,
-     "vq.vds.GetDeviceRequestReplyAddress",
-     {kFailure, 15s, false},
-     kNoAnswer,
-     kNoProvider},
-    {"Request", kNames, "vq.sd.VQIdentityGetAttributeNames", kUnharmed, kNoAnswer, kNoAnswer},
-    {"Reply", kNames, "vq.sd.VQIdentityGetAttributeNames.Reply", kUnharmed, kNoAnswer, kNoAnswer},
-    {"Idle", nullptr, "", kUnharmed, kUnharmed, kUnharmed},
-    {"Release",  // the server's part of it is the unregistration
-     "release",
-     "vq.sd.VQIdentityReleaseUserProfile",
-     {kOk, 15s, true},
-     {kNoCloudService, 5s, false},
-     {kNoCloudService, 5s, false}},
-    {"Unregistration", "release", "vq.vds.UnregisterSparseDevice", {kOk, 15s, true}, kUnharmed, kUnharmed},
+    std::string name;
+    std::string call;     ///< kNone: none is under way
+    std::string message;  ///< whose arrival at the server or the provider is the moment
+    Effect server;
+    Effect provider;
+    Effect killedProvider;  ///< the server sees the process end, and takes the provider off its map
 };
 
 enum class Fault { Killed, Stopped, Silent };
@@ -81,7 +51,7 @@ struct Cell {
     bool server;  ///< is the one that fails; else the provider
     Fault fault;
 
-    Outcome const& Expected() const {
+    Effect const& Expected() const {
         return server ? step.server : fault == Fault::Killed ? step.killedProvider : step.provider;
     }
     std::string Name() const {
@@ -99,10 +69,11 @@ constexpr std::string_view kHurry = "";
 
 std::vector<Cell> Cells() {
     std::vector<Cell> cells;
-    for (Step const& step : kSteps) {
+    for (auto const& [name, call, message, server, provider, killed] : Rows<6>("FaultMatrix", "steps")) {
+        Step const step{name, call, message, EffectOf(server), EffectOf(provider), EffectOf(killed)};
         for (Fault const fault : {Fault::Killed, Fault::Stopped, Fault::Silent}) {
-            for (bool const server : {true, false}) {
-                cells.push_back({step, server, fault});
+            for (bool const isServer : {true, false}) {
+                cells.push_back({step, isServer, fault});
             }
         }
     }
@@ -153,19 +124,19 @@ protected:
         ServerRegistry& registry = ServerRegistry::Instance();
         ServerDescriptor line;
         ASSERT_TRUE(
-            registry.FindServer(MessageAddress::FromString(m_rig.Address()), line, kStartLimit, nullptr));
+            registry.FindServer(MessageAddress::FromString(m_rig.Address()), line, kPatience, nullptr));
         line.name = "tap";
         line.address = MessageAddress::FromString(m_front);
-        ASSERT_TRUE(registry.RegisterServer(line, kStartLimit, nullptr));
+        ASSERT_TRUE(registry.RegisterServer(line, kPatience, nullptr));
     }
 
     RequestTap& VictimsTap() { return GetParam().server ? *m_serverTap : *m_providerTap; }
-    ChildProcess& Victim() { return GetParam().server ? m_rig.Server() : m_rig.Provider(); }
+    Program& Victim() { return GetParam().server ? m_rig.Server() : m_rig.Provider(); }
 
     void Fail() {
         switch (GetParam().fault) {
             case Fault::Killed:
-                GetParam().server ? m_rig.KillServer() : m_rig.KillProvider();
+                Victim().End(SIGKILL);
                 VictimsTap().Set(RequestTap::Mode::HungUp);
                 if (!GetParam().server && m_expected.works) {
                     AwaitRemoval();
@@ -184,9 +155,8 @@ protected:
 
     /// Until the server has noticed.
     void AwaitRemoval() const {
-        vq::vds::GetDeviceRequestReplyAddress lookup;
-        lookup.set_device("MockVQ1IdentitySparseDevice");
-        lookup.set_flag(false);
+        auto const lookup =
+            wire::Parsed<vq::vds::GetDeviceRequestReplyAddress>("1:'MockVQ1IdentitySparseDevice' 2:0");
         RawSocket server(ZMQ_REQ, m_rig.Address());
         while (server.Ask(lookup).ends_with(".Reply")) {
             ::usleep(10000);
@@ -220,7 +190,7 @@ protected:
         return spent;
     }
 
-    Outcome const& m_expected = GetParam().Expected();
+    Effect const& m_expected = GetParam().Expected();
     bool const m_isLong;  // takes time that can be hurried
     bool const m_hurried;
     std::chrono::seconds const m_slack;  // of a busy machine, on the clock of the programs
@@ -234,10 +204,10 @@ protected:
 TEST_P(FaultMatrix, EndsInsideItsLimitsAndHealsByItselfWhereItCan) {
     Step const& step = GetParam().step;
     Caller caller({{"VQ_VDS_ADDRESS", m_front}});
-    if (step.call != kNames) {
+    if (step.call != "names") {
         ASSERT_EQ(caller.Call("names").code, kOk) << caller.Process().DrainOutput();
     }
-    if (step.call == nullptr) {
+    if (step.call == kNone) {
         Fail();
     } else {
         for (RequestTap* const tap : {m_serverTap.get(), m_providerTap.get()}) {
@@ -257,8 +227,7 @@ TEST_P(FaultMatrix, EndsInsideItsLimitsAndHealsByItselfWhereItCan) {
         EXPECT_TRUE(next.code == kFailure || next.code == kNoLocalService) << next.code;
         EXPECT_LT(next.duration, 30s + m_slack);
     }
-    caller.Process().CloseInput();
-    EXPECT_EQ(caller.Process().WaitForExit(kCallLimit), 0) << caller.Process().DrainOutput();
+    caller.ExpectCleanExit();
     Caller other;
     EXPECT_LT(TimeUntilItWorks(other), 5s + m_slack) << "nobody is served any more";
 }

@@ -62,31 +62,10 @@ TEST_F(Faults, AProviderThatComesLaterHealsTheFeatureAndOneThatIsReplacedIsFollo
     ASSERT_EQ(caller.Call("names").code, kFailure);
     m_rig.StartProvider();
     EXPECT_EQ(CallUntil(caller, "names", kOk, 30s).code, kOk);
-    m_rig.StopProvider();
+    m_rig.Provider().Stop();
     EXPECT_EQ(CallUntil(caller, "names", kFailure, 30s).code, kFailure);
     m_rig.StartProvider();
     EXPECT_EQ(CallUntil(caller, "names", kOk, 60s).code, kOk);
-}
-
-TEST_F(Faults, AProviderSlowerThanTheExchangeFailsTheCallInsideItsLimit) {
-    m_rig.StartServer();
-    m_rig.StartProvider({"DelayMs=20000"});
-    Caller caller;
-    CallResult const names = caller.Call("names");
-    EXPECT_EQ(names.code, kFailure);
-    EXPECT_GE(names.duration, 4900ms);
-    EXPECT_LT(names.duration, 30s);
-}
-
-TEST_F(Faults, AServerThatStopsInOrderEndsTheProviderAndFailsTheCalls) {
-    StartAll();
-    Caller caller;
-    ASSERT_EQ(caller.Call("names").code, kOk);
-    m_rig.StopServer();
-    EXPECT_EQ(m_rig.Provider().WaitForExit(kStartLimit), 0) << m_rig.Provider().DrainOutput();
-    CallResult const names = caller.Call("names");
-    EXPECT_EQ(names.code, kFailure);
-    EXPECT_LT(names.duration, 40s);
 }
 
 TEST_F(Faults, EveryWayToExitIsCleanAndUnregistersTheDevice) {
@@ -100,17 +79,13 @@ TEST_F(Faults, EveryWayToExitIsCleanAndUnregistersTheDevice) {
         // Also finds the place of its predecessor of the same name free.
         ASSERT_TRUE(!connectFirst || caller.Call("names").code == kOk) << caller.Process().DrainOutput();
         *command == '\0' ? caller.Process().CloseInput() : caller.Begin(command);
-        EXPECT_EQ(caller.Process().WaitForExit(kCallLimit), 0) << command << caller.Process().DrainOutput();
+        EXPECT_EQ(caller.Process().WaitForExit(), 0) << command << caller.Process().DrainOutput();
     }
-}
-
-TEST_F(Faults, ExitAfterTheServerDiedOrHangsIsBounded) {
-    StartAll();
     Caller orphan;
     ASSERT_EQ(orphan.Call("names").code, kOk);
     m_rig.Server().Signal(SIGSTOP);
     orphan.Begin("exit");
-    EXPECT_EQ(orphan.Process().WaitForExit(60s), 0) << orphan.Process().DrainOutput();
+    EXPECT_EQ(orphan.Process().WaitForExit(), 0) << "its server hangs: " << orphan.Process().DrainOutput();
 }
 
 void LimitDescriptors(Caller& caller, rlim_t count) {
@@ -146,8 +121,7 @@ TEST_F(Faults, DescriptorsThatAreUsedUpFailTheCallsUntilThereAreSomeAgain) {
             if (!isFirst) {  // a registry that could not be opened at the first call is not opened later
                 EXPECT_EQ(CallUntil(caller, "names", kOk, 30s).code, kOk) << caller.Process().DrainOutput();
             }
-            caller.Process().CloseInput();
-            EXPECT_EQ(caller.Process().WaitForExit(kCallLimit), 0) << caller.Process().DrainOutput();
+            caller.ExpectCleanExit();
         }
     }
 }

@@ -9,52 +9,38 @@
 #include "SimulatedHeadset/BridgeTunnels.h"
 #include "SimulatedHeadset/HeadsetServer.h"
 #include "TestSupport/RawWire.h"
+#include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
+#include "Utils/TextUtils.h"
 
 namespace vq::test {
 namespace {
-
-struct Outcome {
-    int status = -1;
-    std::string output;
-};
 
 class HeadsetTest : public testing::Test {
 protected:
     HeadsetTest() {
         bridge.SetDevices({{"A1", "device"}});
+        bridge.SetMisbehaviour("");
         int port = 0;
         EXPECT_TRUE(GetEphemeralPort(port));
         ::setenv("VQ_VDS_ADDRESS", ("SOCKET:127.0.0.1:" + std::to_string(port)).c_str(), 1);
-        server = Start(
-            {"vdserver", "--address", ::getenv("VQ_VDS_ADDRESS"), "--name", "rig", "--headset-level", "29"});
-        EXPECT_TRUE(server->ReadLineWith("ready", kStartLimit)) << server->DrainOutput();
+        server = std::make_unique<Program>(Lines{"vdserver", "--address", ::getenv("VQ_VDS_ADDRESS"),
+                                                 "--name", "rig", "--headset-level", "29"});
     }
     ~HeadsetTest() override {
-        server->Signal(SIGTERM);
-        EXPECT_EQ(server->WaitForExit(kStartLimit), 0) << server->DrainOutput();
+        server->Stop();
         EXPECT_TRUE(tunnels.List().empty());
     }
 
-    static std::unique_ptr<ChildProcess> Start(std::vector<std::string> arguments) {
-        arguments[0] = std::string(VQ_BINARY_DIR) + "/" + arguments[0];
-        return std::make_unique<ChildProcess>(arguments);
-    }
-    static Outcome Finish(ChildProcess& program) {
-        Outcome outcome;
-        outcome.status = program.WaitForExit(kCallLimit).value_or(-1);
-        outcome.output = program.DrainOutput();
-        return outcome;
-    }
-    static Outcome Rigctl(std::vector<std::string> arguments) {
+    static Outcome Rigctl(std::vector<std::string> arguments, char const* timeout = "60000") {
         arguments.insert(arguments.begin(), "RIGCTL");
-        arguments.insert(arguments.end(), {"--timeout", "60000", "--json"});
-        return Finish(*Start(arguments));
+        arguments.insert(arguments.end(), {"--timeout", timeout, "--json"});
+        return ChildProcess(arguments).Finish();
     }
     /// Begins to connect, and returns once that is with the bridge or the headset.
     std::unique_ptr<ChildProcess> BeginConnect(std::function<bool()> const& isThere) {
-        auto program =
-            Start({"RIGCTL", "remote", "connect", std::to_string(headset.Port()), "--timeout", "60000"});
+        auto program = std::make_unique<ChildProcess>(
+            Lines{"RIGCTL", "remote", "connect", std::to_string(headset.Port()), "--timeout", "60000"});
         while (!isThere()) {
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
@@ -64,7 +50,7 @@ protected:
     headset::BridgeState bridge;
     headset::BridgeTunnels tunnels{bridge};
     headset::HeadsetServer headset{0, 29};
-    std::unique_ptr<ChildProcess> server;
+    std::unique_ptr<Program> server;
 };
 
 TEST_F(HeadsetTest, IsConnectedToldOfTheServerAndLetGo) {
@@ -87,20 +73,10 @@ TEST_F(HeadsetTest, IsConnectedToldOfTheServerAndLetGo) {
                 HasSubstr(R"("here":4712)"));
     EXPECT_EQ(tunnels.List().size(), 5U);  // the link, the server, three pairs
 
-    struct Case {
-        std::vector<std::string> arguments;
-        char const* refusal;
-    };
-    for (auto const& [arguments, refusal] :
-         {Case{{"call", "MapRemotePort", "port=0", "flag_2=true"}, "0 is no port"},
-          Case{{"call", "ConnectRemoteDevice", "device=A1", "port=65536"}, "65536 is no port"},
-          Case{{"remote", "connect", port, "--device", "a b"}, "this is no serial of a headset"},
-          Case{{"remote", "connect", "1"}, "Remote client already connected at port "},
-          Case{{"remote", "connect", port, "--device", "B2"}, "Remote client is not available"},
-          Case{{"remote", "disconnect", "--device", "B2"}, "there is no link to a headset of that serial"}}) {
-        Outcome const outcome = Rigctl(arguments);
-        EXPECT_EQ(outcome.status, 1) << arguments[1];
-        EXPECT_THAT(outcome.output, HasSubstr(refusal));
+    for (auto const& [line, refusal] : Rows<2>("Headset", "refused")) {
+        Outcome const outcome = Rigctl(Parameterize(ReplaceSubstring(line, "PORT", port)));
+        EXPECT_EQ(outcome.status, 1) << line;
+        EXPECT_THAT(outcome.output, HasSubstr(refusal)) << line;
     }
     EXPECT_EQ(Rigctl({"remote", "disconnect"}).status, 0);
     EXPECT_TRUE(tunnels.List().empty());
@@ -118,7 +94,7 @@ TEST_F(HeadsetTest, HoldsUpNobodyElseWhileItHangs) {
     });
     EXPECT_EQ(Rigctl({"devices"}).status, 0);
     EXPECT_EQ(Rigctl({"remote", "disconnect"}).status, 0) << "the attempt is given up";
-    EXPECT_EQ(Finish(*connecting).status, 1);
+    EXPECT_EQ(connecting->Finish().status, 1);
 
     // And one whose socket server is silent; the server then ends in the middle of it.
     bridge.SetMisbehaviour("");
@@ -127,19 +103,29 @@ TEST_F(HeadsetTest, HoldsUpNobodyElseWhileItHangs) {
     EXPECT_EQ(Rigctl({"devices"}).status, 0);
 }
 
+TEST_F(HeadsetTest, IsNotAwaitedForLongerThanTheTimeLimitBehindABridgeThatHangs) {
+    for (auto const& [command, arguments] : {std::pair{"devices", Lines{"remote", "list"}},
+                                             {"get-state", {"remote", "list"}},
+                                             {"devices", {"remote", "connect", "4711"}},
+                                             {"devices", {"remote", "disconnect"}}}) {
+        bridge.SetMisbehaviour(std::string(command) + " hang\n");
+        Outcome const outcome = Rigctl(arguments, "300");
+        EXPECT_EQ(outcome.status, 4) << command;
+        EXPECT_EQ(outcome.output, "No answer from the device bridge (vqdb) within the time limit.\n");
+    }
+}
+
 TEST_F(HeadsetTest, AsAProgramFindsTheServerThatItIsToldOf) {
     bridge.SetDevices({});
-    auto program = Start({"simulated_headset", "--serial", "B2"});
-    std::optional<std::string> const port = program->ReadLineWith("ready ", kStartLimit);
-    ASSERT_TRUE(port) << program->DrainOutput();
-    EXPECT_EQ(Rigctl({"remote", "connect", *port}).status, 0);
-    EXPECT_THAT(program->ReadLineWith("the server behind port ", kCallLimit).value_or(""),
+    Program program({"simulated_headset", "--serial", "B2"});
+    EXPECT_EQ(Rigctl({"remote", "connect", program.Ready()}).status, 0);
+    EXPECT_THAT(program.ReadLineWith("the server behind port ").value_or(""),
                 HasSubstr(" answers vq.vds.Ping.Reply"));
     EXPECT_EQ(Rigctl({"remote", "disconnect"}).status, 0);
-    program->Signal(SIGTERM);
-    EXPECT_EQ(Finish(*program).status, 0);
+    program.Stop();
     EXPECT_EQ(Rigctl({"remote", "list"}).output, "") << "it has left the bridge";
-    EXPECT_EQ(Finish(*Start({"simulated_headset", "--answer", "GET"})).output, "'GET' is no COMMAND=HOW\n");
+    EXPECT_EQ(ChildProcess({"simulated_headset", "--answer", "GET"}).Finish().output,
+              "'GET' is no COMMAND=HOW\n");
 }
 
 }  // namespace

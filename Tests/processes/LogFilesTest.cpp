@@ -15,11 +15,10 @@ TEST(LogFiles, ServerProviderAndApplicationShareOne) {
     EXPECT_EQ(caller.Call("names").code, kOk);
     EXPECT_THAT(ReadFile(file),
                 HasSubstr("*** identity_caller pid " + std::to_string(caller.Process().Pid())));
-    caller.Process().CloseInput();
-    EXPECT_EQ(caller.Process().WaitForExit(kStartLimit), 0);
-    rig.StopProvider();
+    caller.ExpectCleanExit();
+    rig.Provider().Stop();
     EXPECT_THAT(rig.Provider().Output(), HasSubstr("Starting application"));
-    rig.StopServer();
+    rig.Server().Stop();
     EXPECT_THAT(rig.Server().Output(), Not(HasSubstr(" V ["))) << "its console is off";
     std::string const text = ReadFile(file);
     EXPECT_THAT(text,
@@ -32,25 +31,13 @@ TEST(LogFiles, AProviderLogsToItsUsersFileUnlessToldNot) {
     Rig rig;
     rig.StartServer();
     rig.StartProvider({}, {"-V4-c"});
-    rig.StopProvider();
+    rig.Provider().Stop();
     std::string const text = ReadFile(file);
     EXPECT_THAT(text, AllOf(HasSubstr("*** mock_identity_device pid "), HasSubstr("V [")));
     rig.StartProvider({}, {"-V4", "--no-logfile"});
-    rig.StopProvider();
+    rig.Provider().Stop();
     std::string const more = ReadFile(file).substr(text.size());
     EXPECT_THAT(more, Not(HasSubstr("V [")));
-}
-
-TEST(LogFiles, ABadOptionEndsAProgram) {
-    Rig rig;
-    for (char const* const program : {"vdserver", "mock_identity_device"}) {
-        ChildProcess child({Rig::Binary(program), "-Vq"});
-        EXPECT_EQ(child.WaitForExit(kStartLimit), 1);
-        EXPECT_THAT(child.Output(), HasSubstr("error: Unexpected option at q in -Vq\n"));
-        ChildProcess help({Rig::Binary(program), "-Vh"});
-        EXPECT_EQ(help.WaitForExit(kStartLimit), 0);
-        EXPECT_THAT(help.Output(), HasSubstr("Verbosity/logging help:\n"));
-    }
 }
 
 }  // namespace

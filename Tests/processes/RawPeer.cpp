@@ -5,16 +5,9 @@
 
 #include "ServerEvents.pb.h"
 #include "ServerRequests.pb.h"
-#include "TestSupport/WireWriter.h"
 #include "Utils/ServerRegistry.h"
 
 namespace vq::test {
-
-namespace {
-
-constexpr char kIdentityChannel[] = "identity_feature";
-
-}  // namespace
 
 RawResponder::RawResponder(std::string const& address, Answer answer, std::function<void()> idle)
     : m_socket(ZMQ_REP, address), m_thread([this, answer = std::move(answer), idle = std::move(idle)] {
@@ -44,27 +37,12 @@ std::vector<Frames> RawResponder::Requests() {
 
 void RegisterRawProvider(std::string const& serverAddress, std::string const& ownAddress) {
     RawSocket server(ZMQ_REQ, serverAddress);
-    vq::vds::RegisterSparseDevice device;
-    device.mutable_description()->set_name("AnotherIdentityDevice");
-    device.mutable_description()->set_display_name("Another make");
-    device.mutable_description()->set_type("Identity");
-    device.mutable_description()->set_process_id(1);
-    device.mutable_description()->set_second_process_id(0);
-    device.set_address(ownAddress);
-    vq::vds::RegisterSparseDeviceChannels channels;
-    channels.set_device_id(server.Get(device).device_id());
-    channels.set_flag(true);
-    auto& channel = *channels.add_channels();
-    channel.set_name(kIdentityChannel);
-    channel.set_data_type("Feature");
-    channel.set_third_text("AnotherIdentityDevice");
-    channel.set_flag_4(false);
-    channel.set_flag_5(true);
-    channel.set_role(vq::ch::ChannelRole_Producer);
-    EXPECT_EQ(server.Get(channels).channel_ids_size(), 1);
-    vq::vds::ReportSparseDeviceInitialized report;
-    report.set_device_id(channels.device_id());
-    server.Get(report);
+    auto const device = server.Get<vq::vds::RegisterSparseDevice>(
+        "1:{1:'AnotherIdentityDevice' 2:'Another make' 3:'Identity' 9:1 10:0} 2:'" + ownAddress + "'");
+    std::string const id = "1:" + std::to_string(device.device_id());
+    server.Get<vq::vds::RegisterSparseDeviceChannels>(
+        id + " 2:{1:'identity_feature' 2:'Feature' 3:'AnotherIdentityDevice' 4:0 5:1 6:0} 3:1");
+    server.Get<vq::vds::ReportSparseDeviceInitialized>(id);
 }
 
 RawServer::RawServer(std::string const& directory, std::string const& provider)
@@ -91,34 +69,28 @@ void RawServer::Publish() {
     m_heartbeat.Send(EventFrames(vq::vds::ServerHeartbeat()));
     if (m_announcements > 0) {
         --m_announcements;
-        vq::vds::DeviceRegisteredEvent event;
-        event.set_name("IdentityShimSparseDevice");
-        event.set_type("Shim");
-        event.set_device_id(7);
-        m_events.Send(EventFrames(event));
+        m_events.Send(EventFrames(
+            wire::Parsed<vq::vds::DeviceRegisteredEvent>("1:'IdentityShimSparseDevice' 2:'Shim' 3:7")));
     }
 }
 
 Frames RawServer::AnswerTo(Frames const& request) {
-    using wire::Number;
-    using wire::Text;
-    std::string const mapping = Text(1, "MockVQ1IdentitySparseDevice") + Text(2, kIdentityChannel);
     // The rest of the bring-up is answered by replies without fields.
-    std::map<std::string, std::string> const payloads = {
-        {"vq.vds.GetProtocolVersion", Number(1, 1) + Number(2, 12)},
-        {"vq.vds.GetDataPath", Text(1, m_directory)},
-        {"vq.vds.GetServerEventAddress", Text(1, m_address + "ev")},
-        {"vq.vds.GetServerDataEventBroadcastAddress", Text(1, m_address + "bc")},
-        {"vq.vds.RegisterSparseDevice", Number(1, 7) + Number(2, 0)},
-        {"vq.vds.CreateServerDataEventListenerAddress", Text(1, m_address + "de")},
-        {"vq.vds.GetChannelMappings", Text(1, mapping)},
-        {"vq.vds.GetDeviceRequestReplyAddress", Text(1, m_provider)}};
+    std::map<std::string, std::string> const fields = {
+        {"vq.vds.GetProtocolVersion", "1:1 2:12"},
+        {"vq.vds.GetDataPath", "1:'" + m_directory + "'"},
+        {"vq.vds.GetServerEventAddress", "1:'" + m_address + "ev'"},
+        {"vq.vds.GetServerDataEventBroadcastAddress", "1:'" + m_address + "bc'"},
+        {"vq.vds.RegisterSparseDevice", "1:7 2:0"},
+        {"vq.vds.CreateServerDataEventListenerAddress", "1:'" + m_address + "de'"},
+        {"vq.vds.GetChannelMappings", "1:{1:'MockVQ1IdentitySparseDevice' 2:'identity_feature'}"},
+        {"vq.vds.GetDeviceRequestReplyAddress", "1:'" + m_provider + "'"}};
     std::string const& type = request.at(1);
     if (type == "vq.vds.ReportSparseDeviceInitialized") {
         m_announcements = 25;  // several times: a subscription may take longer than the whole bring-up
     }
-    auto const found = payloads.find(type);
-    return {"any identity", type + ".Reply", found == payloads.end() ? "" : found->second};
+    auto const found = fields.find(type);
+    return {"any identity", type + ".Reply", found == fields.end() ? "" : wire::Bytes(found->second)};
 }
 
 }  // namespace vq::test

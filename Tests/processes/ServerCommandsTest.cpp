@@ -25,15 +25,11 @@ protected:
 
     /// Registers a device of bare sockets, in an application or none.
     RawSocket AddDevice(std::string const& name, std::uint32_t application = 0) {
-        vq::vds::RegisterSparseDevice request;
-        request.mutable_description()->set_name(name);
-        request.mutable_description()->set_display_name("Label of " + name);
-        request.mutable_description()->set_type("Generic");
-        request.mutable_description()->set_process_id(application);
-        request.mutable_description()->set_second_process_id(0);
-        request.set_address("IPC:" + HomeDirectory() + name);
-        RawSocket device(ZMQ_REP, request.address());
-        server->Get(request);
+        std::string const address = "IPC:" + HomeDirectory() + name;
+        RawSocket device(ZMQ_REP, address);
+        server->Get<vq::vds::RegisterSparseDevice>("1:{1:'" + name + "' 2:'Label of " + name +
+                                                   "' 3:'Generic' 9:" + std::to_string(application) +
+                                                   " 10:0} 2:'" + address + "'");
         return device;
     }
 
@@ -45,9 +41,7 @@ protected:
 TEST_F(ServerCommands, TellsEveryDeviceOfStatisticsAndOfItsEnd) {
     Start({"--stop-grace", "30000"});
     RawSocket devices[] = {AddDevice("first"), AddDevice("second")};
-    vq::vds::EnableAutomaticStatsCollection enable;
-    enable.set_enabled(true);
-    server->Get(enable);
+    server->Get<vq::vds::EnableAutomaticStatsCollection>("1:1");
     for (RawSocket& device : devices) {
         EXPECT_TRUE(device.Command<vq::sd::EnableAutomaticStatsCollection>().enabled());
         device.Send(FramesOf(vq::sd::EnableAutomaticStatsCollection::Reply()));
@@ -57,7 +51,7 @@ TEST_F(ServerCommands, TellsEveryDeviceOfStatisticsAndOfItsEnd) {
         device.Command<vq::sd::NotifyServerStopping>();
     }
     rig.Server().Signal(SIGTERM);
-    EXPECT_EQ(rig.Server().WaitForExit(kStartLimit), 0);
+    EXPECT_EQ(rig.Server().WaitForExit(), 0);
 }
 
 TEST_F(ServerCommands, TellsTheSettingsOfAllDevicesOnceItHasThem) {
@@ -67,18 +61,12 @@ TEST_F(ServerCommands, TellsTheSettingsOfAllDevicesOnceItHasThem) {
     EXPECT_EQ(server->Refused(vq::vds::GetDevicePropertyInfo()),
               "2 devices have been asked for their settings: ask again");
     talker.Command<vq::sd::GetConfigurationPropertyInfo>();
-    vq::sd::GetConfigurationPropertyInfo::Reply settings;
-    settings.mutable_info()->mutable_common()->add_array_types()->set_name("list");
-    settings.mutable_info()->mutable_common()->mutable_array_types(0)->set_label("List");
-    settings.mutable_info()->mutable_common()->mutable_array_types(0)->set_element_type("string");
-    auto& property = *settings.mutable_info()->add_properties()->mutable_common();
-    property.set_name("Count");
-    property.set_type("integer");
-    talker.Send(FramesOf(settings));
+    talker.Send(FramesOf(wire::Parsed<vq::sd::GetConfigurationPropertyInfo::Reply>(
+        "1:{1:{5:{1:'list' 2:'List' 4:'string'}} 2:{1:{1:'Count' 2:'integer'}}}")));
 
     // The other one never answers, which takes its time.
     vq::vds::GetDevicePropertyInfo::Reply reply;
-    auto const end = std::chrono::steady_clock::now() + kStartLimit;
+    auto const end = std::chrono::steady_clock::now() + kPatience;
     while (!reply.has_info() && std::chrono::steady_clock::now() < end) {
         auto const [type, payload] = server->Exchange(FramesOf(vq::vds::GetDevicePropertyInfo()));
         EXPECT_TRUE(type != reply.GetTypeName() || reply.ParseFromString(payload));
@@ -95,31 +83,27 @@ TEST_F(ServerCommands, TellsTheSettingsOfAllDevicesOnceItHasThem) {
 
 TEST_F(ServerCommands, LaunchesNothingUnlessToldTo) {
     Start();
-    vq::vds::LaunchDeviceApplication launch;
-    launch.set_application("mock_identity_device");
-    launch.set_flag_3(false);
-    EXPECT_THAT(server->Refused(launch), HasSubstr("this server launches no programs"));
+    EXPECT_THAT(server->Refused<vq::vds::LaunchDeviceApplication>("1:'mock_identity_device' 3:0"),
+                HasSubstr("this server launches no programs"));
     EXPECT_EQ(server->Get(vq::vds::GetAvailableDeviceApplications()).applications_size(), 0);
 }
 
 TEST_F(ServerCommands, LaunchesEndsAndMissesItsPrograms) {
     std::string const directory = HomeDirectory() + "programs";
     std::filesystem::create_directory(directory);
-    std::filesystem::create_symlink(std::string(VQ_BINARY_DIR) + "/mock_identity_device",
-                                    directory + "/mock");
+    std::filesystem::create_symlink(ProgramPath("mock_identity_device"), directory + "/mock");
     std::filesystem::create_symlink("/etc/passwd", directory + "/data");
-    ::setenv("VQ_VDS_DATA", (std::string(VQ_BINARY_DIR) + "/data").c_str(), 1);
+    ::setenv("VQ_VDS_DATA", ProgramPath("data").c_str(), 1);
     Start({"--launch-from", directory});
     EXPECT_THAT(server->Get(vq::vds::GetAvailableDeviceApplications()).applications(), ElementsAre("mock"));
 
-    vq::vds::LaunchDeviceApplication launch;
-    launch.set_flag_3(true);
-    for (char const* const name : {"data", "../programs/mock", "", ".", "none"}) {
-        launch.set_application(name);
-        EXPECT_THAT(server->Refused(launch), HasSubstr("there is no program")) << name;
+    using vq::vds::LaunchDeviceApplication;
+    for (std::string const name : {"data", "../programs/mock", "", ".", "none"}) {
+        EXPECT_THAT(server->Refused<LaunchDeviceApplication>("1:'" + name + "' 3:1"),
+                    HasSubstr("there is no program"))
+            << name;
     }
-    launch.set_application("mock");
-    auto launched = server->Get(launch);
+    auto launched = server->Get<LaunchDeviceApplication>("1:'mock' 3:1");
     auto const started = events->Await<vq::vds::DeviceApplicationStartedEvent>();
     EXPECT_EQ(started.description().field_7(), launched.process_id());
     vq::vds::KillDeviceApplication kill;
@@ -129,7 +113,7 @@ TEST_F(ServerCommands, LaunchesEndsAndMissesItsPrograms) {
               kill.application_id());
     EXPECT_THAT(server->Refused(kill), HasSubstr("there is no device application with id"));
 
-    launched = server->Get(launch);
+    launched = server->Get<LaunchDeviceApplication>("1:'mock' 3:1");
     auto const again = events->Await<vq::vds::DeviceApplicationStartedEvent>();
     ASSERT_EQ(::kill(static_cast<pid_t>(launched.process_id()), SIGKILL), 0);
     auto const crash = events->Await<vq::vds::DeviceApplicationCrashedEvent>();
@@ -140,15 +124,11 @@ TEST_F(ServerCommands, LaunchesEndsAndMissesItsPrograms) {
 TEST_F(ServerCommands, EndsAForeignProgramThroughItsDeviceAndNoticesItsDeath) {
     Start();
     ChildProcess program({"/bin/cat"});
-    vq::vds::RegisterDeviceApplication registration;
-    registration.set_name("raw");
-    registration.set_second_name("Raw");
-    registration.set_process_id(program.Pid());
-    std::uint32_t const application = server->Get(registration).application_id();
-    vq::vds::RegisterVQSDKApplication use;
-    use.set_name("raw");
-    use.set_process_id(static_cast<std::uint64_t>(program.Pid()));
-    std::uint32_t const user = server->Get(use).application_id();
+    std::string const process = std::to_string(program.Pid());
+    std::uint32_t const application =
+        server->Get<vq::vds::RegisterDeviceApplication>("1:'raw' 2:'Raw' 3:" + process).application_id();
+    std::uint32_t const user =
+        server->Get<vq::vds::RegisterVQSDKApplication>("1:'raw' 2:" + process).application_id();
     vq::vds::KillDeviceApplication kill;
     kill.set_application_id(application);
     EXPECT_THAT(server->Refused(kill), HasSubstr("has no device that could be asked to quit"));

@@ -51,11 +51,7 @@ std::string ProfileText() {
 }
 
 std::size_t CountEntries(char const* directory) {
-    std::size_t count = 0;
-    for ([[maybe_unused]] auto const& entry : std::filesystem::directory_iterator(directory)) {
-        ++count;
-    }
-    return count;
+    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(directory), {}));
 }
 
 VQResult Known(Words& words) {
@@ -66,28 +62,11 @@ VQResult Known(Words& words) {
     return VQIdentityGetKnownAttributeNames(keys.data(), static_cast<std::uint32_t>(keys.size()), &g_profile);
 }
 
-VQResult Cycles(int count) {
-    for (int i = 0; i < count; ++i) {
-        if (VQResult const result = VQIdentityGetAttributeNames(&g_profile); result != VQResult_Ok) {
-            return result;
-        }
-        if (VQResult const result = VQIdentityReleaseUserProfile(g_profile); result != VQResult_Ok) {
-            return result;
-        }
-    }
-    return VQResult_Ok;
-}
-
 VQResult RequestAll() {
     for (std::uint32_t i = 0; i < g_profile->attribute_count; ++i) {
         g_profile->attribute_ptrs[i]->is_requested = true;
     }
     return VQResult_Ok;
-}
-
-std::string Resources() {
-    return std::to_string(CountEntries("/proc/self/fd")) + " " +
-           std::to_string(CountEntries("/proc/self/task"));
 }
 
 VQResult Exit() {
@@ -154,8 +133,6 @@ void Run(std::string const& command, Words& words) {
          }}},
         {"request", {RequestAll}},
         {"profile", {[] { return VQResult_Ok; }}},
-        {"cycles", {[&] { return Cycles(Next<int>(words)); }, nothing}},
-        {"resources", {[] { return VQResult_Ok; }, Resources}},
         {"exit", {Exit}},
         {"exit-from-thread", {[] {
              std::thread(Exit).join();

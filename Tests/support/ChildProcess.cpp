@@ -10,10 +10,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <system_error>
 #include <utility>
-
-extern char** environ;
 
 namespace vq::test {
 
@@ -26,37 +25,14 @@ std::chrono::milliseconds Left(Clock::time_point deadline) {
     return std::max(left, std::chrono::milliseconds(0));
 }
 
+/// One of our programs has no path.
+std::string PathOf(std::string const& program) {
+    return program.find('/') == std::string::npos ? ProgramPath(program) : program;
+}
+
 bool PollOne(int fd, std::chrono::milliseconds timeout) {
     pollfd entry{fd, POLLIN, 0};
     return ::poll(&entry, 1, static_cast<int>(timeout.count())) > 0;
-}
-
-std::vector<std::string> MergedEnvironment(ChildProcess::Environment const& extra) {
-    std::vector<std::string> result;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        std::string const text = *entry;
-        bool replaced = false;
-        for (auto const& [name, value] : extra) {
-            replaced = replaced || text.compare(0, name.size() + 1, name + "=") == 0;
-        }
-        if (!replaced) {
-            result.push_back(text);
-        }
-    }
-    for (auto const& [name, value] : extra) {
-        result.push_back(name + "=" + value);
-    }
-    return result;
-}
-
-std::vector<char*> Pointers(std::vector<std::string>& texts) {
-    std::vector<char*> result;
-    result.reserve(texts.size() + 1);
-    for (std::string& text : texts) {
-        result.push_back(text.data());
-    }
-    result.push_back(nullptr);
-    return result;
 }
 
 }  // namespace
@@ -67,10 +43,15 @@ ChildProcess::ChildProcess(std::vector<std::string> const& arguments, Environmen
     if (::pipe2(input, O_CLOEXEC) != 0 || ::pipe2(output, O_CLOEXEC) != 0) {
         throw std::system_error(errno, std::generic_category(), "pipe2");
     }
-    std::vector<std::string> argumentTexts = arguments;
-    std::vector<std::string> environmentTexts = MergedEnvironment(environment);
-    std::vector<char*> const argv = Pointers(argumentTexts);
-    std::vector<char*> const envp = Pointers(environmentTexts);
+    std::vector<std::string> words = {"/usr/bin/env"};
+    for (auto const& [name, value] : environment) {
+        words.push_back(name + "=" + value);
+    }
+    words.push_back(PathOf(arguments.at(0)));
+    words.insert(words.end(), arguments.begin() + 1, arguments.end());
+    std::vector<char*> argv;
+    std::ranges::transform(words, std::back_inserter(argv), [](std::string& word) { return word.data(); });
+    argv.push_back(nullptr);
     pid_t const parent = ::getpid();
 
     m_pid = ::fork();
@@ -84,7 +65,7 @@ ChildProcess::ChildProcess(std::vector<std::string> const& arguments, Environmen
         ::dup2(output[1], 1);
         ::dup2(output[1], 2);
         ::signal(SIGPIPE, SIG_DFL);
-        ::execve(argv[0], argv.data(), envp.data());
+        ::execv(argv[0], argv.data());
         ::_exit(127);
     }
     ::close(input[0]);
@@ -183,6 +164,11 @@ std::optional<int> ChildProcess::WaitForExit(std::chrono::milliseconds timeout) 
     }
     DrainOutput();
     return m_exit;
+}
+
+Outcome ChildProcess::Finish() {
+    int const status = WaitForExit().value_or(-1);
+    return {status, DrainOutput()};
 }
 
 std::string const& ChildProcess::DrainOutput() {

@@ -28,7 +28,7 @@ FakeServer::FakeServer(std::string const& location, std::int32_t firstDeviceId)
     SetupAnswers();
     m_thread = std::thread([this] { Run(); });
     std::unique_lock lock(m_mutex);
-    m_changed.wait(lock, [this] { return m_open; });
+    m_opened.wait(lock, [this] { return m_open; });
 }
 
 FakeServer::~FakeServer() {
@@ -58,7 +58,7 @@ void FakeServer::Run() {
     {
         std::lock_guard const lock(m_mutex);
         m_open = true;
-        m_changed.notify_all();
+        m_opened.notify_all();
     }
     auto nextHeartbeat = std::chrono::steady_clock::now();
     while (!Get(m_stop)) {
@@ -69,7 +69,7 @@ void FakeServer::Run() {
         }
         SendQueued();
         ReadDataEvents();
-        if (auto const now = std::chrono::steady_clock::now(); Get(m_beats) && now >= nextHeartbeat) {
+        if (auto const now = std::chrono::steady_clock::now(); now >= nextHeartbeat) {
             nextHeartbeat = now + kHeartbeatInterval;
             MessageUtils::SendEvent(m_heartbeat, 0, "", vq::vds::ServerHeartbeat(), kNoWait, nullptr);
         }
@@ -83,7 +83,6 @@ void FakeServer::ServeOne(AMessage& message) {
     {
         std::lock_guard const lock(m_mutex);
         m_received.push_back({message.Type(), payload});
-        m_changed.notify_all();
         if (auto const found = m_answers.find(message.Type()); found != m_answers.end()) {
             answer = found->second;
         }
@@ -115,7 +114,6 @@ void FakeServer::ReadDataEvents() {
             std::lock_guard const lock(m_mutex);
             m_dataEvents.push_back(
                 {event.Type(), event.GetChannelName(), event.GetChannelId(), PayloadOf(event)});
-            m_changed.notify_all();
         }
     }
 }

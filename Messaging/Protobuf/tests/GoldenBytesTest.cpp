@@ -91,30 +91,6 @@ TEST(GoldenBytes, AreReadWithoutRemainderWrittenBackAndIncompleteExactlyWithoutA
     EXPECT_EQ(seen.size(), types.size());
 }
 
-TEST(GoldenBytes, FieldsOfOneKindAreNotMixedUp) {
-    auto const d = Parsed<vq::descriptors::data::SparseDeviceDescription>(
-        wire::Bytes("1:'dev' 2:'Device' 3:'Identity' 9:4242 10:0"));
-    EXPECT_EQ(d.name() + d.display_name() + d.type(), "devDeviceIdentity");
-    EXPECT_EQ(d.process_id(), 4242u);
-    auto const c = Parsed<vq::descriptors::data::ChannelDescription>(
-        wire::Bytes("1:'id' 2:'Feature' 3:'dev' 4:0 5:1 6:1"));
-    EXPECT_EQ(c.name() + c.data_type() + c.third_text(), "idFeaturedev");
-    EXPECT_EQ(c.role(), vq::ch::ChannelRole_Observer);
-    auto const m = Parsed<vq::vds::DeviceAndChannel>(wire::Bytes("1:'dev' 2:'id'"));
-    EXPECT_EQ(m.device() + m.channel(), "devid");
-    auto const a = Parsed<vq::sd::VQIdentityAttribute>(wire::Bytes("1:7 2:'email' 3:'a@b' 4:1 5:0"));
-    EXPECT_EQ(a.name() + a.value(), "emaila@b");
-    EXPECT_TRUE(a.is_requested() && !a.is_granted());
-    auto const s = Parsed<vq::st::StatsCollection>(wire::Bytes(
-        "1:{1:'updates' 2:1 3:-5 4:4 5:-3 6:2 7:1} 2:{1:'wait' 2:9 3:100 4:2 5:8 6:16 7:4294967296}"));
-    auto const& n = s.counters(0);
-    EXPECT_EQ((std::vector<std::int64_t>{n.value(), n.minimum(), n.maximum(), n.last()}),
-              (std::vector<std::int64_t>{-5, -3, 2, 1}));
-    auto const& t = s.timers(0);
-    EXPECT_EQ((std::vector<std::int64_t>{t.total(), t.minimum(), t.maximum(), t.last()}),
-              (std::vector<std::int64_t>{100, 8, 16, 4294967296}));
-}
-
 TEST(Enumerations, AcceptTheirRangeAndNothingElse) {
     struct Range {
         bool (*isValid)(int);

@@ -2,32 +2,18 @@
 
 #include "PendingRequests.h"
 #include "SparseDevice/ManifestProcessor.h"
-#include "TestSupport/LogCapture.h"
 #include "TestSupport/Test.h"
 
 namespace vq::mock {
 namespace {
 
-IdentitySettings SettingsOf(std::string const& settings) {
+IdentitySettings TwoAttributes() {
     ManifestProcessor manifest;
     EXPECT_TRUE(manifest.ProcessManifestString(
-        R"({"ManifestType": "SparseDevice", "DeviceName": "d", "DeviceType": "Identity", "ConfigurationSettings": )" +
-        settings + "}"));
+        R"({"ManifestType": "SparseDevice", "DeviceName": "d", "DeviceType": "Identity",
+            "ConfigurationSettings": {"Profile": [ { "Key": 3, "Name": "a", "Value": "A", "Granted": true },
+                                                   { "Key": 5, "Name": "b", "Granted": false } ]}})"));
     return IdentitySettings::FromConfiguration(manifest.GetData().configurationState);
-}
-
-IdentitySettings TwoAttributes() {
-    return SettingsOf(R"({"Profile": [ { "Key": 3, "Name": "a", "Value": "A", "Granted": true },
-                                       { "Key": 5, "Name": "b", "Value": "B", "Granted": false } ]})");
-}
-
-TEST(IdentityProfile, AttributesThatCouldNotBeSentAreLeftOut) {
-    vq::test::LogCapture log;
-    IdentitySettings const settings = SettingsOf(R"({"Profile": [ { "Key": 8, "Name": "a" }, { "Name": "b" },
-                                                                  { "Key": -1, "Name": "c" }, { "Key": 7 } ]})");
-    ASSERT_EQ(settings.profile.size(), 1U);
-    EXPECT_EQ(settings.profile[0].key, 7);
-    EXPECT_EQ(log.Count(LogLevel::Error, "no Key from 0 to 7"), 3U);
 }
 
 TEST(IdentityProfile, AnUnknownAttributeComesBackNotGranted) {

@@ -8,8 +8,10 @@
 
 #include "Codec.h"
 #include "Failure.h"
+#include "Output.h"
 #include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
+#include "TestSupport/WireText.h"
 
 namespace vq::rigctl {
 namespace {
@@ -61,6 +63,14 @@ TEST(MessageText, FieldsOfEveryTypeBecomeBytesAndTextAgain) {
     }
 }
 
+TEST(MessageText, FieldsOfOneKindAreNotMixedUp) {
+    for (auto const& [type, fields, json] : Rows<3>("MessageText", "messages")) {
+        MessageType const* const found = Schema::Instance().FindMessage(type);
+        ASSERT_NE(found, nullptr) << type;
+        EXPECT_EQ(AsText(Decode(*found, wire::Bytes(fields))), json);
+    }
+}
+
 TEST(MessageText, WhatOthersSendIsReadOrRefused) {
     for (auto const& [described, bytes, expected] : Rows<3>("MessageText", "received")) {
         std::string result;
@@ -87,6 +97,28 @@ TEST(MessageText, WhatDoesNotFitIsRefusedInASentence) {
             EXPECT_EQ(failure.GetStatus(), Status::BadUsage);
         }
     }
+}
+
+TEST(MessageText, ColumnsCountCharactersAndAWideCellIsCutBetweenTwo) {
+    std::string wide;
+    std::string kept;
+    for (int i = 0; i < 61; ++i) {
+        wide += "\u00e4";
+        kept += i < 57 ? "\u00e4" : "";
+    }
+    std::vector<Json::Value> rows(3);
+    rows[0]["name"] = "G\u00fcrtel";
+    rows[1]["name"] = "belt";
+    rows[2]["name"] = wide;
+    for (Json::Value& row : rows) {
+        row["id"] = 7;
+    }
+    auto const padded = [](std::string const& text, std::size_t width) {
+        return text + std::string(62 - width, ' ') + "7";
+    };
+    EXPECT_THAT(Output::Table({{"NAME", "name"}, {"ID", "id"}}, rows),
+                ElementsAre("NAME" + std::string(58, ' ') + "ID", padded("G\u00fcrtel", 6), padded("belt", 4),
+                            padded(kept + "...", 60)));
 }
 
 }  // namespace

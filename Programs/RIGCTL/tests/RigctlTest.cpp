@@ -4,7 +4,9 @@
 #include <signal.h>
 #include <sys/syscall.h>
 
-#include "TestSupport/ChildProcess.h"
+#include <regex>
+
+#include "TestSupport/Program.h"
 #include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 #include "Utils/SharedMutex.h"
@@ -15,27 +17,8 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-constexpr std::chrono::minutes kPatience{2};
 constexpr char kDevice[] = "MockVQ1IdentitySparseDevice";
-
-struct Result {
-    int status = -1;
-    std::string output;
-};
-
-std::string Binary(char const* name) {
-    return std::string(VQ_BINARY_DIR) + "/" + name;
-}
-
-void Replace(std::string& text, std::string const& from, std::string const& to) {
-    for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
-        text.replace(at, from.size(), to);
-    }
-}
-
-std::string Joined(Words const& words) {
-    return testing::PrintToString(words);
-}
+Words const kPatiently = {"--timeout", "60000"};
 
 class Rigctl : public testing::Test {
 protected:
@@ -49,31 +32,33 @@ protected:
 
     /// The arguments of a line of a table.
     Words WordsOf(std::string line) const {
-        Replace(line, "ADDRESS", m_address);
-        Replace(line, "DEVICE", kDevice);
-        return line == kNone ? Words() : Parameterize(line);
+        line = ReplaceSubstring(ReplaceSubstring(line, "ADDRESS", m_address), "DEVICE", kDevice);
+        return line == kNone ? Words() : Parameterize(ReplaceSubstring(line, "FILE", m_file));
     }
-    static ChildProcess Begin(Words arguments, ChildProcess::Environment const& environment = {}) {
-        arguments.insert(arguments.begin(), Binary("RIGCTL"));
-        return ChildProcess(arguments, environment);
+    static ChildProcess Begin(Words arguments) {
+        arguments.insert(arguments.begin(), "RIGCTL");
+        return ChildProcess(arguments);
     }
-    static Result End(ChildProcess& child) {
-        Result result;
-        result.status = child.WaitForExit(kPatience).value_or(-1);
-        result.output = child.DrainOutput();
-        return result;
-    }
-    static Result Run(Words const& arguments) {
-        ChildProcess child = Begin(arguments);
-        return End(child);
+    static Outcome Run(Words const& arguments) { return Begin(arguments).Finish(); }
+    /// Goes through a section of the table.
+    /// @param common  stands in front of each line
+    void Expect(char const* section, Words const& common = {}) {
+        ::setenv("PATH", (ProgramPath("") + ":/usr/bin:/bin").c_str(), 1);
+        for (auto const& [line, status, says] : Rows<3>("Rigctl", section)) {
+            Words arguments = WordsOf(line);
+            arguments.insert(arguments.begin(), common.begin(), common.end());
+            Outcome const outcome = Run(arguments);
+            EXPECT_EQ(outcome.status, std::stoi(status)) << line << ": " << outcome.output;
+            EXPECT_THAT(outcome.output, HasSubstr(says)) << line;
+        }
     }
     /// Its output; the command succeeds.
     static std::string Do(Words arguments) {
         // In front, where it is no argument of a program to be run.
-        arguments.insert(arguments.begin(), {"--timeout", "60000"});
-        Result const result = Run(arguments);
-        EXPECT_EQ(result.status, 0) << Joined(arguments) << ": " << result.output;
-        return result.output;
+        arguments.insert(arguments.begin(), kPatiently.begin(), kPatiently.end());
+        Outcome const outcome = Run(arguments);
+        EXPECT_EQ(outcome.status, 0) << testing::PrintToString(arguments) << ": " << outcome.output;
+        return outcome.output;
     }
     void StartServer() {
         Do({"-s"});
@@ -87,33 +72,19 @@ protected:
             ::kill(m_server, number);
         }
     }
-    void StartProvider() {
-        m_provider = std::make_unique<ChildProcess>(Words{Binary("mock_identity_device")});
-        ASSERT_TRUE(m_provider->ReadLineWith("ready", kPatience)) << m_provider->Output();
-    }
+    void StartProvider() { m_provider = std::make_unique<Program>(Words{"mock_identity_device"}); }
 
     std::string const m_address = "IPC:" + HomeDirectory() + "vds";
+    std::string const m_file = HomeDirectory() + "saved.json";
     pid_t m_server = 0;
-    std::unique_ptr<ChildProcess> m_provider;
+    std::unique_ptr<Program> m_provider;
 };
 
-class ExitStatus : public Rigctl {
-protected:
-    void Expect(char const* section) {
-        ::setenv("PATH", (std::string(VQ_BINARY_DIR) + ":/usr/bin:/bin").c_str(), 1);
-        for (auto const& [line, status, says] : Rows<3>("Rigctl", section)) {
-            Result const result = Run(WordsOf(line));
-            EXPECT_EQ(result.status, std::stoi(status)) << line << ": " << result.output;
-            EXPECT_THAT(result.output, HasSubstr(says)) << line;
-        }
-    }
-};
-
-TEST_F(ExitStatus, TellsABadCommandLineAndThatThereIsNoServer) {
+TEST_F(Rigctl, TellsABadCommandLineAndThatThereIsNoServer) {
     Expect("no-server");
 }
 
-TEST_F(ExitStatus, TellsWhatARunningAHungAndADeadServerDo) {
+TEST_F(Rigctl, TellsWhatARunningAHungAndADeadServerDo) {
     StartServer();
     Expect("running-server");
     ChildProcess watcher = Begin({"watch"});
@@ -122,7 +93,7 @@ TEST_F(ExitStatus, TellsWhatARunningAHungAndADeadServerDo) {
     }
     SignalServer(SIGSTOP);
     Expect("hung-server");
-    Result const silence = End(watcher);
+    Outcome const silence = watcher.Finish();
     EXPECT_EQ(silence.status, 4);
     EXPECT_THAT(silence.output, HasSubstr("has fallen silent"));
     int const end = static_cast<int>(::syscall(SYS_pidfd_open, m_server, 0));
@@ -140,43 +111,20 @@ TEST_F(Rigctl, ShowsWhatThereIsAsJson) {
         Words arguments = WordsOf(line);
         arguments.emplace_back("--json");
         std::string text = Do(arguments);
-        for (char const* const key : {"\"process\":", "\"application\":", "\"minimum_protocol\":"}) {
-            for (std::size_t at = text.find(key); at != std::string::npos; at = text.find(key, at + 1)) {
-                std::size_t const number = at + std::strlen(key);
-                text.replace(number, text.find_first_not_of("0123456789", number) - number, "N");
-            }
-        }
-        Replace(text, m_address, "ADDRESS");
-        Replace(text, kDevice, "DEVICE");
+        text = std::regex_replace(text, std::regex(R"re("(process|application|minimum_protocol)":\d+)re"),
+                                  R"("$1":N)");
+        text = ReplaceSubstring(ReplaceSubstring(text, m_address, "ADDRESS"), kDevice, "DEVICE");
         EXPECT_EQ(text, json + "\n") << line;
     }
     EXPECT_EQ(Run({"devices", "--color", "always"}).output.substr(0, 4), "\x1b[1m");
-    ChildProcess plain = Begin({"devices", "--color", "auto"});
-    EXPECT_THAT(End(plain).output, StartsWith("ID  NAME")) << "no terminal, no colour";
+    EXPECT_THAT(Run({"devices", "--color", "auto"}).output, StartsWith("ID  NAME"))
+        << "no terminal, no colour";
 }
 
 TEST_F(Rigctl, SteersADevice) {
     StartServer();
     StartProvider();
-    EXPECT_THAT(Do({"stats", kDevice}), HasSubstr("counter"));
-    Do({"config", kDevice, "set", "DelayMs=17"});
-    EXPECT_EQ(Do({"config", kDevice, "get", "DelayMs"}), "17\n");
-    std::string const file = HomeDirectory() + "saved.json";
-    Do({"config", kDevice, "save", file});
-    Do({"config", kDevice, "reset", "DelayMs"});
-    EXPECT_EQ(Do({"config", kDevice, "get", "DelayMs"}), "0\n");
-    Do({"config", kDevice, "load", file});
-    EXPECT_EQ(Do({"config", kDevice, "get", "DelayMs"}), "17\n");
-    Result const misfit = Run({"config", kDevice, "set", "DelayMs=abc"});
-    EXPECT_EQ(misfit.status, 1);
-    EXPECT_THAT(misfit.output, HasSubstr("Cannot set property 'DelayMs'"));
-    EXPECT_EQ(Run({"prune", "\x1b[2J\xc2\x9b\n"}).output, "there is no device ' [2J   '\n");
-    Do({"rate", kDevice, "33"});
-    EXPECT_THAT(Do({"rate", kDevice}), HasSubstr("33"));
-    EXPECT_THAT(Do({"top", "--count", "1", "--interval", "0.3", "--json"}), HasSubstr("\"state\":\"ready\""));
-    EXPECT_THAT(Do({"identity"}), HasSubstr("Lindqvist"));
-    Do({"config", kDevice, "set", "LoggedIn=false"});
-    EXPECT_THAT(Run({"identity", "--timeout", "60000"}).output, HasSubstr("(0x7D4D0004)"));
+    Expect("device", kPatiently);
     // A watcher that comes late sees the next change; one that comes early may be told of the young device.
     std::string seen;
     do {
@@ -185,11 +133,11 @@ TEST_F(Rigctl, SteersADevice) {
             Do({"mappings", "remove", kDevice, "identity_feature"});
             Do({"mappings", "add", kDevice, "identity_feature"});
         }
-        seen = End(watcher).output;
+        seen = watcher.Finish().output;
     } while (seen.find(R"("type":"vq.vds.DeviceRegisteredEvent")") != std::string::npos);
     EXPECT_THAT(seen, HasSubstr(R"("type":"vq.vds.ChannelMappingChangedEvent")"));
     Do({"quit", kDevice, "--application"});
-    EXPECT_EQ(m_provider->WaitForExit(kPatience), 0) << m_provider->DrainOutput();
+    EXPECT_EQ(m_provider->WaitForExit(), 0) << m_provider->DrainOutput();
     Do({"-r"});
     Do({"-k"});
     EXPECT_EQ(Run({"devices"}).status, 3);
@@ -198,31 +146,16 @@ TEST_F(Rigctl, SteersADevice) {
 TEST_F(Rigctl, FindsAProviderThatAnswersTooLate) {
     StartServer();
     StartProvider();
-    EXPECT_THAT(Do({"doctor"}), HasSubstr("never been too slow"));
-    Do({"config", kDevice, "set", "DelayMs=5500"});
-    Result const late = Run({"doctor", "--timeout", "60000"});
-    EXPECT_EQ(late.status, 5);
-    EXPECT_THAT(late.output, HasSubstr("and programs wait for 5 s"));
-    Do({"config", kDevice, "set", "DelayMs=0"});
-    Result const past = Run({"doctor", "--timeout", "60000"});
-    EXPECT_EQ(past.status, 5) << "whoever has asked is cut off still";
-    EXPECT_THAT(past.output, HasSubstr("has a stuck pipe"));
+    Expect("late-device", kPatiently);
 }
 
 TEST_F(Rigctl, RecoversAWedgedRegistryAndHealsABrokenOne) {
     StartServer();
     SharedMutex mutex("VQTLRegistry.mutex");
     ASSERT_TRUE(mutex.Open() && mutex.Lock());
-    Result const wedged = Run({"doctor", "--timeout", "200"});
-    EXPECT_EQ(wedged.status, 5);
-    EXPECT_THAT(wedged.output, HasSubstr("RIGCTL registry recover"));
-    EXPECT_THAT(Run({"registry", "recover", "--timeout", "200"}).output, HasSubstr("was replaced"));
-    Do({"registry"});
+    Expect("wedged-registry");
     std::ofstream(HomeDirectory() + ".config/vqvds/VQTLRegistry.memory", std::ios::in) << "no line\n";
-    EXPECT_EQ(Run({"registry"}).status, 1);
-    EXPECT_THAT(Run({"doctor"}).output, HasSubstr("broken line"));
-    Do({"-r"});
-    Do({"registry"});
+    Expect("broken-registry");
 }
 
 TEST_F(Rigctl, FindsAnAddressThatIsWrittenInAnotherWay) {
@@ -232,13 +165,14 @@ TEST_F(Rigctl, FindsAnAddressThatIsWrittenInAnotherWay) {
 }
 
 TEST_F(Rigctl, RunsAProgramInSurroundingsThatGoWithIt) {
-    std::string const program = "echo home $HOME; " + Binary("RIGCTL") + " devices --json; exec sleep 600";
+    std::string const program =
+        "echo home $HOME; " + ProgramPath("RIGCTL") + " devices --json; exec sleep 600";
     ChildProcess runner = Begin({"run", "--", "sh", "-c", program});
-    auto const home = runner.ReadLineWith("home ", kPatience);
+    auto const home = runner.ReadLineWith("home ");
     ASSERT_TRUE(home) << runner.Output();
-    EXPECT_TRUE(runner.ReadLineWith(R"({"application")", kPatience)) << runner.Output();
+    EXPECT_TRUE(runner.ReadLineWith(R"({"application")")) << runner.Output();
     runner.Signal(SIGTERM);
-    EXPECT_EQ(End(runner).status, 128 + SIGTERM) << "what ended the program, which got the signal";
+    EXPECT_EQ(runner.Finish().status, 128 + SIGTERM) << "what ended the program, which got the signal";
     EXPECT_FALSE(std::filesystem::exists(*home));
     EXPECT_EQ(Run({"devices", "--address", "IPC:" + *home + "/vds"}).status, 3);
 }
@@ -254,7 +188,7 @@ TEST_F(Rigctl, CompletesWithLiveNames) {
                         "RIGCTL() { printf '%s\n' 'a b' '$(exit)' none; }; . \"$0\"\n"
                         "COMP_WORDS=(RIGCTL quit '') COMP_CWORD=2; _rigctl; echo \"${COMPREPLY[@]}\"",
                         VQ_COMPLETION});
-    EXPECT_EQ(End(shell).output, "a\\ b \\$\\(exit\\) none\n");
+    EXPECT_EQ(shell.Finish().output, "a\\ b \\$\\(exit\\) none\n");
     // A machine that is too slow gives no names: then the next attempt may.
     for (auto const& [words, name] :
          {std::pair{Words{"--complete", "quit", ""}, kDevice},
@@ -264,7 +198,7 @@ TEST_F(Rigctl, CompletesWithLiveNames) {
         for (int attempt = 0; attempt < 100 && output.find(name) == std::string::npos; ++attempt) {
             output = Run(words).output;
         }
-        EXPECT_THAT(output, HasSubstr(name)) << Joined(words);
+        EXPECT_THAT(output, HasSubstr(name)) << words[1];
     }
 }
 

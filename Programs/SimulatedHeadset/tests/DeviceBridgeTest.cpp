@@ -1,15 +1,11 @@
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-
 #include "Messaging/MessageAddress.h"
 #include "Messaging/VqdbAccessor.h"
 #include "SimulatedHeadset/BridgeState.h"
 #include "SimulatedHeadset/BridgeTunnels.h"
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/RawWire.h"
 #include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
-#include "Utils/FileDescriptor.h"
 #include "Utils/OSUtils.h"
 #include "Utils/TextUtils.h"
 
@@ -23,31 +19,13 @@ int FreePort() {
     return port;
 }
 
-sockaddr_in Local(int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-/// Sends a text to one port and reads it at the other.
+/// Sends a text to one port and hears it at the other.
 std::string PassThrough(int from, int to, std::string const& text) {
-    FileDescriptor const listener(::socket(AF_INET, SOCK_STREAM, 0));
-    sockaddr_in const target = Local(to);
-    EXPECT_EQ(::bind(listener.Get(), reinterpret_cast<sockaddr const*>(&target), sizeof target), 0);
-    EXPECT_EQ(::listen(listener.Get(), 1), 0);
-    FileDescriptor sender(::socket(AF_INET, SOCK_STREAM, 0));
-    sockaddr_in const entrance = Local(from);
-    if (::connect(sender.Get(), reinterpret_cast<sockaddr const*>(&entrance), sizeof entrance) != 0) {
-        return "no connection";
-    }
-    EXPECT_EQ(::send(sender.Get(), text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
-    sender.Reset();
-    FileDescriptor const receiver(::accept(listener.Get(), nullptr, nullptr));
-    std::string received(text.size() + 1, '\0');
-    ssize_t const count = ::recv(receiver.Get(), received.data(), received.size(), MSG_WAITALL);
-    return received.substr(0, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    using vq::test::RawSocket;
+    RawSocket listener(ZMQ_REP, "SOCKET:127.0.0.1:" + std::to_string(to));
+    RawSocket sender(ZMQ_REQ, "SOCKET:127.0.0.1:" + std::to_string(from));
+    sender.Send({text});
+    return listener.Receive().at(0);
 }
 
 class DeviceBridgeTest : public testing::Test {
@@ -204,12 +182,15 @@ TEST_F(DeviceBridgeTest, SurvivesAToolThatMisbehaves) {
     EXPECT_TRUE(bridge.GetConnectedDevices(serials));
     EXPECT_EQ(serials.size(), 2U);
 
-    // One that hangs holds nobody who may be stopped.
+    // One that hangs is killed at its limit.
     m_bridge.SetMisbehaviour("any hang\n");
+    EXPECT_FALSE(VqdbAccessor("A1", {}, 200ms).ForwardPort(1, 2));
+
+    // And holds nobody who may be stopped.
     std::stop_source stop;
     VqdbAccessor hanging("A1", stop.get_token());
-    auto answer = std::async(std::launch::async, [&] { return hanging.ForwardPort(1, 2); });
-    while (m_bridge.Calls().back() != "-s A1 forward --no-rebind tcp:1 tcp:2") {
+    auto answer = std::async(std::launch::async, [&] { return hanging.ForwardPort(3, 4); });
+    while (m_bridge.Calls().back() != "-s A1 forward --no-rebind tcp:3 tcp:4") {
         std::this_thread::yield();
     }
     stop.request_stop();

@@ -170,18 +170,11 @@ TEST_F(SocketServerClientTest, TheHandlerKeepsOneLinkForEachHeadset) {
         handler.ConnectRemoteClient(&context, "A1", m_headset.Port(), kLevel, error);
     ASSERT_NE(client, nullptr) << error;
     EXPECT_EQ(handler.ConnectRemoteClient(&context, "A1", m_headset.Port(), kLevel, error), client);
-    EXPECT_EQ(error, "");
     EXPECT_EQ(log.Lines(), (Lines{"I Remote client already connected"}));
-    EXPECT_EQ(handler.ConnectRemoteClient(&context, "A1", 1, kLevel, error), nullptr);
-    EXPECT_EQ(error, "Remote client already connected at port " + std::to_string(m_headset.Port()));
-    EXPECT_EQ(handler.ConnectRemoteClient(&context, "B2", m_headset.Port(), kLevel, error), nullptr);
-    EXPECT_EQ(error, "Remote client is not available");
     EXPECT_EQ(handler.FindRemoteClientByIdentity("A1"), client);
     EXPECT_EQ(handler.FindRemoteClientByIdentity("B2"), nullptr);
     EXPECT_TRUE(handler.DisconnectRemoteClient("A1"));
     EXPECT_FALSE(handler.DisconnectRemoteClient("A1"));
-    EXPECT_TRUE(m_tunnels.List().empty());
-
     EXPECT_EQ(handler.ConnectRemoteClient(&context, "A1", m_headset.Port(), kLevel + 1, error), nullptr);
     EXPECT_THAT(error, HasSubstr("older platform API level"));
     EXPECT_TRUE(m_tunnels.List().empty());

@@ -101,72 +101,25 @@ TEST_F(ChannelRelayTest, TheLatestSampleOfAChannelIsKeptAndSentAgainOnDemand) {
     EXPECT_EQ(Next(socket), latestX);
     EXPECT_EQ(Next(socket), latestY);
 
-    vq::vds::PruneDevice prune;
-    prune.set_device("d");
-    m_client.Get(prune);
+    m_client.Get<vq::vds::PruneDevice>("1:'d'");
     EXPECT_EQ(Latest({}), "") << "nobody has the channels any more";
 }
 
-TEST_F(ChannelRelayTest, AbsoluteDataIsKeptUntilItIsResetAndEachChangeIsAnnounced) {
-    RawDevice device(m_client, "d");
-    device.ServeChannel("x");
+TEST_F(ChannelRelayTest, SharedMemoryGoesWhenItIsDeletedAndWithTheServer) {
     test::RawSocket events = Listen(m_client.Get(vq::vds::GetServerEventAddress()).address());
-    vq::vds::GetAbsoluteChannelData get;
-    get.set_channel("x");
-    EXPECT_FALSE(m_client.Get(get).has_data());
-    vq::vds::SetAbsoluteChannelData set;
-    set.mutable_data()->set_channel("x");
-    EXPECT_EQ(m_client.Ask(set), "vq.vds.SetAbsoluteChannelData.Error") << "no data";
-    set.mutable_data()->set_type("some.Type");
-    set.mutable_data()->set_data("bytes");
-    m_client.Get(set);
-    std::string const data = set.data().SerializeAsString();
-    EXPECT_EQ(m_client.Get(get).data().SerializeAsString(), data);
-    EXPECT_EQ(events.Await<vq::vds::ChannelAbsoluteDataChangedEvent>().data().SerializeAsString(), data);
-    vq::vds::ResetAbsoluteChannelData reset;
-    reset.set_channel("x");
-    m_client.Get(reset);
-    auto const event = events.Await<vq::vds::ChannelAbsoluteDataChangedEvent>();
-    EXPECT_EQ(event.data().channel(), "x");
-    EXPECT_FALSE(event.data().has_data());
-    EXPECT_FALSE(m_client.Get(get).has_data());
-}
-
-TEST_F(ChannelRelayTest, SharedMemoryIsMadeResizedAndRemovedWithItsEvents) {
-    test::RawSocket events = Listen(m_client.Get(vq::vds::GetServerEventAddress()).address());
-    vq::vds::CreateServerSharedMemory create;
-    create.set_memory_id("a/camera/0");
-    create.set_size(5000);
-    create.set_resizable(true);
-    auto const made = m_client.Get(create);
-    EXPECT_EQ(events.Await<vq::vds::ServerSharedMemoryCreatedEvent>().memory_id(), "a/camera/0");
-    vq::vds::SetPortableSharedMemoryConfiguration set;
-    set.set_memory_id("a/camera/0");
-    *set.mutable_configuration() = Configuration();
-    m_client.Get(set);
-    auto change = events.Await<vq::vds::ServerSharedMemoryChangedEvent>();
-    EXPECT_EQ(change.configuration().SerializeAsString(), set.configuration().SerializeAsString());
-    vq::vds::ResizeServerSharedMemory resize;
-    resize.set_memory_id("a/camera/0");
-    resize.set_size(100000);
-    EXPECT_EQ(m_client.Get(resize).memory_id(), made.memory_name());
-    change = events.Await<vq::vds::ServerSharedMemoryChangedEvent>();
-    EXPECT_EQ(change.size(), 100000U);
-    EXPECT_TRUE(change.resizable() && change.has_configuration());
-    EXPECT_EQ(BufferFiles().size(), 2U);
-
-    create.set_memory_id("second");
-    create.set_resizable(false);
-    std::string const name = m_client.Get(create).memory_name();
-    resize.set_memory_id("second");
-    EXPECT_EQ(m_client.Ask(resize), "vq.vds.Error");
-    vq::vds::DeleteServerSharedMemory remove;
-    remove.set_memory_id("second");
-    m_client.Get(remove);
-    EXPECT_EQ(events.Await<vq::vds::ServerSharedMemoryDeletedEvent>().memory_id(), "second");
-    EXPECT_NE(m_client.Get(create).memory_name(), name);
+    auto const create = [this] {
+        return m_client.Get<vq::vds::CreateServerSharedMemory>("1:'a/camera/0' 2:5000 3:1").memory_name();
+    };
+    std::string const name = create();
+    EXPECT_EQ(m_client.Get<vq::vds::ResizeServerSharedMemory>("1:'a/camera/0' 2:100000").memory_id(), name);
+    m_client.Get<vq::vds::DeleteServerSharedMemory>("1:'a/camera/0'");
+    EXPECT_THAT(BufferFiles(), IsEmpty());
+    EXPECT_NE(create(), name);
+    EXPECT_EQ(BufferFiles().size(), 2U) << "the memory and its generation";
     m_server->Stop();
-    EXPECT_EQ(events.Await<vq::vds::ServerSharedMemoryDeletedEvent>().memory_id(), "a/camera/0");
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(events.Await<vq::vds::ServerSharedMemoryDeletedEvent>().memory_id(), "a/camera/0");
+    }
     m_server->Join();
     EXPECT_THAT(BufferFiles(), IsEmpty());
 }

@@ -2,7 +2,8 @@
 
 #include <string>
 
-#include "StateFixture.h"
+#include "ServerEvents.pb.h"
+#include "ServerRequests.pb.h"
 #include "TestSupport/RawWire.h"
 
 namespace vq::server {
@@ -15,6 +16,11 @@ inline test::RawSocket Listen(std::string const& address, zmq::context_t* contex
     return socket;
 }
 
+inline vq::vds::RegisterSparseDevice Registration(std::string const& name) {
+    return wire::Parsed<vq::vds::RegisterSparseDevice>("1:{1:'" + name + "' 2:'" + name +
+                                                       "' 3:'Generic' 9:0 10:0} 2:'IPC:/tmp/" + name + "'");
+}
+
 /// A device as far as the server sees it.
 class RawDevice {
 public:
@@ -22,11 +28,13 @@ public:
     RawDevice(test::RawSocket& client, std::string const& name, zmq::context_t* context = nullptr)
         : m_client(client),
           m_id(client.Get(Registration(name)).device_id()),
-          m_address(ListenerAddress(client, m_id)),
+          m_address(client.Get<vq::vds::CreateServerDataEventListenerAddress>("1:" + std::to_string(m_id))
+                        .address()),
           m_publisher(ZMQ_PUB, m_address, context) {}
 
     void ServeChannel(std::string const& channel) {
-        m_client.Get(ChannelRegistration(m_id, {channel}, {}, true));
+        m_client.Get<vq::vds::RegisterSparseDeviceChannels>("1:" + std::to_string(m_id) + " 2:{1:'" +
+                                                            channel + "' 2:'Vec3' 3:'' 4:0 5:0 6:0} 3:1");
     }
     void SayHello() { Publish({std::string("vq.ch.HelloDataEvent\0\0\0\0\0\0", 26), "\n\1x"}); }
     /// Greets until a listener of the server's broadcast hears it.
@@ -46,12 +54,6 @@ public:
     std::string const& Address() const { return m_address; }
 
 private:
-    static std::string ListenerAddress(test::RawSocket& client, std::int32_t id) {
-        vq::vds::CreateServerDataEventListenerAddress request;
-        request.set_device_id(id);
-        return client.Get(request).address();
-    }
-
     test::RawSocket& m_client;
     std::int32_t m_id;
     std::string m_address;

@@ -74,12 +74,4 @@ inline zmq::context_t& SharedContext() {
     return *static_cast<ZMQMessageContext*>(context)->GetZMQContext();
 }
 
-inline vq::vds::PortableSharedMemoryConfiguration Configuration() {
-    vq::vds::PortableSharedMemoryConfiguration configuration;
-    configuration.set_id_1(3);
-    configuration.mutable_settings()->set_value_1(4);
-    configuration.mutable_settings()->set_flag_2(true);
-    return configuration;
-}
-
 }  // namespace vq::server

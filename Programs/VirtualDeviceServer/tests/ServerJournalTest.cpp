@@ -1,6 +1,7 @@
 #include "VirtualDeviceServer/ServerJournal.h"
 
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 #include "Utils/OSUtils.h"
 
@@ -58,12 +59,9 @@ TEST(ServerJournalTest, AJournalCutAnywhereKeepsWhatStandsBeforeTheCut) {
 }
 
 TEST(ServerJournalTest, DamagedLinesAreRefused) {
-    for (char const* line :
-         {"next-device 0", "next-device -3", "next-device 99999999999", "next-device 5x", "next-device",
-          "device 0 x", "device 2147483647 x", "device x y", "device 4", "device 4 %4", "device 4 %zz",
-          "device 4 two words", "events nowhere", "events IPC:x%3Flogical", "unknown 1", ""}) {
+    for (auto const& [line] : Rows<1>("ServerJournal", "damaged")) {
         JournalContent content;
-        std::string const text = std::string("vdserver-journal 1\n") + line + "\nend\n";
+        std::string const text = "vdserver-journal 1\n" + line + "\nend\n";
         EXPECT_FALSE(ServerJournal::Parse(text, content)) << line;
         EXPECT_EQ(content.memory, ServerMemory()) << line;
     }

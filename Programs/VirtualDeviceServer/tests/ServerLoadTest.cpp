@@ -7,7 +7,7 @@
 #include <list>
 
 #include "RawDevice.h"
-#include "TestSupport/ChildProcess.h"
+#include "TestSupport/Program.h"
 #include "TestSupport/Test.h"
 
 namespace vq::server {
@@ -19,18 +19,15 @@ using test::ResidentMiB;
 
 class ServerLoadTest : public testing::Test {
 protected:
-    ~ServerLoadTest() override {
-        m_server.Signal(SIGTERM);
-        EXPECT_EQ(m_server.WaitForExit(test::kPatience), 0) << m_server.DrainOutput();
-    }
+    ~ServerLoadTest() override { m_server.Stop(); }
 
     zmq::context_t m_context;
     // Under the address sanitizer freed blocks would stand in a quarantine of 256 MiB and count as in use.
     char const* const m_options = std::getenv("ASAN_OPTIONS");
-    test::ChildProcess m_server{
-        {VDSERVER_PATH, "--address", "SOCKET:127.0.0.1:1?load", "--log-level", "warning"},
+    test::Program m_server{
+        {"vdserver", "--address", "SOCKET:127.0.0.1:1?load", "--log-level", "warning"},
         {{"ASAN_OPTIONS", std::string(m_options != nullptr ? m_options : "") + ":quarantine_size_mb=1"}}};
-    std::string const m_address = m_server.ReadLineWith("ready ", test::kPatience).value_or("");
+    std::string const& m_address = m_server.Ready();
     RawSocket m_client{ZMQ_REQ, m_address};
 };
 
@@ -58,14 +55,15 @@ TEST_F(ServerLoadTest, HoldsTwoHundredDevicesUnderRequestsWithoutLosingOne) {
         devices.back().ServeChannel("channel" + std::to_string(i));
         listeners.emplace_back(ZMQ_SUB, eventAddress, &m_context);
     }
-    vq::vds::GetDeviceRequestReplyAddress lookup;
-    lookup.set_flag(false);
     for (int done = 0; done < 5000;) {
         for (RawSocket& client : clients) {
-            lookup.set_device("device" + std::to_string(done % kDevices));
-            std::string const answer =
-                done % 100 == 0 ? client.Ask(vq::vds::GetDeviceInfos()) : client.Ask(lookup);
-            ASSERT_TRUE(answer.ends_with(".Reply")) << answer;
+            if (done % 100 == 0) {
+                client.Get(vq::vds::GetDeviceInfos());
+            } else {
+                client.Get<vq::vds::GetDeviceRequestReplyAddress>("1:'device" +
+                                                                  std::to_string(done % kDevices) + "' 2:0");
+            }
+            ASSERT_FALSE(HasFailure());
             ++done;
             greet();
         }

@@ -6,47 +6,34 @@
 
 #include "Messaging/MessageAddress.h"
 #include "RawDevice.h"
-#include "TestSupport/ChildProcess.h"
+#include "TestSupport/Program.h"
+#include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 #include "Utils/OSUtils.h"
 #include "Utils/SharedMutex.h"
+#include "Utils/TextUtils.h"
 
 namespace vq::server {
 namespace {
 
-using test::kPatience;
-
-/// A server process; its address is known once it can be reached.
-class ServerProcess {
+/// A server process, in service.
+class ServerProcess : public test::Program {
 public:
-    explicit ServerProcess(std::string const& address, std::vector<std::string> const& more = {})
-        : m_child(Arguments(address, more)) {
-        m_address = m_child.ReadLineWith("ready ", kPatience).value_or("");
-        EXPECT_THAT(m_address, Not(IsEmpty())) << m_child.Output();
-    }
-    int End(int signal) {
-        m_child.Signal(signal);
-        return m_child.WaitForExit(kPatience).value_or(-1);
-    }
-    std::string const& Address() const { return m_address; }
-    test::ChildProcess& Child() { return m_child; }
+    explicit ServerProcess(std::string const& address, Lines const& more = {})
+        : Program(Arguments(address, more)) {}
+    std::string const& Address() const { return Ready(); }
 
-    static std::vector<std::string> Arguments(std::string const& address,
-                                              std::vector<std::string> const& more) {
-        std::vector<std::string> arguments = {VDSERVER_PATH, "--address", address};
+    static Lines Arguments(std::string const& address, Lines const& more) {
+        Lines arguments = {"vdserver", "--address", address};
         arguments.insert(arguments.end(), more.begin(), more.end());
         return arguments;
     }
-
-private:
-    test::ChildProcess m_child;
-    std::string m_address;
 };
 
 /// The lines of the registry of servers.
-std::vector<std::string> RegistryLines() {
+Lines RegistryLines() {
     std::ifstream file(GetUserTempDirectory() + "VQTLRegistry.memory");
-    std::vector<std::string> lines;
+    Lines lines;
     for (std::string line; std::getline(file, line) && line.front() != '\0';) {
         lines.push_back(line);
     }
@@ -86,10 +73,10 @@ TEST_P(ServerProcessTest, AStopSignalIsAnnouncedAndLeavesNothingBehind) {
         test::RawSocket events = Listen(EventAddress(client));
         ASSERT_EQ(RegistryLines().size(), 1U);
         EXPECT_THAT(RegistryLines()[0],
-                    HasSubstr("\t" + server.Address() + "\t" + std::to_string(server.Child().Pid()) + "\t"));
-        server.Child().Signal(signal);
+                    HasSubstr("\t" + server.Address() + "\t" + std::to_string(server.Pid()) + "\t"));
+        server.Signal(signal);
         events.Await<vq::vds::ServerStoppingEvent>();
-        EXPECT_EQ(server.Child().WaitForExit(kPatience), 0) << server.Child().Output();
+        EXPECT_EQ(server.WaitForExit(), 0) << server.Output();
         EXPECT_THAT(RegistryLines(), IsEmpty());
     }
     for (auto const& entry : std::filesystem::recursive_directory_iterator(test::HomeDirectory())) {
@@ -111,7 +98,7 @@ TEST_P(ServerProcessTest, ARestartAfterACrashCallsTheFormerDevicesToRegisterAnew
 
     server.emplace(address);
     ASSERT_EQ(RegistryLines().size(), 1U) << "the line of the dead server is replaced";
-    EXPECT_THAT(RegistryLines()[0], HasSubstr(std::to_string(server->Child().Pid())));
+    EXPECT_THAT(RegistryLines()[0], HasSubstr(std::to_string(server->Pid())));
     EXPECT_FALSE(FileExists(MessageAddress::FromString(second.Address()).location)) << "it binds another";
     // Listener and client were never made anew.
     EXPECT_EQ(events.Await<vq::vds::DeviceUnregisteredEvent>().device_id(), 1U);
@@ -128,14 +115,10 @@ TEST_P(ServerProcessTest, ARestartAfterACrashCallsTheFormerDevicesToRegisterAnew
 }
 
 TEST_P(ServerProcessTest, SharedMemoryOfADeadServerIsRemovedByTheNextOnItsAddressOrOfItsName) {
-    using More = std::vector<std::string>;
-    std::optional<ServerProcess> server(std::in_place, Address(), More{"--name", "former"});
+    std::optional<ServerProcess> server(std::in_place, Address(), Lines{"--name", "former"});
     std::optional<test::RawSocket> client(std::in_place, ZMQ_REQ, server->Address());
-    vq::vds::CreateServerSharedMemory request;
-    request.set_memory_id("camera");
-    request.set_size(100);
-    request.set_resizable(false);
-    auto const former = client->Get(request);
+    char const* const camera = "1:'camera' 2:100 3:0";
+    auto const former = client->Get<vq::vds::CreateServerSharedMemory>(camera);
     // Somebody died in the middle of a write.
     SharedMutex held(former.mutex_name());
     ASSERT_TRUE(held.Open() && held.Lock());
@@ -144,13 +127,11 @@ TEST_P(ServerProcessTest, SharedMemoryOfADeadServerIsRemovedByTheNextOnItsAddres
     EXPECT_TRUE(FileExists(file) && SharedMutex(former.mutex_name()).Exists());
 
     // On TCP the address is another one each time, so that the name must tell.
-    server.emplace(Address(), More{"--name", std::string(GetParam()) == "IPC" ? "other" : "former"});
+    server.emplace(Address(), Lines{"--name", std::string(GetParam()) == "IPC" ? "other" : "former"});
     client.emplace(ZMQ_REQ, server->Address());
     EXPECT_FALSE(FileExists(file) || SharedMutex(former.mutex_name()).Exists());
-    vq::vds::FindServerSharedMemory find;
-    find.set_memory_id("camera");
-    EXPECT_FALSE(client->Get(find).found());
-    SharedMutex free(client->Get(request).mutex_name());
+    EXPECT_FALSE(client->Get<vq::vds::FindServerSharedMemory>("1:'camera'").found());
+    SharedMutex free(client->Get<vq::vds::CreateServerSharedMemory>(camera).mutex_name());
     EXPECT_TRUE(free.Open() && free.Lock(0ms, nullptr));
     EXPECT_EQ(server->End(SIGTERM), 0);
     EXPECT_FALSE(free.Exists());
@@ -170,8 +151,8 @@ TEST_P(ServerProcessTest, TwoServersStandBesideEachOther) {
     std::string const name = RegistryLines()[0].substr(0, RegistryLines()[0].find('\t'));
     for (auto const& arguments : {ServerProcess::Arguments(first.Address(), {}),
                                   ServerProcess::Arguments(IpcAddress("third"), {"--name", name})}) {
-        test::ChildProcess refused(arguments);
-        EXPECT_EQ(refused.WaitForExit(kPatience), 1) << refused.DrainOutput();
+        test::Outcome const refused = test::ChildProcess(arguments).Finish();
+        EXPECT_EQ(refused.status, 1) << refused.output;
     }
     EXPECT_EQ(client.Ask(vq::vds::Ping()), "vq.vds.Ping.Reply") << "the intruder took the address";
     EXPECT_EQ(first.End(SIGTERM), 0);
@@ -202,18 +183,12 @@ TEST_P(ServerProcessTest, FreesARegistryThatADeadProcessLeftLocked) {
 }
 
 TEST(ServerArgumentsTest, BadOnesAreRefusedWithAWord) {
-    std::vector<std::pair<std::vector<std::string>, char const*>> const cases = {
-        {{"--address", "nowhere"}, "is no address"},
-        {{"--address", "SOCKET:127.0.0.1:0?x", "--data", "/nowhere"}, "does not exist"},
-        {{"--prune-after", "soon"}, "--prune-after"},
-        {{"--log-level", "loud"}, "--log-level"},
-    };
-    for (auto const& [arguments, text] : cases) {
-        std::vector<std::string> line = {VDSERVER_PATH};
-        line.insert(line.end(), arguments.begin(), arguments.end());
-        test::ChildProcess child(line);
-        EXPECT_NE(child.WaitForExit(kPatience).value_or(0), 0);
-        EXPECT_THAT(child.DrainOutput(), HasSubstr(text));
+    for (auto const& [line, text] : Rows<2>("ServerProcess", "refused")) {
+        Lines arguments = Parameterize(line);
+        arguments.insert(arguments.begin(), "vdserver");
+        test::Outcome const outcome = test::ChildProcess(arguments).Finish();
+        EXPECT_GT(outcome.status, 0) << line;
+        EXPECT_THAT(outcome.output, HasSubstr(text));
     }
 }
 

@@ -1,7 +1,5 @@
 // Access to the shared memory of a server that runs inside this process.
 
-#include <limits>
-
 #include "Messaging/AMessagePipeProvider.h"
 #include "Messaging/ChannelFactory.h"
 #include "Messaging/SharedBufferChannel.h"
@@ -9,6 +7,7 @@
 #include "RawDevice.h"
 #include "RunningServer.h"
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 
 namespace vq::server {
@@ -27,9 +26,8 @@ protected:
         AMessageManager::Instance().Cleanup();
     }
     vq::vds::FindServerSharedMemory::Reply Find(std::string const& id) {
-        vq::vds::FindServerSharedMemory request;
-        request.set_memory_id(id);
-        return test::RawSocket(ZMQ_REQ, m_server->Address()).Get(request);
+        return test::RawSocket(ZMQ_REQ, m_server->Address())
+            .Get<vq::vds::FindServerSharedMemory>("1:'" + id + "'");
     }
     /// Writes a text and publishes it as the whole buffer.
     static void Write(SharedMemoryAccessor& accessor, std::string const& text,
@@ -55,7 +53,8 @@ protected:
         *m_manager.GetContext(MessageAddress::FromString(m_server->Address()))->GetPipeProvider();
     AMessagePipeRequestReply* m_pipe =
         m_pipes.GetRequestReplyClient(MessageAddress::FromString(m_server->Address()), "test");
-    vq::vds::PortableSharedMemoryConfiguration const m_configuration = Configuration();
+    vq::vds::PortableSharedMemoryConfiguration const m_configuration =
+        wire::Parsed<vq::vds::PortableSharedMemoryConfiguration>("1:3 2:{1:4 2:1}");
 };
 
 TEST_F(SharedMemoryTest, AWaitEndsAtTheGenerationOrBehindItOrInTimeOrNeverBegins) {
@@ -135,34 +134,22 @@ TEST_F(SharedMemoryTest, OnlyASpanInsideTheBufferCanBePublishedAndOnlyByAWriter)
     SharedMemoryAccessor accessor(m_pipe, "b", false);
     ASSERT_TRUE(accessor.Create(100, nullptr));
     constexpr std::uint64_t kAll = SharedMemoryAccessor::kToEnd;
-    std::string const span = "Invalid offset or size used in Unlock() call (";
-    struct Case {
-        Access access;
-        std::uint64_t offset, size;
-        std::string refusal;  // empty when it passes
-    };
     std::uint64_t generation = 0;
-    for (Case const& c :
-         {Case{Access::ReadWrite, 0, 100, ""},
-          {Access::ReadWrite, 40, kAll, ""},
-          {Access::ReadWrite, 100, 0, ""},
-          {Access::ReadWrite, 100, kAll, ""},
-          {Access::ReadWrite, 1, 100, span + "1 + 100 > 100)"},
-          {Access::ReadWrite, 101, 0, span + "101 + 0 > 100)"},
-          {Access::ReadWrite, 101, kAll, span + "101 + "},
-          {Access::ReadWrite, 2, std::numeric_limits<std::uint64_t>::max() - 1, span + "2 + "},
-          {Access::Read, 0, 1, "Used inappropriate Unlock() call for memory opened in read-only mode"}}) {
-        bool const refused = !c.refusal.empty();
+    for (auto const& [mode, from, count, refusal] : Rows<4>("SharedMemory", "spans")) {
+        Access const access = mode == "write" ? Access::ReadWrite : Access::Read;
+        std::uint64_t const offset = std::stoull(from);
+        std::uint64_t const size = count == "rest" ? kAll : std::stoull(count);
+        bool const refused = !refusal.empty();
         test::LogCapture log;
-        ASSERT_NE(accessor.Lock(c.access, kLimit, nullptr), nullptr);
-        EXPECT_FALSE(accessor.Unlock(nullptr, {}, c.offset, c.size));
+        ASSERT_NE(accessor.Lock(access, kLimit, nullptr), nullptr);
+        EXPECT_FALSE(accessor.Unlock(nullptr, {}, offset, size));
         generation += !refused;
-        EXPECT_EQ(accessor.IsLocked(), refused) << c.offset << "+" << c.size;
-        EXPECT_EQ(log.Count(LogLevel::Error, c.refusal), refused);
+        EXPECT_EQ(accessor.IsLocked(), refused) << offset << "+" << size;
+        EXPECT_EQ(log.Count(LogLevel::Error, refusal), refused);
         if (!accessor.IsLocked()) {
             accessor.Lock(Access::Read, kLimit, nullptr);
         }
-        EXPECT_EQ(accessor.Generation(), generation) << c.offset << "+" << c.size;
+        EXPECT_EQ(accessor.Generation(), generation) << offset << "+" << size;
         EXPECT_FALSE(accessor.Unlock());
     }
 }

@@ -82,7 +82,6 @@ public:
     /// Device and channel of each mapping in force.
     void SetMappings(std::vector<std::pair<std::string, std::string>> mappings) { Set(m_mappings, mappings); }
     void SetAutoStats(bool enable) { Set(m_autoStats, enable); }
-    void StopHeartbeat() { Set(m_beats, false); }
     /// Where requests for that device go; a device that registers enters its own.
     void SetDeviceAddress(std::string const& device, std::string const& address) {
         std::lock_guard const lock(m_mutex);
@@ -109,18 +108,6 @@ public:
         return found;
     }
     void ClearRequests() { Set(m_received, {}); }
-    /// Waits until `count` requests of a type have come since the last ClearRequests.
-    template <class R>
-    bool WaitFor(std::size_t count = 1, std::chrono::milliseconds limit = std::chrono::seconds(30)) {
-        std::unique_lock lock(m_mutex);
-        return m_changed.wait_for(lock, limit, [&] {
-            std::size_t seen = 0;
-            for (Request const& request : m_received) {
-                seen += request.type == MessageTypeName(R::default_instance());
-            }
-            return seen >= count;
-        });
-    }
     /// Data events of registered devices, in order of arrival.
     std::vector<DataEvent> DataEvents() const { return Get(m_dataEvents); }
 
@@ -177,7 +164,7 @@ private:
 
     // The rest by lock.
     mutable std::mutex m_mutex;
-    std::condition_variable m_changed;
+    std::condition_variable m_opened;
     bool m_stop = false;
     bool m_open = false;
     std::map<std::string, std::function<Reply(std::string const&)>> m_answers;
@@ -188,7 +175,6 @@ private:
     std::map<std::string, std::string> m_deviceAddresses;
     std::map<std::int32_t, vq::descriptors::data::SparseDeviceDescription> m_devices;
     bool m_autoStats = false;
-    bool m_beats = true;
 };
 
 }  // namespace vq::test

@@ -10,12 +10,12 @@
 #include <vector>
 #include <zmq.hpp>
 
+#include "TestSupport/Patience.h"
+#include "TestSupport/WireText.h"
+
 namespace vq::test {
 
 using Frames = std::vector<std::string>;
-
-/// How long a bare socket waits for what must come.
-inline constexpr std::chrono::milliseconds kPatience{90000};
 
 /// The three frames of a request or reply, complete or not.
 Frames FramesOf(google::protobuf::MessageLite const& message);
@@ -52,6 +52,15 @@ public:
     template <class Request>
     std::string Refused(Request const& request) {
         return Get<Request, typename Request::Error>(request).message();
+    }
+    /// The same, to a request whose fields stand as text: Get<Type>("1:'a'").
+    template <class Request>
+    typename Request::Reply Get(std::string const& fields) {
+        return Get(wire::Parsed<Request>(fields));
+    }
+    template <class Request>
+    std::string Refused(std::string const& fields) {
+        return Refused(wire::Parsed<Request>(fields));
     }
     /// The next request, which must be of this type.
     template <class Request>

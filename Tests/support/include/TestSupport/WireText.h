@@ -18,5 +18,12 @@ struct Piece {
 std::vector<Piece> Pieces(std::string const& text);
 /// All pieces together.
 std::string Bytes(std::string const& text);
+/// As one of the generated classes, complete or not.
+template <class Message>
+Message Parsed(std::string const& text) {
+    Message message;
+    message.ParsePartialFromString(Bytes(text));
+    return message;
+}
 
 }  // namespace wire
