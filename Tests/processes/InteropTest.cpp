@@ -13,18 +13,11 @@ namespace vq::test {
 namespace {
 
 vq::sd::VQIdentityGetAttributeNames::Reply NamesReply(int attributes) {
-    vq::sd::VQIdentityGetAttributeNames::Reply reply;
-    reply.set_result(0);
-    reply.mutable_profile()->set_attribute_count(static_cast<std::uint32_t>(attributes));
+    std::string fields = "1:" + std::to_string(attributes);
     for (int i = 0; i < attributes; ++i) {
-        auto& attribute = *reply.mutable_profile()->add_attributes();
-        attribute.set_key(static_cast<vq::sd::VQIdentityAttributeKey>(i % 8));
-        attribute.set_name("name" + std::to_string(i));
-        attribute.set_value("");
-        attribute.set_is_requested(false);
-        attribute.set_is_granted(false);
+        fields += " 2:{1:" + std::to_string(i % 8) + " 2:'name" + std::to_string(i) + "' 3:'' 4:0 5:0}";
     }
-    return reply;
+    return wire::Parsed<vq::sd::VQIdentityGetAttributeNames::Reply>("1:0 2:{" + fields + "}");
 }
 
 TEST(Interop, AServerOfAnotherMakeCarriesACallByTheStatedRequests) {

@@ -1,5 +1,6 @@
 #include "DataTypes/PropertyInfo.h"
 #include "DataTypes/PropertyType.h"
+#include "DataTypes/PropertyUtils.h"
 #include "DataTypes/VariantUtils.h"
 #include "TestSupport/JsonText.h"
 #include "TestSupport/LogCapture.h"
@@ -54,16 +55,10 @@ TEST(JsonToVariant, LeavesAnEmptyObjectUnset) {
 /// Types to coerce to.
 PropertyInfo MakeInfo() {
     PropertyInfo info;
-    auto color = std::make_unique<vq::cfg::Enumeration>();
-    color->set_name("Color");
-    color->add_enumerants()->set_name("Red");
-    info.enumerations.Add("Color", std::move(color));
-    for (auto const& [name, base] : {std::pair("Percent", "float"), std::pair("Paint", "Color")}) {
-        auto type = std::make_unique<vq::cfg::SimpleType>();
-        type->set_name(name);
-        type->set_base_type(base);
-        info.simpleTypes.Add(name, std::move(type));
-    }
+    EXPECT_TRUE(ParseTypeInfo(Parse(R"({ "EnumerationTypes": { "Color": { "Values": [ "Red" ] } },
+                                         "SimpleTypes": [ { "Name": "Percent", "BaseType": "float" },
+                                                          { "Name": "Paint", "BaseType": "Color" } ] })"),
+                              info));
     return info;
 }
 
