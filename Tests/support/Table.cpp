@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <fstream>
+#include <map>
 #include <stdexcept>
 
 namespace vq::test {
@@ -9,31 +10,17 @@ namespace vq::test {
 namespace {
 
 std::string Unescaped(std::string const& cell) {
+    static std::map<char, char> const kMeanings = {{'n', '\n'}, {'r', '\r'}, {'t', '\t'}, {'s', ' '}};
     std::string text;
     for (std::size_t i = 0; i < cell.size(); ++i) {
         if (cell[i] != '\\') {
             text += cell[i];
-            continue;
-        }
-        switch (cell.at(++i)) {
-            case 'n':
-                text += '\n';
-                break;
-            case 'r':
-                text += '\r';
-                break;
-            case 't':
-                text += '\t';
-                break;
-            case 's':
-                text += ' ';
-                break;
-            case 'x':
-                text += static_cast<char>(std::stoi(cell.substr(i + 1, 2), nullptr, 16));
-                i += 2;
-                break;
-            default:
-                text += cell[i];
+        } else if (cell.at(++i) == 'x') {
+            text += static_cast<char>(std::stoi(cell.substr(i + 1, 2), nullptr, 16));
+            i += 2;
+        } else {
+            auto const meaning = kMeanings.find(cell[i]);
+            text += meaning != kMeanings.end() ? meaning->second : cell[i];
         }
     }
     return text;

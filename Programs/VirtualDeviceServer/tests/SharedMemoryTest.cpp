@@ -68,40 +68,31 @@ TEST_F(SharedMemoryTest, AWaitEndsAtTheGenerationOrBehindItOrInTimeOrNeverBegins
     SharedMemoryAccessor other(m_pipe, "b", false);
     ASSERT_TRUE(reader.Exists() && other.Exists());
     EXPECT_TRUE(reader.IsPortable() && !reader.IsResizable() && reader.Size() == 100);
-    struct Case {
-        char const* what;
-        std::uint64_t wanted;
-        milliseconds timeout;
-        std::uint64_t observed;
-        bool locks;
-    };
-    for (Case const& c : {Case{"reached", 7, kLimit, 7, true},
-                          {"passed", 5, kLimit, 7, true},
-                          {"out of time", 8, milliseconds(0), 7, false},
-                          {"none wanted", 0, milliseconds(0), 0, true},
-                          // Just below "no limit" is no representable number of the clock's units.
-                          {"to come", 8, milliseconds::max() - milliseconds(1), 8, true}}) {
+    // Just below "no limit" is no representable number of the clock's units.
+    std::map<std::string, milliseconds> const limits = {
+        {"none", milliseconds(0)}, {"some", kLimit}, {"long", milliseconds::max() - milliseconds(1)}};
+    for (auto const& [what, wanted, limit, seen, outcome] : Rows<5>("SharedMemory", "waits")) {
+        SCOPED_TRACE(what);
+        bool const locks = outcome == "locked";
         test::LogCapture log(LogLevel::Info);
         std::jthread const late([&] {
-            if (c.what == std::string("to come") &&
-                log.WaitFor(LogLevel::Info, "Waiting for memory update")) {
+            if (what == "to come" && log.WaitFor(LogLevel::Info, "Waiting for memory update")) {
                 Write(writer, "x");
             }
         });
         std::uint64_t observed = 99;
-        bool timedOut = c.locks;
-        void const* const memory = reader.Lock(Access::Read, c.wanted, &observed, c.timeout, &timedOut);
-        EXPECT_EQ(memory != nullptr, c.locks) << c.what;
-        EXPECT_EQ(timedOut, !c.locks) << c.what;
-        EXPECT_EQ(observed, c.observed) << c.what;
-        EXPECT_EQ(reader.IsLocked(), c.locks) << c.what;
-        EXPECT_EQ(log.Has(LogLevel::Error, "timed out waiting to see generation 8 at 0"), !c.locks);
+        bool timedOut = locks;
+        void const* const memory =
+            reader.Lock(Access::Read, std::stoull(wanted), &observed, limits.at(limit), &timedOut);
+        EXPECT_TRUE((memory != nullptr) == locks && reader.IsLocked() == locks && timedOut != locks);
+        EXPECT_EQ(observed, std::stoull(seen));
+        EXPECT_EQ(log.Has(LogLevel::Error, "timed out waiting to see generation 8 at 0"), !locks);
         // Somebody else gets in exactly when the reader does not hold the mutex.
         bool taken = false;
         other.Lock(Access::Read, milliseconds(0), &taken);
-        EXPECT_EQ(taken, c.locks) << c.what;
-        EXPECT_FALSE(other.IsLocked() && other.Unlock()) << c.what;
-        EXPECT_FALSE(reader.IsLocked() && reader.Unlock()) << c.what;
+        EXPECT_EQ(taken, locks);
+        EXPECT_FALSE(other.IsLocked() && other.Unlock());
+        EXPECT_FALSE(reader.IsLocked() && reader.Unlock());
     }
     // Without a configuration nobody waits.
     ASSERT_TRUE(writer.SetConfiguration(nullptr));
