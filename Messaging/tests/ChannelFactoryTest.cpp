@@ -9,7 +9,7 @@ constexpr auto kProducer = vq::ch::ChannelRole_Producer;
 constexpr auto kObserver = vq::ch::ChannelRole_Observer;
 
 class ChannelFactoryTest : public MessagingTest {
-protected:
+public:
     // Channels of shared buffers have made themselves a context there.
     ~ChannelFactoryTest() override { AMessageManager::Instance().Cleanup(); }
 

@@ -21,7 +21,7 @@ constexpr char kDevice[] = "MockVQ1IdentitySparseDevice";
 Words const kPatiently = {"--timeout", "60000"};
 
 class Rigctl : public testing::Test {
-protected:
+public:
     Rigctl() { ::setenv("VQ_VDS_ADDRESS", m_address.c_str(), 1); }
     /// No server outlives its test.
     ~Rigctl() override {

@@ -29,14 +29,14 @@ std::string PassThrough(int from, int to, std::string const& text) {
 }
 
 class DeviceBridgeTest : public testing::Test {
-protected:
+public:
     DeviceBridgeTest() { m_bridge.SetDevices({{"A1", "device"}, {"B2", "offline"}}); }
     // No process of a tunnel may outlive a test.
     ~DeviceBridgeTest() override { EXPECT_TRUE(m_tunnels.List().empty()); }
 
     Lines NewCalls() {
         Lines calls = m_bridge.Calls();
-        Lines const fresh(calls.begin() + static_cast<std::ptrdiff_t>(m_seen), calls.end());
+        Lines fresh(calls.begin() + static_cast<std::ptrdiff_t>(m_seen), calls.end());
         m_seen = calls.size();
         return fresh;
     }

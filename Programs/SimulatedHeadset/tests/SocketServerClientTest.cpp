@@ -26,7 +26,7 @@ std::string Bytes16(int number) {
 }
 
 class SocketServerClientTest : public testing::Test {
-protected:
+public:
     SocketServerClientTest() { m_bridge.SetDevices({{"A1", "device"}}); }
     ~SocketServerClientTest() override {
         m_client.reset();

@@ -23,7 +23,7 @@ std::vector<std::string> BufferFiles() {
 }
 
 class ChannelRelayTest : public testing::Test {
-protected:
+public:
     ~ChannelRelayTest() override {
         m_server.reset();
         AMessageManager::Instance().Cleanup();

@@ -14,7 +14,7 @@ JournalContent Sample() {
         .nextDeviceId = 12,
         .nextChannelId = 34,
         .nextApplicationId = 56,
-        .devices = {{.id = 3, .name = "plain"}, {.id = 11, .name = std::string("odd \n%\t\0\xff name", 15)}}};
+        .devices = {{.id = 3, .name = "plain"}, {.id = 11, .name = std::string("odd \n%\t\0\xff name", 14)}}};
     content.addresses.events = MessageAddress::FromString("SOCKET:127.0.0.1:4001");
     content.addresses.dataEvents = MessageAddress::FromString("SOCKET:127.0.0.1:4002");
     content.addresses.heartbeat = MessageAddress::FromString("IPC:/tmp/with blank");

@@ -18,7 +18,7 @@ using test::RawSocket;
 using test::ResidentMiB;
 
 class ServerLoadTest : public testing::Test {
-protected:
+public:
     ~ServerLoadTest() override { m_server.Stop(); }
 
     zmq::context_t m_context;

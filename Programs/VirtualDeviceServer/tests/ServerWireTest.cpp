@@ -16,7 +16,7 @@ namespace {
 
 /// By transport: every test runs over each. In-process addresses need the server's own socket context.
 class ServerWireTest : public testing::TestWithParam<char const*> {
-protected:
+public:
     static std::string Address() {
         // A first life, whichever test ran before in this process.
         for (std::string const& name : GetDirectoryEntries(GetUserTempDirectory())) {
@@ -104,7 +104,8 @@ TEST_P(ServerWireTest, MalformedRequestsAreAnsweredAndHurtNobodyElse) {
         EXPECT_THAT(payload, HasSubstr(text));
         EXPECT_EQ(other.Ask(vq::vds::Ping()), "vq.vds.Ping.Reply");
     }
-    EXPECT_EQ(m_client->Exchange({"any\0identity", "vq.vds.Ping", ""}).first, "vq.vds.Ping.Reply");
+    EXPECT_EQ(m_client->Exchange({std::string("any\0identity", 12), "vq.vds.Ping", ""}).first,
+              "vq.vds.Ping.Reply");
 }
 
 TEST_P(ServerWireTest, ASilentDeviceIsPrunedAndMalformedEventsAreNoSignOfLife) {

@@ -19,7 +19,7 @@ using Access = SharedMemory::Access;
 constexpr milliseconds kLimit{30000};
 
 class SharedMemoryTest : public testing::Test {
-protected:
+public:
     ~SharedMemoryTest() override {
         m_manager.Cleanup();
         m_server.reset();
@@ -42,7 +42,7 @@ protected:
         bool timedOut = true;
         auto const* const memory = static_cast<char const*>(accessor.Lock(Access::Read, kLimit, &timedOut));
         EXPECT_FALSE(memory == nullptr || timedOut);
-        std::string const text = memory == nullptr ? "" : memory;
+        std::string text = memory == nullptr ? "" : memory;
         EXPECT_FALSE(accessor.Unlock());
         return text;
     }

@@ -37,8 +37,8 @@ std::string DumpOf(std::string const& type, std::string const& payload) {
 
 TEST(ProtoDump, EveryTypeOfSampleHasItsForm) {
     for (auto const& [type, fields, text] : Rows<3>("ProtoDump", "samples")) {
-        std::string const end = type.ends_with("Updated") ? "Event" : "DataEvent";
-        EXPECT_EQ(DumpOf("vq.ch." + type + end, wire::Bytes(fields)), text);
+        char const* const end = type.ends_with("Updated") ? "Event" : "DataEvent";
+        EXPECT_EQ(DumpOf(std::string("vq.ch.").append(type).append(end), wire::Bytes(fields)), text);
     }
 }
 
