@@ -1,27 +1,30 @@
 // What clients do to each other by way of a server: each request with its answer and the events that follow.
 
-#include <regex>
-
 #include "RawDevice.h"
 #include "RunningServer.h"
 #include "TestSupport/Table.h"
 #include "TestSupport/Test.h"
 #include "TestSupport/WireText.h"
+#include "Utils/TextUtils.h"
 
 namespace vq::server {
 namespace {
 
 /// The bytes of a cell of the table.
-std::string Bytes(std::string cell) {
-    std::pair<char const*, std::string> const shorthands[] = {
-        {"LONG", std::string(2000, 'x')},
-        {R"(device:(\w+))", "1:{1:'$1' 2:'$1' 3:'Generic' 9:0 10:0} 2:'IPC:/tmp/$1'"},
-        {R"(produces:(\w+))", "2:{1:'$1' 2:'Vec3' 3:'' 4:0 5:0 6:0}"},
-        {R"(observes:(\w+))", "2:{1:'$1' 2:'Vec3' 3:'' 4:0 5:0 6:1}"}};
-    for (auto const& [shorthand, fields] : shorthands) {
-        cell = std::regex_replace(cell, std::regex(shorthand), fields);
+std::string Bytes(std::string const& cell) {
+    std::map<std::string, std::string> const shorthands = {
+        {"device", "1:{1:'NAME' 2:'NAME' 3:'Generic' 9:0 10:0} 2:'IPC:/tmp/NAME'"},
+        {"produces", "2:{1:'NAME' 2:'Vec3' 3:'' 4:0 5:0 6:0}"},
+        {"observes", "2:{1:'NAME' 2:'Vec3' 3:'' 4:0 5:0 6:1}"}};
+    std::string fields;
+    for (std::string const& word : Tokenize(cell, " ", false)) {
+        std::size_t const colon = word.find(':');
+        auto const found = shorthands.find(word.substr(0, colon));
+        fields += found == shorthands.end() ? word
+                                            : ReplaceSubstring(found->second, "NAME", word.substr(colon + 1));
+        fields += ' ';
     }
-    return wire::Bytes(cell);
+    return wire::Bytes(ReplaceSubstring(fields, "LONG", std::string(2000, 'x')));
 }
 
 class ServerEventsTest : public testing::TestWithParam<char const*> {
