@@ -98,7 +98,7 @@ TEST_P(Cycles, LeaveNothingBehind) {
     char const* const wish = std::getenv("VQ_CYCLES");
     int const count = wish != nullptr ? std::atoi(wish) : 500;
     std::vector<std::ptrdiff_t> before;
-    double memory = 0;
+    [[maybe_unused]] double memory = 0;
     for (int i = 0; i < count; ++i) {
         if (i == count / 5) {  // caches are filled by now
             before = Resources();
