@@ -2,6 +2,7 @@
 
 #include "Logging/Log.h"
 #include "Utils/JsonIncludes.h"
+#include "Utils/OSUtils.h"
 #include "Utils/PathText.h"
 
 #include <json/reader.h>
@@ -12,7 +13,9 @@
 #include <memory>
 #include <ostream>
 #include <sstream>
+#include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -20,9 +23,11 @@ namespace {
 /// The files that a thread is reading, each included by the one before it, for as long as it reads them.
 class FileUnderWay {
 public:
-    explicit FileUnderWay(std::string_view path)
-        : m_includesItself(std::find(t_files.begin(), t_files.end(), path) != t_files.end()) {
-        t_files.push_back(path);
+    explicit FileUnderWay(std::string const& path) {
+        // With relative includes the text of a path may grow at each turn of a circle.
+        std::string file = GetFullPath(path);
+        m_includesItself = std::find(t_files.begin(), t_files.end(), file) != t_files.end();
+        t_files.push_back(std::move(file));
     }
     FileUnderWay(FileUnderWay const&) = delete;
     FileUnderWay& operator=(FileUnderWay const&) = delete;
@@ -31,11 +36,11 @@ public:
     bool IncludesItself() const { return m_includesItself; }
 
 private:
-    static thread_local std::vector<std::string_view> t_files;
-    bool const m_includesItself;
+    static thread_local std::vector<std::string> t_files;
+    bool m_includesItself = false;
 };
 
-thread_local std::vector<std::string_view> FileUnderWay::t_files;
+thread_local std::vector<std::string> FileUnderWay::t_files;
 
 }  // namespace
 
