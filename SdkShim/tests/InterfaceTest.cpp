@@ -7,10 +7,6 @@
 
 namespace {
 
-auto ThreadCount() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
-}
-
 // The texts of these go by their order.
 static_assert(VQResult_Ok == 0 && VQResult_UnspecifiedFailure == 4 && VQResult_NotImplemented == 8);
 
@@ -44,5 +40,5 @@ TEST(InterfaceTest, TheTokenAgentWarnsOncePerFunctionAndNullsAreRefusedBeforeAny
     }
     expected += "error: Invalid parameter out_future\nerror: Invalid parameter out_profile\n";
     EXPECT_EQ(testing::internal::GetCapturedStderr(), expected);
-    EXPECT_EQ(ThreadCount(), 1) << "no connection is wanted for this";
+    EXPECT_EQ(vq::test::CountThreads(::getpid()), 1) << "no connection is wanted for this";
 }

@@ -76,23 +76,22 @@ TEST_F(IdentityCalls, TheProvidersResultCodesPassThrough) {
 TEST_F(IdentityCalls, RepeatedReleaseAndConnectLeaveNothingBehind) {
     Start();
     Caller caller;
-    auto const resources = [&caller](char const* kind) {
-        std::filesystem::directory_iterator const entries("/proc/" + std::to_string(caller.Process().Pid()) +
-                                                          "/" + kind);
-        return std::distance(entries, {});
+    auto const countDescriptors = [&caller] {
+        std::string const folder = "/proc/" + std::to_string(caller.Process().Pid()) + "/fd";
+        return std::distance(std::filesystem::directory_iterator(folder), {});
     };
     std::ptrdiff_t descriptors = 0;
     std::ptrdiff_t threads = 0;
     for (int cycle = 0; cycle < 7; ++cycle) {
         if (cycle == 2) {
-            descriptors = resources("fd");
-            threads = resources("task");
+            descriptors = countDescriptors();
+            threads = CountThreads(caller.Process().Pid());
         }
         ASSERT_EQ(caller.Call("names").code, kOk);
         ASSERT_EQ(caller.Call("release").code, kOk);
     }
-    EXPECT_EQ(resources("fd"), descriptors);
-    EXPECT_EQ(resources("task"), threads);
+    EXPECT_EQ(countDescriptors(), descriptors);
+    EXPECT_EQ(CountThreads(caller.Process().Pid()), threads);
 }
 
 }  // namespace

@@ -55,4 +55,22 @@ inline double ResidentMiB(pid_t pid) {
     return resident * static_cast<double>(::sysconf(_SC_PAGESIZE)) / (1 << 20);
 }
 
+/// Threads of a process. One that has been joined stays in sight for a moment longer and does not count.
+inline std::ptrdiff_t CountThreads(pid_t pid) {
+    constexpr unsigned kExiting = 4;  // PF_EXITING
+    std::ptrdiff_t count = 0;
+    for (auto const& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
+        std::string const status = ReadFile(thread.path() / "stat");
+        std::istringstream fields(status.substr(status.rfind(')') + 1));
+        std::string skipped;
+        for (int i = 0; i < 6; ++i) {
+            fields >> skipped;
+        }
+        unsigned flags = kExiting;
+        fields >> flags;
+        count += (flags & kExiting) == 0;
+    }
+    return count;
+}
+
 }  // namespace vq::test
