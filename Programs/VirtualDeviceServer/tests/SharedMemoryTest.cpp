@@ -75,7 +75,7 @@ TEST_F(SharedMemoryTest, AWaitEndsAtTheGenerationOrBehindItOrInTimeOrNeverBegins
         SCOPED_TRACE(what);
         bool const locks = outcome == "locked";
         test::LogCapture log(LogLevel::Info);
-        std::jthread const late([&] {
+        std::jthread const late([&, &what = what] {
             if (what == "to come" && log.WaitFor(LogLevel::Info, "Waiting for memory update")) {
                 Write(writer, "x");
             }
