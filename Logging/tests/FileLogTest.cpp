@@ -150,6 +150,7 @@ TEST_F(FileLogTest, ThreadsWriteWholeLinesWhileItIsReconfigured) {
     constexpr int kThreads = 4;
     constexpr int kLines = 2000;
     std::vector<std::jthread> threads;
+    threads.reserve(kThreads);
     for (int thread = 0; thread < kThreads; ++thread) {
         threads.emplace_back([this, thread] {
             for (int line = 0; line < kLines; ++line) {

@@ -129,7 +129,7 @@ TEST_F(LoggingOptionsTest, AProgramTakesThemOutOfItsCommandLine) {
         bool helpShown = false;
         testing::internal::CaptureStderr();
         bool const taken = LogParameterCLIProcessor::TakeParams(argc, argv.data(), helpShown);
-        EXPECT_EQ(testing::internal::GetCapturedStderr() == "", taken) << given;
+        EXPECT_EQ(testing::internal::GetCapturedStderr().empty(), taken) << given;
         EXPECT_EQ(taken, left != kNone) << given;
         if (taken) {
             EXPECT_EQ(Arguments(argv.begin(), argv.begin() + argc), SplitAtTabs("program" + left));

@@ -28,7 +28,7 @@ std::string Bytes(std::string const& cell) {
 }
 
 class ServerEventsTest : public testing::TestWithParam<char const*> {
-protected:
+public:
     ~ServerEventsTest() override {
         m_server.reset();
         AMessageManager::Instance().Cleanup();
@@ -62,7 +62,7 @@ protected:
 
 TEST_P(ServerEventsTest, FollowEachRequestInOrder) {
     for (auto const& [what, fields, answer] : Rows<3>("ServerEvents", GetParam())) {
-        SCOPED_TRACE(what + " " + fields);
+        SCOPED_TRACE(testing::Message() << what << " " << fields);
         if (what.starts_with("> ")) {
             ExpectEvent(what.substr(2), fields);
         } else {

@@ -175,7 +175,7 @@ TEST_P(ServerProcessTest, TakesTheNameOfALineThatNobodyCanServeAt) {
     for (std::string const& address : {"IPC:/" + std::string(200, 'x'), std::string("SOCKET:nowhere"),
                                        std::string("SOCKET:127.0.0.1:1"), std::string("LOOPBACK:x")}) {
         std::ofstream(GetUserTempDirectory() + "VQTLRegistry.memory", std::ios::trunc)
-            << "held\t" + address + "\t1\t" + address + "\t" + address + "\t12\t11\n";
+            << "held\t" << address << "\t1\t" << address << "\t" << address << "\t12\t11\n";
         ServerProcess server(Address(), {"--name", "held"});
         EXPECT_THAT(RegistryLines(), Contains(HasSubstr("held\t" + server.Address() + "\t")));
         EXPECT_EQ(server.End(), 0);
