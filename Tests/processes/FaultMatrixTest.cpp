@@ -91,7 +91,7 @@ std::vector<Cell> Cells() {
 }
 
 class FaultMatrix : public testing::TestWithParam<Cell> {
-protected:
+public:
     FaultMatrix()
         : m_isLong(m_expected.time > 0s),
           m_hurried(m_isLong && !kHurry.empty()),

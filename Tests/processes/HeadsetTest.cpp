@@ -17,7 +17,7 @@ namespace vq::test {
 namespace {
 
 class HeadsetTest : public testing::Test {
-protected:
+public:
     HeadsetTest() {
         bridge.SetDevices({{"A1", "device"}});
         bridge.SetMisbehaviour("");

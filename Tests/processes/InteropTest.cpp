@@ -21,7 +21,7 @@ vq::sd::VQIdentityGetAttributeNames::Reply NamesReply(int attributes) {
 }
 
 TEST(Interop, AServerOfAnotherMakeCarriesACallByTheStatedRequests) {
-    std::string const directory = HomeDirectory();
+    std::string const& directory = HomeDirectory();
     RawServer server(directory, "IPC:" + directory + "pv");
     RawSocket provider(ZMQ_REP, "IPC:" + directory + "pv");
     Caller caller({{"VQ_VDS_ADDRESS", "IPC:" + directory + "rq"}});

@@ -45,7 +45,7 @@ ChildProcess::ChildProcess(std::vector<std::string> const& arguments, Environmen
     }
     std::vector<std::string> words = {"/usr/bin/env"};
     for (auto const& [name, value] : environment) {
-        words.push_back(name + "=" + value);
+        words.emplace_back(name).append("=").append(value);
     }
     words.push_back(PathOf(arguments.at(0)));
     words.insert(words.end(), arguments.begin() + 1, arguments.end());
